@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string_view>
+
+// A large piece of memory that holds text. It is filled once, then shared and never changed.
+// The memory comes straight from the kernel in large pages, so that filling it costs no page by page
+// set-up and growing it copies nothing; small blocks are plain heap memory.
+class Block {
+public:
+    explicit Block(size_t capacity);  // throws std::bad_alloc
+    ~Block();
+    Block(const Block&) = delete;
+    Block& operator=(const Block&) = delete;
+
+    char* data() { return data_; }
+    const char* data() const { return data_; }
+    size_t size() const { return size_; }
+    size_t capacity() const { return capacity_; }
+    std::string_view bytes() const { return {data_, size_}; }
+    void set_size(size_t size) { size_ = size; }  // size <= capacity()
+    void append(std::string_view bytes);          // size() + bytes.size() <= capacity()
+    void reserve(size_t capacity);                // may move the bytes; throws std::bad_alloc
+    void shrink();                                // gives unused memory behind size() back, but one byte; may move them
+
+private:
+    void resize(size_t capacity);
+
+    char* data_ = nullptr;
+    size_t size_ = 0, capacity_ = 0;
+};

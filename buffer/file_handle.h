@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cerrno>
+#include <csignal>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <utility>
+
+// An open file descriptor that closes itself and leaves errno alone when it does.
+class FileHandle {
+public:
+    FileHandle() = default;
+    explicit FileHandle(int fd) : fd_(fd) {}
+    FileHandle(FileHandle&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    FileHandle& operator=(FileHandle&& other) noexcept;
+    ~FileHandle();
+
+    bool is_open() const { return fd_ >= 0; }
+    int fd() const { return fd_; }
+    bool close();  // false with errno set; closed all the same
+
+private:
+    int fd_ = -1;
+};
+
+// Holds the signals back while it lives; what arrived meanwhile is delivered at its end.
+class SignalHold {
+public:
+    explicit SignalHold(std::initializer_list<int> signals);
+    SignalHold();  // those by which a user or a closing terminal ends or stops a process
+    ~SignalHold();
+    SignalHold(const SignalHold&) = delete;
+    SignalHold& operator=(const SignalHold&) = delete;
+
+private:
+    sigset_t before_;
+};
+
+// Writes both pieces at the file's position, one behind the other and in one call where the kernel takes
+// them. false with errno set.
+bool kpe_write_all(int fd, std::string_view first, std::string_view second);
+// Copies bytes [begin, end) to the same place of another file. Returns where it stopped: end, or less
+// with errno set (EIO when the source ends early).
+off_t kpe_copy_bytes(int from, int to, off_t begin, off_t end);
+// Whether both files have the same bytes in [begin, end); false also where one cannot be read so far.
+bool kpe_same_bytes(int a, int b, off_t begin, off_t end);
+inline constexpr off_t KPE_COPY_PIECE = off_t{1} << 20;  // read and written at once
+// Whether both are the same file on disk.
+bool kpe_same_file(int a, int b);
+
+// prefix and digits that are most likely not used in any directory yet.
+std::string kpe_unlikely_name(const std::string& prefix);
+// Calls make with such names until it returns something else than -1 with EEXIST; name is the last one.
+template <class Make>
+int kpe_with_new_name(const std::string& prefix, std::string& name, Make make) {
+    int result = -1;
+    for (int tries = 0; tries < 1000; ++tries) {
+        name = kpe_unlikely_name(prefix);
+        result = make(name.c_str());
+        if (result >= 0 || errno != EEXIST) break;
+    }
+    return result;
+}

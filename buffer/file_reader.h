@@ -1,0 +1,20 @@
+#pragma once
+
+#include <csignal>
+#include <memory>
+#include <string>
+
+#include "buffer/block.h"
+
+// What was read of a file, and how that ended.
+struct FileContent {
+    enum class End { Missing, Refused, Whole, Broken };
+    // Missing: there is no such file. Refused: it could not be opened. Broken: reading stopped before the end.
+    End end = End::Missing;
+    std::shared_ptr<Block> block;  // never null, with room for one byte more
+};
+
+// Reads a file of any kind to its end, waiting for a FIFO or a terminal as long as it takes. *abort (may be
+// null) ends the waiting and the reading once it is not 0; what has been read until then is kept. A directory
+// counts as an empty file.
+FileContent kpe_read_file(const std::string& path, const volatile std::sig_atomic_t* abort);

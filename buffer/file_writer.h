@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+// Writes one file so that the name holds the whole old or the whole new text at every moment. Until
+// commit() succeeds the old text is there; a writer that ends without commit() leaves nothing behind.
+// Only devices and FIFOs get the bytes as they come.
+class FileWriter {
+public:
+    enum class Existing { Replace, Refuse };
+
+    FileWriter();
+    ~FileWriter();
+    FileWriter(const FileWriter&) = delete;
+    FileWriter& operator=(const FileWriter&) = delete;
+
+    // Makes ready to write path; false with errno set if that cannot be. Existing::Refuse is for a new
+    // file: commit() fails with taken() if somebody else made that name meanwhile. A FIFO waits for its
+    // reader; a signal ends that with EINTR.
+    bool open(const std::string& path, Existing existing);
+    // Adds bytes; small pieces are gathered, large ones (1 MB and more) go out as they are. false after
+    // the first failure; commit() fails then.
+    bool write(std::string_view bytes);
+    // Everything on disk under the name: true. false: the old text is as it was, errno tells why.
+    bool commit();
+    bool taken() const;
+    // Empty, but after a commit() that failed while it wrote over a file and could not put the old text
+    // back: then the path of the copy that has it.
+    std::string safety_copy() const;
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};

@@ -1,0 +1,180 @@
+#include "buffer/line_chunk.h"
+
+#include <algorithm>
+#include <functional>
+#include <iterator>
+
+std::string_view LineChunk::view(size_t row) const {
+    if (const Slice* slice = std::get_if<Slice>(&body_)) {
+        const size_t start = slice->start(row);
+        return {slice->base + start, slice->start(row + 1) - start - 1};
+    }
+    return std::get<Mixed>(body_).lines[row].text();
+}
+
+const std::string& LineChunk::string(size_t row) {
+    Line& line = mixed().lines[row];
+    if (!line.own) line.own = std::make_shared<std::string>(line.slice);
+    return *line.own;
+}
+
+// --- Runs ---
+
+// Of the lines row and row + 1, whether both are untouched and the second lies behind the first.
+bool LineChunk::adjoin(size_t row) const {
+    const auto* mixed = std::get_if<Mixed>(&body_);
+    if (!mixed) return true;
+    const Line &a = mixed->lines[row], &b = mixed->lines[row + 1];
+    return !a.edited() && !b.edited() && a.slice.data() + a.slice.size() + 1 == b.slice.data();
+}
+
+LineChunk::Run LineChunk::run_from(size_t row, size_t limit) const {
+    const std::string_view first = view(row);
+    if (const Slice* slice = std::get_if<Slice>(&body_)) {
+        size_t low = row + 1, high = rows_;  // the run ends between them
+        while (low < high) {
+            const size_t middle = (low + high + 1) / 2;
+            if (slice->start(middle) - slice->start(row) <= limit)
+                low = middle;
+            else
+                high = middle - 1;
+        }
+        return {low - row, {first.data(), slice->start(low) - slice->start(row)}, false};
+    }
+    if (std::get<Mixed>(body_).lines[row].edited()) return {1, first, true};
+    Run run{1, {first.data(), first.size() + 1}, false};
+    for (size_t next = row + 1; next < rows_ && adjoin(next - 1); ++next) {
+        const size_t bytes = run.bytes.size() + view(next).size() + 1;
+        if (bytes > limit) break;
+        run = {run.rows + 1, {first.data(), bytes}, false};
+    }
+    return run;
+}
+
+LineChunk::Run LineChunk::run_to(size_t row, size_t limit) const {
+    const auto* mixed = std::get_if<Mixed>(&body_);
+    if (mixed && mixed->lines[row].edited()) return {1, view(row), true};
+    size_t first = row, bytes = view(row).size() + 1;
+    while (first > 0 && adjoin(first - 1)) {
+        const size_t more = view(first - 1).size() + 1;
+        if (bytes + more > limit) break;
+        bytes += more;
+        --first;
+    }
+    return {row + 1 - first, {view(first).data(), bytes}, false};
+}
+
+// --- Changes ---
+
+std::string& LineChunk::edit(size_t row) {
+    Line& line = mixed().lines[row];
+    if (!line.own || line.own.use_count() > 1) line.own = std::make_shared<std::string>(line.text());
+    line.slice = {};
+    return *line.own;
+}
+
+void LineChunk::set(size_t row, std::string_view text) {
+    Line& line = mixed().lines[row];
+    // A string of its own in any case: text may be part of the old one.
+    line.own = std::make_shared<std::string>(text);
+    line.slice = {};
+}
+
+void LineChunk::set_slice(size_t row, std::string_view text, const std::shared_ptr<const Block>& block) {
+    Mixed& body = mixed();
+    add_block(body, block);
+    body.lines[row] = {text, nullptr};
+    tidy(body);
+}
+
+void LineChunk::insert(size_t row, const std::vector<std::string>& lines) {
+    Mixed& body = mixed();
+    std::vector<Line> fresh;
+    fresh.reserve(lines.size());
+    for (const std::string& line : lines) fresh.push_back({{}, std::make_shared<std::string>(line)});
+    body.lines.insert(body.lines.begin() + static_cast<ptrdiff_t>(row), std::make_move_iterator(fresh.begin()),
+                      std::make_move_iterator(fresh.end()));
+    rows_ = body.lines.size();
+}
+
+void LineChunk::insert(size_t row, const LineChunk& other) {
+    Mixed& body = mixed();
+    Mixed more = mixed_part(other, 0, other.rows_);
+    for (const auto& block : more.blocks) add_block(body, block);
+    body.lines.insert(body.lines.begin() + static_cast<ptrdiff_t>(row), std::make_move_iterator(more.lines.begin()),
+                      std::make_move_iterator(more.lines.end()));
+    rows_ = body.lines.size();
+    tidy(body);
+}
+
+void LineChunk::erase(size_t first, size_t last) {
+    Mixed& body = mixed();
+    body.lines.erase(body.lines.begin() + static_cast<ptrdiff_t>(first),
+                     body.lines.begin() + static_cast<ptrdiff_t>(last));
+    rows_ = body.lines.size();
+    tidy(body);
+}
+
+std::shared_ptr<LineChunk> LineChunk::part(size_t first, size_t last) const {
+    if (const Slice* slice = std::get_if<Slice>(&body_)) {
+        Slice some = *slice;
+        if (some.stride != 0)
+            some.base += first * some.stride;
+        else
+            some.starts = {slice->starts, slice->starts.get() + first};
+        return std::make_shared<LineChunk>(std::move(some), last - first);
+    }
+    Mixed some = mixed_part(*this, first, last);
+    if (some.blocks.size() > 1) drop_unused_blocks(some);
+    return std::shared_ptr<LineChunk>(new LineChunk(std::move(some)));
+}
+
+// --- Records ---
+
+LineChunk::Mixed LineChunk::mixed_part(const LineChunk& from, size_t first, size_t last) {
+    Mixed part;
+    if (const Slice* slice = std::get_if<Slice>(&from.body_)) {
+        part.lines.reserve(last - first);
+        for (size_t row = first; row < last; ++row) part.lines.push_back({from.view(row), nullptr});
+        part.blocks.push_back(slice->block);
+    } else {
+        const Mixed& mixed = std::get<Mixed>(from.body_);
+        part.lines.assign(mixed.lines.begin() + static_cast<ptrdiff_t>(first),
+                          mixed.lines.begin() + static_cast<ptrdiff_t>(last));
+        part.blocks = mixed.blocks;
+    }
+    return part;
+}
+
+LineChunk::Mixed& LineChunk::mixed() {
+    if (std::holds_alternative<Slice>(body_)) body_ = mixed_part(*this, 0, rows_);
+    return std::get<Mixed>(body_);
+}
+
+void LineChunk::add_block(Mixed& mixed, const std::shared_ptr<const Block>& block) {
+    if (std::find(mixed.blocks.begin(), mixed.blocks.end(), block) == mixed.blocks.end())
+        mixed.blocks.push_back(block);
+}
+
+// Without this, a chunk that is edited for hours would keep every text that ever passed through it.
+void LineChunk::tidy(Mixed& mixed) {
+    if (mixed.blocks.size() <= mixed.many) return;
+    drop_unused_blocks(mixed);
+    mixed.many = std::max(MANY_BLOCKS, 2 * mixed.blocks.size());
+}
+
+void LineChunk::drop_unused_blocks(Mixed& mixed) {
+    const auto starts_later = [](const char* at, const auto& block) { return std::less<>()(at, block->data()); };
+    std::sort(mixed.blocks.begin(), mixed.blocks.end(),
+              [](const auto& a, const auto& b) { return std::less<>()(a->data(), b->data()); });
+    std::vector<bool> used(mixed.blocks.size());
+    for (const Line& line : mixed.lines) {
+        if (line.edited()) continue;
+        const auto after = std::upper_bound(mixed.blocks.begin(), mixed.blocks.end(), line.slice.data(), starts_later);
+        used[static_cast<size_t>(after - mixed.blocks.begin()) - 1] = true;
+    }
+    Blocks kept;
+    for (size_t i = 0; i < used.size(); ++i)
+        if (used[i]) kept.push_back(std::move(mixed.blocks[i]));
+    mixed.blocks = std::move(kept);
+}

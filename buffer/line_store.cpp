@@ -1,0 +1,238 @@
+#include "buffer/line_store.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "buffer/line_tree.h"
+
+namespace {
+
+// Rows that are inserted as single lines; more become chunks of their own.
+constexpr size_t FEW_ROWS = 64;
+
+}  // namespace
+
+// A row of a chunk that nobody else owns, as is the way down to it.
+struct LineStore::Spot {
+    LineTree& tree;
+    LineTree::Place at;
+    LineChunk& chunk;
+
+    // The chunk got or lost rows; before is how many it had.
+    void recount(size_t before) const {
+        const size_t after = chunk.rows();
+        std::vector<size_t>& in_leaf = tree.leaves[at.leaf]->ends;
+        for (size_t i = at.chunk; i < in_leaf.size(); ++i) in_leaf[i] += after - before;
+        for (size_t i = at.leaf; i < tree.ends.size(); ++i) tree.ends[i] += after - before;
+    }
+};
+
+// --- Making ---
+
+LineStore::LineStore() = default;
+
+LineStore::LineStore(const std::vector<std::string>& lines) {
+    size_t bytes = 0;
+    for (const std::string& line : lines) bytes += line.size() + 1;
+    const auto block = std::make_shared<Block>(bytes);
+    LineTreeBuilder out;
+    SliceCutter cutter(out);
+    cutter.start_at(block, block->data());
+    for (const std::string& line : lines) {
+        block->append(line);
+        block->append("\n");
+        cutter.add(line.size());
+    }
+    cutter.finish();
+    tree_ = out.finish();
+}
+
+LineStore LineStore::from_block(std::shared_ptr<Block> block) {
+    return cut(std::move(block), Returns::Drop);
+}
+
+LineStore LineStore::from_text(std::string_view text, Returns returns) {
+    const auto block = std::make_shared<Block>(text.size() + 1);
+    block->append(text);
+    return cut(block, returns);
+}
+
+// Where a carriage return goes, the bytes behind it move up, so that lines always adjoin.
+LineStore LineStore::cut(std::shared_ptr<Block> block, Returns returns) {
+    char *in = block->data(), *out = in, *end = in + block->size();
+    if (in != end && end[-1] != '\n') *end++ = '\n';
+    LineTreeBuilder tree;
+    SliceCutter cutter(tree);
+    cutter.start_at(block, in);
+    while (in != end) {
+        char* const line_end = static_cast<char*>(std::memchr(in, '\n', static_cast<size_t>(end - in)));
+        size_t length = static_cast<size_t>(line_end - in);
+        if (returns == Returns::Drop && length > 0 && line_end[-1] == '\r') --length;
+        if (in != out) std::memmove(out, in, length);
+        out[length] = '\n';
+        cutter.add(length);
+        out += length + 1;
+        in = line_end + 1;
+    }
+    cutter.finish();
+    block->set_size(static_cast<size_t>(out - block->data()));
+    return LineStore(tree.finish());
+}
+
+// --- Reading ---
+
+size_t LineStore::size() const {
+    return tree_ ? tree_->size() : 0;
+}
+
+std::string_view LineStore::view(size_t row) const {
+    const LineTree::Place at = tree_->locate(row);
+    return tree_->chunk(at).view(at.row);
+}
+
+const std::string& LineStore::at(size_t row) const {
+    const LineTree::Place at = tree_->locate(row);
+    return tree_->chunk(at).string(at.row);
+}
+
+LineStore LineStore::slice(size_t first, size_t last) const {
+    LineTreeBuilder out;
+    if (tree_) out.add_rows(*tree_, first, last);
+    return LineStore(out.finish());
+}
+
+LineStore::Run LineStore::run_from(size_t row, size_t limit) const {
+    LineTree::Place at = tree_->locate(row);
+    const LineChunk::Run first = tree_->chunk(at).run_from(at.row, limit);
+    Run run{row, first.rows, first.bytes, !first.edited};
+    size_t next_row = at.row + first.rows;
+    while (run.terminated && next_row == tree_->chunk(at).rows() && tree_->step_forward(at)) {
+        if (run.bytes.size() >= limit) break;
+        const LineChunk::Run more = tree_->chunk(at).run_from(0, limit - run.bytes.size());
+        const bool adjoins = !more.edited && more.bytes.data() == run.bytes.data() + run.bytes.size();
+        if (!adjoins || run.bytes.size() + more.bytes.size() > limit) break;
+        run.rows += more.rows;
+        run.bytes = {run.bytes.data(), run.bytes.size() + more.bytes.size()};
+        next_row = more.rows;
+    }
+    return run;
+}
+
+LineStore::Run LineStore::run_to(size_t row, size_t limit) const {
+    LineTree::Place at = tree_->locate(row);
+    const LineChunk::Run last = tree_->chunk(at).run_to(at.row, limit);
+    Run run{row + 1 - last.rows, last.rows, last.bytes, !last.edited};
+    size_t rows_before = at.row + 1 - last.rows;  // in the same chunk
+    while (run.terminated && rows_before == 0 && tree_->step_back(at)) {
+        if (run.bytes.size() >= limit) break;
+        const LineChunk::Run more = tree_->chunk(at).run_to(at.row, limit - run.bytes.size());
+        const bool adjoins = !more.edited && more.bytes.data() + more.bytes.size() == run.bytes.data();
+        if (!adjoins || run.bytes.size() + more.bytes.size() > limit) break;
+        run.rows += more.rows;
+        run.first_row -= more.rows;
+        run.bytes = {more.bytes.data(), run.bytes.size() + more.bytes.size()};
+        rows_before = at.row + 1 - more.rows;
+    }
+    return run;
+}
+
+// By the places of the lines and not by line breaks, as a line may hold some.
+size_t LineStore::row_at(const Run& run, size_t offset) const {
+    size_t low = run.first_row, high = run.first_row + run.rows - 1;
+    while (low < high) {
+        const size_t middle = (low + high + 1) / 2;
+        if (static_cast<size_t>(view(middle).data() - run.bytes.data()) <= offset)
+            low = middle;
+        else
+            high = middle - 1;
+    }
+    return low;
+}
+
+// --- Changing ---
+
+// Clones what is shared on the way down; row may be size() and is then behind the last chunk's last row.
+LineStore::Spot LineStore::own_chunk(size_t row) {
+    const bool behind = row == size();
+    LineTree::Place at = tree_->locate(behind ? row - 1 : row);
+    if (behind) ++at.row;
+    if (tree_.use_count() > 1) tree_ = std::make_shared<LineTree>(*tree_);
+    auto& leaf = tree_->leaves[at.leaf];
+    if (leaf.use_count() > 1) leaf = std::make_shared<LineLeaf>(*leaf);
+    auto& chunk = leaf->chunks[at.chunk];
+    if (chunk.use_count() > 1) chunk = std::make_shared<LineChunk>(*chunk);
+    return {*tree_, at, *chunk};
+}
+
+std::string& LineStore::edit(size_t row) {
+    const Spot spot = own_chunk(row);
+    return spot.chunk.edit(spot.at.row);
+}
+
+void LineStore::set(size_t row, std::string_view text) {
+    const Spot spot = own_chunk(row);
+    spot.chunk.set(spot.at.row, text);
+}
+
+// Rows [first, last) give way to those of middle (may be null).
+void LineStore::splice(size_t first, size_t last, const LineTree* middle) {
+    LineTreeBuilder out;
+    if (tree_) out.add_rows(*tree_, 0, first);
+    if (middle) out.add_rows(*middle, 0, middle->size());
+    if (tree_) out.add_rows(*tree_, last, size());
+    tree_ = out.finish();
+}
+
+// Into the chunk that is there, which is cut in two when it has grown too long. put_into(chunk, row) does it.
+template <typename Rows>
+bool LineStore::insert_few(size_t row, size_t count, const Rows& put_into) {
+    if (count > FEW_ROWS || empty()) return false;
+    const Spot spot = own_chunk(row);
+    const size_t before = spot.chunk.rows();
+    put_into(spot.chunk, spot.at.row);
+    spot.recount(before);
+    const size_t rows = spot.chunk.rows(), start = row - spot.at.row;
+    if (rows <= 2 * LineChunk::MAX_ROWS) return true;
+    LineTreeBuilder out;
+    out.add_rows(*tree_, 0, start + rows / 2);
+    out.add_rows(*tree_, start + rows / 2, size());
+    tree_ = out.finish();
+    return true;
+}
+
+void LineStore::insert(size_t row, const std::vector<std::string>& lines) {
+    if (lines.empty()) return;
+    const auto put = [&](LineChunk& chunk, size_t at) { chunk.insert(at, lines); };
+    if (!insert_few(row, lines.size(), put)) splice(row, row, LineStore(lines).tree_.get());
+}
+
+void LineStore::insert(size_t row, const LineStore& other) {
+    if (other.empty()) return;
+    const LineStore added = other;  // other may be this store
+    if (empty()) {
+        tree_ = added.tree_;
+        return;
+    }
+    const auto put = [&](LineChunk& chunk, size_t at) {
+        for (LineTree::Place from;;) {
+            const LineChunk& some = added.tree_->chunk(from);
+            chunk.insert(at, some);
+            at += some.rows();
+            if (!added.tree_->step_forward(from)) return;
+        }
+    };
+    if (!insert_few(row, added.size(), put)) splice(row, row, added.tree_.get());
+}
+
+void LineStore::erase(size_t first, size_t last) {
+    last = std::min(last, size());
+    if (first >= last) return;
+    const LineTree::Place at = tree_->locate(first);
+    const size_t rows = tree_->chunk(at).rows();
+    // What would leave an empty or a tiny chunk is put together anew, which joins it with its neighbours.
+    if (at.row + (last - first) > rows || rows - (last - first) < LineChunk::TINY_ROWS)
+        return splice(first, last, nullptr);
+    const Spot spot = own_chunk(first);
+    spot.chunk.erase(at.row, at.row + (last - first));
+    spot.recount(rows);
+}

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "buffer/block.h"
+
+struct LineTree;
+
+// The lines of one buffer, in chunks that copies share. A copy costs one pointer; the first
+// change after it clones the way down to one chunk of some hundred lines, never the text: a
+// chunk refers to bytes of immutable blocks, or to single lines of its own once they were edited.
+//
+// Rows are zero-based. A store may be empty. A line may hold any byte, a line break included.
+class LineStore {
+public:
+    LineStore();
+    // One row for each string.
+    explicit LineStore(const std::vector<std::string>& lines);
+    // The bytes of a block from begin to end as rows that each end in "\n" (the last may lack it, and
+    // then the byte behind it must be writable: it becomes one). One carriage return before each
+    // line end is dropped. No bytes: no rows. The block becomes immutable by this.
+    static LineStore from_block(std::shared_ptr<Block> block);
+    // text cut at each "\n" as above; a last "\n" starts no further row.
+    enum class Returns { Drop, Keep };  // the carriage return before a line end
+    static LineStore from_text(std::string_view text, Returns returns = Returns::Drop);
+
+    size_t size() const;
+    bool empty() const { return size() == 0; }
+
+    // The row's bytes; row < size(). Valid until the row or a row of its chunk changes, and not
+    // longer than this store or a copy made meanwhile lives. Making at() strings does not end it.
+    std::string_view view(size_t row) const;
+    // The same as a string that lives in the store, for callers that need one; view() is cheaper.
+    const std::string& at(size_t row) const;
+    // For editing in place. The reference dies at the next change, and must not be kept while the
+    // store is copied: the copy would see the change.
+    std::string& edit(size_t row);
+    // Replaces the row's text.
+    void set(size_t row, std::string_view text);
+
+    void insert(size_t row, const std::vector<std::string>& lines);  // row <= size()
+    // Inserts all rows of other, sharing their bytes and whole chunks.
+    void insert(size_t row, const LineStore& other);                 // row <= size()
+    void erase(size_t first, size_t last);                           // [first, last), clamped
+    // Rows [first, last), sharing bytes and whole chunks; clamped.
+    LineStore slice(size_t first, size_t last) const;
+
+    // Rows that lie one behind the other in memory, each followed by one "\n" that belongs to the
+    // run; a single edited row is a run whose bytes lack that "\n" (terminated is false).
+    struct Run {
+        size_t first_row = 0, rows = 0;
+        std::string_view bytes;
+        bool terminated = true;
+    };
+    // The run that starts at row (row < size()), of at most about limit bytes, at least one row.
+    Run run_from(size_t row, size_t limit = RUN_LIMIT) const;
+    // The run that ends with row (row < size()), of at most about limit bytes, at least one row.
+    Run run_to(size_t row, size_t limit = RUN_LIMIT) const;
+    // The row of the run in which the byte at offset (below bytes.size()) lies.
+    size_t row_at(const Run& run, size_t offset) const;
+    static constexpr size_t RUN_LIMIT = size_t{4} << 20;
+
+    // New texts for many rows, put in ascending order. Each touched chunk is rebuilt once, in blocks
+    // of large size, so that changing every line costs little more than copying the bytes. Until
+    // finish() the store must not be changed otherwise, and reads as before.
+    class Rewriter {
+    public:
+        // *changed (may be null) becomes true once a row gets other bytes than it had.
+        explicit Rewriter(LineStore& store, bool* changed = nullptr);
+        ~Rewriter();  // finishes
+        Rewriter(const Rewriter&) = delete;
+        Rewriter& operator=(const Rewriter&) = delete;
+        // row above the last one put (others work, slowly); nothing from size() on.
+        void put(size_t row, std::string_view text);
+        void finish();
+
+    private:
+        struct State;
+        std::unique_ptr<State> state_;
+    };
+
+private:
+    explicit LineStore(std::shared_ptr<LineTree> tree) : tree_(std::move(tree)) {}
+    static LineStore cut(std::shared_ptr<Block> block, Returns returns);
+    struct Spot;
+    Spot own_chunk(size_t row);
+    void splice(size_t first, size_t last, const LineTree* middle);
+    template <typename Rows>
+    bool insert_few(size_t row, size_t count, const Rows& put_into);
+
+    std::shared_ptr<LineTree> tree_;  // null: no rows
+};

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "buffer/file_handle.h"
+
+// Where texts are kept that must outlive a crash, in order of preference: $XDG_STATE_HOME/kpe/, else
+// $HOME/.local/state/kpe/; then ${TMPDIR:-/tmp}/. Each ends in "/" and may not exist yet.
+std::vector<std::string> kpe_state_directories();
+// A new file of mode 0600, open for reading and writing, in the first of those directories that takes one;
+// path is its name. Missing directories are made with mode 0700. Not open, with errno set, if none does.
+FileHandle kpe_make_state_file(const std::string& prefix, std::string& path);
+
+// Three open descriptors: the file to write to, the same file to read from, and the new text to read.
+struct Overwrite {
+    int target, old, text;
+};
+// Replaces a file's content where it stands; label, a short name without "/", names the safety copy.
+// false with errno set: the old text is back, or, when even that failed, kept in the file that kept names.
+bool kpe_overwrite(const Overwrite& files, const std::string& label, std::string& kept);

@@ -1,0 +1,199 @@
+#include "buffer/text_buffer.h"
+
+#include <algorithm>
+
+#include "buffer/file_reader.h"
+
+namespace {
+
+constexpr size_t FEW_EMPTY_LINES = 64;
+
+// Shared by all buffers that begin empty.
+const LineStore& one_empty_line() {
+    static const LineStore line(std::vector<std::string>{""});
+    return line;
+}
+
+LineStore empty_lines(size_t count) {
+    if (count <= FEW_EMPTY_LINES) return LineStore(std::vector<std::string>(count));
+    return LineStore::from_text(std::string(count, '\n'));
+}
+
+}  // namespace
+
+TextBuffer::TextBuffer() : lines_(one_empty_line()) {}
+
+// --- Loading and the whole text ---
+
+bool TextBuffer::load(const std::string& path, const volatile std::sig_atomic_t* abort) {
+    using End = FileContent::End;
+    filename_ = path;
+    clear_mark();
+    lines_ = one_empty_line();  // the old text makes room for the new one
+    modified_ = false;
+    FileContent content = kpe_read_file(filename_, abort);
+    const bool opened = content.end == End::Whole || content.end == End::Broken;
+    load_state_ = content.end == End::Missing ? Load::Missing : content.end == End::Whole ? Load::Whole : Load::Broken;
+    const std::string_view bytes = content.block->bytes();
+    final_newline_ = bytes.empty() || bytes.back() == '\n';
+    if (!bytes.empty()) lines_ = LineStore::from_block(std::move(content.block));
+    return opened;
+}
+
+void TextBuffer::clear() {
+    replace_lines({});
+    final_newline_ = true;
+}
+
+void TextBuffer::set_text(std::string_view text) {
+    const bool ends_line = !text.empty() && text.back() == '\n';
+    replace_lines(LineStore::from_text(text));
+    final_newline_ = ends_line;
+}
+
+void TextBuffer::set_lines(const LineStore& lines) {
+    replace_lines(lines);
+}
+
+void TextBuffer::replace_lines(LineStore lines) {
+    lines_ = lines.empty() ? one_empty_line() : std::move(lines);
+    clear_mark();
+    modified_ = true;
+}
+
+std::string TextBuffer::text() const {
+    if (is_blank()) return {};
+    std::string text = joined_rows(0, line_count());
+    if (!final_newline_ && !text.empty()) text.pop_back();
+    return text;
+}
+
+bool TextBuffer::is_blank() const {
+    return line_count() == 1 && view(0).empty();
+}
+
+// Rows [first, last), each with "\n".
+std::string TextBuffer::joined_rows(size_t first, size_t last) const {
+    const LineStore rows = lines_.slice(first, last);
+    size_t bytes = 0;
+    for (size_t row = 0; row < rows.size();) {
+        const LineStore::Run run = rows.run_from(row);
+        bytes += run.bytes.size() + (run.terminated ? 0 : 1);
+        row += run.rows;
+    }
+    std::string text;
+    text.reserve(bytes);
+    for (size_t row = 0; row < rows.size();) {
+        const LineStore::Run run = rows.run_from(row);
+        text.append(run.bytes);
+        if (!run.terminated) text.push_back('\n');
+        row += run.rows;
+    }
+    return text;
+}
+
+// --- Lines ---
+
+const std::string& TextBuffer::line(size_t row) const {
+    static const std::string NOTHING;
+    return row < line_count() ? lines_.at(row) : NOTHING;
+}
+
+std::string& TextBuffer::line(size_t row) {
+    ensure_row(row);
+    return lines_.edit(row);
+}
+
+std::string_view TextBuffer::view(size_t row) const {
+    return row < line_count() ? lines_.view(row) : std::string_view();
+}
+
+std::vector<std::string> TextBuffer::lines_in_range(size_t first, size_t last) const {
+    std::vector<std::string> lines;
+    if (first >= line_count()) return lines;
+    last = std::min(last, line_count() - 1);
+    for (size_t row = first; row <= last; ++row) lines.emplace_back(view(row));
+    return lines;
+}
+
+LineStore TextBuffer::share_range(size_t first, size_t last) const {
+    if (first >= line_count()) return {};
+    return lines_.slice(first, std::min(last, line_count() - 1) + 1);
+}
+
+void TextBuffer::ensure_row(size_t row) {
+    if (row >= line_count()) lines_.insert(line_count(), empty_lines(row - line_count() + 1));
+}
+
+template <typename Lines>
+void TextBuffer::append_any(const Lines& lines) {
+    if (lines.empty()) return;
+    if (is_blank()) lines_ = {};
+    lines_.insert(line_count(), lines);
+    final_newline_ = true;
+    modified_ = true;
+}
+
+void TextBuffer::append_lines(const std::vector<std::string>& lines) {
+    append_any(lines);
+}
+
+void TextBuffer::append_lines(const LineStore& lines) {
+    append_any(LineStore(lines));  // a copy: they may be this buffer's own
+}
+
+template <typename Lines>
+void TextBuffer::insert_any(size_t at, const Lines& lines) {
+    if (lines.empty()) return;
+    modified_ = true;
+    at = std::min(at, line_count());
+    if (is_blank()) {
+        lines_ = LineStore(lines);
+        return;
+    }
+    lines_.insert(at, lines);
+    if (mark_set_ && mark_row_ >= at) mark_row_ += lines.size();
+}
+
+void TextBuffer::insert_lines(size_t at, const std::vector<std::string>& lines) {
+    insert_any(at, lines);
+}
+
+void TextBuffer::insert_lines(size_t at, const LineStore& lines) {
+    insert_any(at, LineStore(lines));  // a copy: they may be this buffer's own
+}
+
+std::string TextBuffer::delete_line(size_t row) {
+    return delete_range(row, row);
+}
+
+std::string TextBuffer::delete_range(size_t first, size_t last) {
+    if (first >= line_count()) return {};
+    last = std::min(last, line_count() - 1);
+    if (first > last) return {};
+    std::string removed = joined_rows(first, last + 1);
+    remove_rows(first, last);
+    return removed;
+}
+
+LineStore TextBuffer::take_range(size_t first, size_t last) {
+    LineStore removed = share_range(first, last);
+    if (!removed.empty()) remove_rows(first, std::min(last, line_count() - 1));
+    return removed;
+}
+
+// Rows first to last, which exist.
+void TextBuffer::remove_rows(size_t first, size_t last) {
+    lines_.erase(first, last + 1);
+    if (lines_.empty()) lines_ = one_empty_line();
+    if (mark_set_ && mark_row_ >= first) {
+        if (mark_row_ <= last) {
+            mark_row_ = first;
+            mark_col_ = 0;
+        } else {
+            mark_row_ -= last - first + 1;
+        }
+    }
+    clamp_mark();
+    modified_ = true;
+}

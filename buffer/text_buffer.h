@@ -1,0 +1,126 @@
+#pragma once
+
+#include <csignal>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "buffer/line_store.h"
+#include "buffer/match.h"
+
+// The text of one buffer: its lines without terminators, the file it came from, a modified flag, a
+// final-newline flag and one optional mark that edits keep pointing at the same text. A value: a copy
+// is an independent text, and shares what has not changed.
+//
+// Rows and columns are zero-based, columns count bytes; a column may equal the line's length. Positions
+// outside the text are never errors: reading them gives empty results, deleting does nothing, columns
+// are lowered to the length, insertions first append empty lines up to the row. There is always at
+// least one line. Every change of text sets modified().
+class TextBuffer {
+public:
+    TextBuffer();  // one empty line, without a name
+
+    // --- Loading and the whole text: text_buffer.cpp ---
+    enum class Load { Missing, Whole, Broken };  // Broken: it exists, but could not be read to its end
+    // Reads the file; false if it could not be opened. *abort, polled while reading, ends it early.
+    bool load(const std::string& path, const volatile std::sig_atomic_t* abort = nullptr);
+    // How the last load() ended. Broken also when the file exists and could not be opened at all.
+    Load load_state() const { return load_state_; }
+    void set_filename(const std::string& name) { filename_ = name; }
+    const std::string& filename() const { return filename_; }
+    bool modified() const { return modified_; }
+    void set_modified() { modified_ = true; }
+    void clear_modified() { modified_ = false; }
+    bool final_newline() const { return final_newline_; }
+    size_t line_count() const { return lines_.size(); }
+    void clear();
+    void set_text(std::string_view text);
+    std::string text() const;
+    const std::string& line(size_t row) const;  // past the end: a shared empty string
+    std::string& line(size_t row);              // ensure_row first; the caller sets modified and mark
+    std::string_view view(size_t row) const;    // line() without making a string
+    size_t length(size_t row) const { return view(row).size(); }
+    std::vector<std::string> lines_in_range(size_t first, size_t last) const;  // inclusive
+    void ensure_row(size_t row);                                              // does not set modified
+
+    // --- Whole lines ---
+    void append_lines(const std::vector<std::string>& lines);
+    void append_lines(const LineStore& lines);
+    void insert_lines(size_t at, const std::vector<std::string>& lines);
+    void insert_lines(size_t at, const LineStore& lines);
+    std::string delete_line(size_t row);                       // the text and "\n"
+    std::string delete_range(size_t first, size_t last);       // inclusive
+    LineStore take_range(size_t first, size_t last);           // delete_range that shares the text
+    LineStore share_range(size_t first, size_t last) const;    // lines_in_range that shares the text
+    void set_lines(const LineStore& lines);                    // set_text for lines; final newline kept
+    const LineStore& lines() const { return lines_; }
+
+    // --- Characters, words and spans: text_edits.cpp ---
+    void insert_char(size_t row, size_t col, char c);
+    void insert_text(size_t& row, size_t& col, std::string_view text);
+    // Inserts the rows, each followed by a line break, as insert_text would their joined text.
+    void insert_rows_as_text(size_t& row, size_t& col, const LineStore& rows);
+    void split_line(size_t row, size_t col);
+    char backspace(size_t& row, size_t& col);
+    char delete_at(size_t row, size_t col);
+    std::string delete_to_eol(size_t row, size_t col);
+    std::string delete_to_bol(size_t row, size_t& col);
+    std::string delete_word_forward(size_t row, size_t& col, const std::string& delims);
+    std::string delete_word_backward(size_t& row, size_t& col, const std::string& delims);
+    std::string text_in_span(size_t r1, size_t c1, size_t r2, size_t c2) const;
+    std::string delete_span(size_t r1, size_t c1, size_t r2, size_t c2);
+    // Replaces count bytes at col by text, which goes into the line as it is, line breaks included. Row
+    // past the end: no change; col and count are lowered. The mark moves with its text: behind the
+    // replaced bytes it shifts, inside them it goes to their start, at the start it stays. The same bytes
+    // again are no change.
+    void replace_in_line(size_t row, size_t col, size_t count, std::string_view text);
+    // Replaces whole lines in ascending order (see LineStore::Rewriter). A line that gets other bytes sets
+    // modified(); the caller lowers the mark's column to its line afterwards, by clamp_mark(). The buffer
+    // must stay where it is meanwhile.
+    LineStore::Rewriter rewrite();
+
+    // --- The mark: mark.cpp ---
+    void set_mark(size_t row, size_t col);
+    void clear_mark();
+    bool has_mark() const { return mark_set_; }
+    size_t mark_row() const { return mark_row_; }
+    size_t mark_col() const { return mark_col_; }
+    void clamp_mark();
+    void mark_on_erase_chars(size_t row, size_t col, size_t n);
+    void mark_on_join(size_t row, size_t prev_len);
+
+    // --- Searching: match.cpp ---
+    static bool has_wildcards(const std::string& s);
+    static std::string to_lower(const std::string& s);
+    // Matches pattern (ended by NUL) against a prefix of len bytes at text: bytes matched, or -1.
+    static int wmatch(const char* pattern, const char* text, size_t len);
+    size_t match_len_at(const std::string& needle, size_t row, size_t col, bool exact) const;
+    std::optional<std::pair<size_t, size_t>> find_forward(const std::string& needle, size_t row, size_t col,
+                                                          bool exact) const;
+    std::optional<std::pair<size_t, size_t>> find_backward(const std::string& needle, size_t row, size_t col,
+                                                           bool exact) const;
+
+private:
+    bool is_blank() const;  // exactly one empty line
+    void replace_lines(LineStore lines);
+    template <typename Lines>
+    void insert_any(size_t at, const Lines& lines);
+    template <typename Lines>
+    void append_any(const Lines& lines);
+    void remove_rows(size_t first, size_t last);
+    std::string joined_rows(size_t first, size_t last) const;
+    std::string cut_bytes(size_t row, size_t col, size_t count);
+    void join_with_next(size_t row);
+    void mark_on_insert(size_t row, size_t col, size_t new_rows, size_t new_col);
+
+    std::string filename_;
+    LineStore lines_;
+    bool modified_ = false;
+    bool final_newline_ = true;
+    bool mark_set_ = false;
+    size_t mark_row_ = 0, mark_col_ = 0;
+    Load load_state_ = Load::Missing;
+};

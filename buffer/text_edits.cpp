@@ -1,0 +1,251 @@
+#include <algorithm>
+
+#include "buffer/text_buffer.h"
+
+namespace {
+
+std::string head_and(std::string_view head, std::string_view more) {
+    std::string line;
+    line.reserve(head.size() + more.size());
+    return line.append(head).append(more);
+}
+
+// Whether some line holds a line break of its own.
+bool holds_breaks(const LineStore& rows) {
+    for (size_t row = 0; row < rows.size();) {
+        const LineStore::Run run = rows.run_from(row);
+        size_t breaks = 0;
+        for (size_t at = 0; (at = run.bytes.find('\n', at)) != std::string_view::npos; ++at) ++breaks;
+        if (breaks != (run.terminated ? run.rows : 0)) return true;
+        row += run.rows;
+    }
+    return false;
+}
+
+std::string joined(const LineStore& rows) {
+    std::string text;
+    for (size_t row = 0; row < rows.size(); ++row) text.append(rows.view(row)).push_back('\n');
+    return text;
+}
+
+}  // namespace
+
+// --- Insertions ---
+
+void TextBuffer::insert_char(size_t row, size_t col, char c) {
+    ensure_row(row);
+    col = std::min(col, length(row));
+    lines_.edit(row).insert(col, 1, c);
+    mark_on_insert(row, col, 0, col + 1);
+    modified_ = true;
+}
+
+// The same as inserting byte after byte. The cursor's column is not lowered to the line: where it was
+// beyond the end it stays as far beyond, until a line break.
+void TextBuffer::insert_text(size_t& row, size_t& col, std::string_view text) {
+    if (text.empty()) return;
+    const std::string own(text);  // it may lie in the line that changes
+    text = own;
+    ensure_row(row);
+    const size_t at = std::min(col, length(row));
+    modified_ = true;
+    const size_t first_break = text.find('\n');
+    if (first_break == std::string_view::npos) {
+        lines_.edit(row).insert(at, text);
+        mark_on_insert(row, at, 0, at + text.size());
+        col += text.size();
+        return;
+    }
+    const size_t last_break = text.rfind('\n');
+    const std::string_view last = text.substr(last_break + 1);
+    LineStore added = LineStore::from_text(text.substr(first_break + 1, last_break - first_break),
+                                           LineStore::Returns::Keep);
+    const size_t new_rows = added.size() + 1;
+    added.insert(added.size(), {head_and(last, view(row).substr(at))});
+    lines_.set(row, head_and(view(row).substr(0, at), text.substr(0, first_break)));
+    lines_.insert(row + 1, added);
+    mark_on_insert(row, at, new_rows, last.size());
+    row += new_rows;
+    col = last.size();
+}
+
+void TextBuffer::insert_rows_as_text(size_t& row, size_t& col, const LineStore& rows) {
+    if (rows.empty()) return;
+    if (holds_breaks(rows)) return insert_text(row, col, joined(rows));
+    LineStore added = rows;
+    const size_t new_rows = added.size();
+    ensure_row(row);
+    const size_t at = std::min(col, length(row));
+    if (at > 0) {
+        // The first row goes behind what stays, and what follows the cursor becomes a row behind the last.
+        const std::string tail(view(row).substr(at));
+        lines_.set(row, head_and(view(row).substr(0, at), added.view(0)));
+        added.erase(0, 1);
+        added.insert(added.size(), {tail});
+    }
+    lines_.insert(at > 0 ? row + 1 : row, added);
+    mark_on_insert(row, at, new_rows, 0);
+    modified_ = true;
+    row += new_rows;
+    col = 0;
+}
+
+void TextBuffer::split_line(size_t row, size_t col) {
+    ensure_row(row);
+    col = std::min(col, length(row));
+    if (col == 0) {
+        lines_.insert(row, std::vector<std::string>{""});
+    } else {
+        const std::string tail(view(row).substr(col));
+        if (!tail.empty()) lines_.edit(row).resize(col);
+        lines_.insert(row + 1, {tail});
+    }
+    mark_on_insert(row, col, 1, 0);
+    modified_ = true;
+}
+
+// --- Deletions ---
+
+// Takes count bytes that exist out of a line.
+std::string TextBuffer::cut_bytes(size_t row, size_t col, size_t count) {
+    if (count == 0) return {};
+    std::string& line = lines_.edit(row);
+    std::string removed = line.substr(col, count);
+    line.erase(col, count);
+    mark_on_erase_chars(row, col, count);
+    modified_ = true;
+    return removed;
+}
+
+// row + 1 exists.
+void TextBuffer::join_with_next(size_t row) {
+    const size_t old_length = length(row);
+    if (old_length == 0) {
+        lines_.erase(row, row + 1);
+    } else {
+        const std::string next(view(row + 1));
+        if (!next.empty()) lines_.edit(row).append(next);
+        lines_.erase(row + 1, row + 2);
+    }
+    mark_on_join(row, old_length);
+    modified_ = true;
+}
+
+char TextBuffer::backspace(size_t& row, size_t& col) {
+    if (row >= line_count()) return 0;
+    if (col > 0) {
+        if (col > length(row)) return 0;
+        --col;
+        return cut_bytes(row, col, 1).front();
+    }
+    if (row == 0) return 0;
+    col = length(row - 1);
+    join_with_next(--row);
+    return '\n';
+}
+
+char TextBuffer::delete_at(size_t row, size_t col) {
+    if (row >= line_count()) return 0;
+    if (col < length(row)) return cut_bytes(row, col, 1).front();
+    if (row + 1 == line_count()) return 0;
+    join_with_next(row);
+    return '\n';
+}
+
+std::string TextBuffer::delete_to_eol(size_t row, size_t col) {
+    if (row >= line_count()) return {};
+    const size_t old_length = length(row);
+    col = std::min(col, old_length);
+    std::string removed = cut_bytes(row, col, old_length - col);
+    if (mark_set_ && mark_row_ == row) mark_col_ = std::min(mark_col_, col);
+    return removed;
+}
+
+std::string TextBuffer::delete_to_bol(size_t row, size_t& col) {
+    if (row >= line_count()) return {};
+    const size_t count = std::min(col, length(row));
+    col = 0;
+    return cut_bytes(row, 0, count);
+}
+
+std::string TextBuffer::delete_word_forward(size_t row, size_t& col, const std::string& delims) {
+    const std::string_view line = view(row);
+    if (row >= line_count() || col >= line.size()) return {};
+    const size_t word = std::min(line.find_first_not_of(delims, col), line.size());
+    const size_t end = std::min(line.find_first_of(delims, word), line.size());
+    return cut_bytes(row, col, end - col);
+}
+
+std::string TextBuffer::delete_word_backward(size_t& row, size_t& col, const std::string& delims) {
+    if (row >= line_count()) return {};
+    if (col == 0 && backspace(row, col) == 0) return {};
+    const std::string_view line = view(row);
+    const size_t end = col = std::min(col, line.size());
+    while (col > 0 && delims.find(line[col - 1]) != std::string::npos) --col;
+    while (col > 0 && delims.find(line[col - 1]) == std::string::npos) --col;
+    return cut_bytes(row, col, end - col);
+}
+
+// --- Spans ---
+
+std::string TextBuffer::text_in_span(size_t r1, size_t c1, size_t r2, size_t c2) const {
+    if (r1 >= line_count()) return {};
+    r2 = std::min(r2, line_count() - 1);
+    if (r2 < r1) return {};
+    c2 = std::min(c2, length(r2));
+    c1 = std::min(c1, length(r1));
+    if (r1 == r2) return c1 < c2 ? std::string(view(r1).substr(c1, c2 - c1)) : std::string();
+    const std::string between = joined_rows(r1 + 1, r2);
+    std::string text;
+    text.reserve(length(r1) - c1 + 1 + between.size() + c2);
+    text.append(view(r1).substr(c1)).push_back('\n');
+    return text.append(between).append(view(r2).substr(0, c2));
+}
+
+std::string TextBuffer::delete_span(size_t r1, size_t c1, size_t r2, size_t c2) {
+    std::string removed = text_in_span(r1, c1, r2, c2);
+    if (removed.empty()) return removed;
+    r2 = std::min(r2, line_count() - 1);
+    c2 = std::min(c2, length(r2));
+    c1 = std::min(c1, length(r1));
+    if (mark_set_) {
+        const std::pair mark(mark_row_, mark_col_);
+        if (std::pair(r1, c1) <= mark && mark < std::pair(r2, c2)) {
+            mark_row_ = r1;
+            mark_col_ = c1;
+        } else if (mark_row_ == r2 && mark_col_ >= c2) {
+            mark_row_ = r1;
+            mark_col_ = mark_col_ - c2 + c1;
+        } else if (mark_row_ > r2) {
+            mark_row_ -= r2 - r1;
+        }
+    }
+    if (r1 == r2) {
+        lines_.edit(r1).erase(c1, c2 - c1);
+    } else if (c1 == 0 && c2 == 0) {
+        lines_.erase(r1, r2);  // whole lines: the one behind them is not touched
+    } else {
+        lines_.set(r1, head_and(view(r1).substr(0, c1), view(r2).substr(c2)));
+        lines_.erase(r1 + 1, r2 + 1);
+    }
+    clamp_mark();
+    modified_ = true;
+    return removed;
+}
+
+void TextBuffer::replace_in_line(size_t row, size_t col, size_t count, std::string_view text) {
+    if (row >= line_count()) return;
+    const std::string_view line = view(row);
+    col = std::min(col, line.size());
+    count = std::min(count, line.size() - col);
+    if (line.substr(col, count) == text) return;
+    const std::string own(text);  // it may lie in the line that changes
+    lines_.edit(row).replace(col, count, own);
+    if (mark_set_ && mark_row_ == row && mark_col_ > col)
+        mark_col_ = mark_col_ < col + count ? col : mark_col_ - count + own.size();
+    modified_ = true;
+}
+
+LineStore::Rewriter TextBuffer::rewrite() {
+    return LineStore::Rewriter(lines_, &modified_);
+}

@@ -1,0 +1,386 @@
+#include "buffer/file_writer.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <functional>
+#include <optional>
+
+#include "buffer/file_handle.h"
+#include "buffer/safety_copy.h"
+#include "unit/scratch.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Names = std::set<std::string>;
+using Existing = FileWriter::Existing;
+
+constexpr size_t MB = size_t{1} << 20;
+constexpr uid_t NOBODY = 65534;
+
+// Saves text; 0, or what errno said.
+int save(const std::string& path, std::string_view text, Existing existing = Existing::Replace) {
+    FileWriter writer;
+    if (!writer.open(path, existing)) return errno;
+    writer.write(text);
+    return writer.commit() ? 0 : errno;
+}
+
+struct stat stat_of(const std::string& path) {
+    struct stat st {};
+    EXPECT_EQ(lstat(path.c_str(), &st), 0) << path;
+    return st;
+}
+
+// Runs act in a child, as an ordinary user, and returns what act returned. Whatever act changes about its
+// process (limits, user, signals) ends with it.
+int in_child(const std::function<int()>& act, bool as_user = false) {
+    const pid_t child = fork();
+    if (child == 0) {
+        signal(SIGXFSZ, SIG_IGN);
+        if (as_user && getuid() == 0 && (setgroups(0, nullptr) || setgid(NOBODY) || setuid(NOBODY))) _exit(255);
+        _exit(act());
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+    return WEXITSTATUS(status);
+}
+
+void limit_file_size(size_t bytes) {
+    const rlimit limit{bytes, bytes};
+    setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+// Text that shows any misplaced piece.
+std::string numbered(size_t size) {
+    std::string text;
+    while (text.size() < size) text += std::to_string(text.size()) + "\n";
+    text.resize(size);
+    return text;
+}
+
+class Saving : public testing::Test {
+protected:
+    Saving() {
+        fs::create_directory(scratch.path("state"));
+        fs::create_directory(scratch.path("d"));
+        for (const char* name : {".", "state", "d"}) open_to_all(name);
+        setenv("XDG_STATE_HOME", scratch.path("state").c_str(), 1);
+    }
+    ~Saving() override {
+        fs::permissions(scratch.path("d"), fs::perms::all);
+        unsetenv("XDG_STATE_HOME");
+    }
+    void open_to_all(const char* name) { fs::permissions(scratch.path(name), fs::perms::all); }
+    // No safety copy is left.
+    bool state_is_clean() const { return !fs::exists(scratch.path("state/kpe")) || scratch.names("state/kpe").empty(); }
+
+    Scratch scratch;
+};
+
+TEST_F(Saving, ReplacesTextWithTheOldModeAndAttributes) {
+    const std::string path = scratch.put("d/a", "old");
+    chmod(path.c_str(), 02754);
+    const bool attributes = setxattr(path.c_str(), "user.kpe", "x", 1, 0) == 0;
+    const struct stat old = stat_of(path);
+    EXPECT_EQ(save(path, "new\n"), 0);
+    EXPECT_EQ(scratch.get("d/a"), "new\n");
+    const struct stat now = stat_of(path);
+    EXPECT_NE(now.st_ino, old.st_ino) << "written in place";
+    EXPECT_EQ(now.st_mode, old.st_mode);
+    EXPECT_EQ(now.st_uid, old.st_uid);
+    EXPECT_EQ(now.st_gid, old.st_gid);
+    char value = 0;
+    EXPECT_EQ(getxattr(path.c_str(), "user.kpe", &value, 1) == 1, attributes);
+    EXPECT_EQ(scratch.names("d"), Names{"a"});
+    EXPECT_EQ(save(path, ""), 0);
+    EXPECT_EQ(scratch.get("d/a"), "");
+}
+
+TEST_F(Saving, NewFilesFollowTheUmask) {
+    const mode_t before = umask(027);
+    const std::string longest(255, 'n');
+    EXPECT_EQ(save(scratch.path("d/" + longest), "x", Existing::Refuse), 0);
+    EXPECT_EQ(save(scratch.path("d/b"), "y"), 0);
+    umask(before);
+    EXPECT_EQ(stat_of(scratch.path("d/" + longest)).st_mode & 07777, 0640u);
+    EXPECT_EQ(stat_of(scratch.path("d/b")).st_mode & 07777, 0640u);
+    EXPECT_EQ(scratch.names("d"), (Names{longest, "b"}));
+}
+
+TEST_F(Saving, JoinsPiecesOfAnySize) {
+    const std::string text = numbered(9 * MB + 7);
+    FileWriter writer;
+    ASSERT_TRUE(writer.open(scratch.path("d/a"), Existing::Replace));
+    size_t sizes[] = {0, 1, 3, MB - 5, 1, 1, MB, 2 * MB, 17, MB - 1, 3 * MB + 1, 1000}, at = 0;
+    for (const size_t size : sizes) {
+        EXPECT_TRUE(writer.write(std::string_view(text).substr(at, size)));
+        at += size;
+    }
+    EXPECT_TRUE(writer.write(std::string_view(text).substr(at)));
+    EXPECT_TRUE(writer.commit());
+    EXPECT_TRUE(scratch.get("d/a") == text);
+    EXPECT_FALSE(writer.commit());
+    EXPECT_FALSE(writer.write("late"));
+    EXPECT_TRUE(scratch.get("d/a") == text);
+}
+
+TEST_F(Saving, FollowsLinksAndLeavesThem) {
+    scratch.put("d/real/file", "old");
+    fs::create_symlink("d/second", scratch.path("first"));
+    fs::create_symlink("real/file", scratch.path("d/second"));
+    fs::create_symlink("d/real/made", scratch.path("dangling"));
+    fs::create_symlink("loop", scratch.path("loop"));
+    fs::create_symlink("nowhere/x", scratch.path("lost"));
+
+    EXPECT_EQ(save(scratch.path("first"), "new"), 0);
+    EXPECT_EQ(save(scratch.path("dangling"), "made"), 0);
+    EXPECT_EQ(save(scratch.path("loop"), "x"), ELOOP);
+    EXPECT_EQ(save(scratch.path("loop"), "x", Existing::Refuse), ELOOP);
+    EXPECT_EQ(save(scratch.path("lost"), "x"), ENOENT);
+    EXPECT_EQ(scratch.get("d/real/file"), "new");
+    EXPECT_EQ(scratch.names("d/real"), (Names{"file", "made"}));
+    for (const char* link : {"first", "d/second", "dangling"}) EXPECT_TRUE(fs::is_symlink(scratch.path(link))) << link;
+}
+
+TEST_F(Saving, FailsAtOpenWhereNoFileCanBe) {
+    scratch.put("d/file", "old");
+    const struct {
+        std::string name;
+        int error;
+    } ROWS[] = {{"missing/a", ENOENT}, {"d", EISDIR},        {"d/file/a", ENOTDIR},
+                {"d/new/", ENOENT},    {"d/file/", ENOTDIR}, {"d/" + std::string(256, 'n'), ENAMETOOLONG},
+                {"d/..", EISDIR}};
+    for (const auto& row : ROWS) {
+        FileWriter writer;
+        EXPECT_FALSE(writer.open(scratch.path(row.name), Existing::Replace)) << row.name;
+        EXPECT_EQ(errno, row.error) << row.name << ": " << strerror(errno);
+        EXPECT_FALSE(writer.write("x") || writer.commit());
+    }
+    EXPECT_EQ(save("", "x"), ENOENT);
+    EXPECT_EQ(scratch.names("d"), Names{"file"});
+    EXPECT_EQ(scratch.get("d/file"), "old");
+}
+
+TEST_F(Saving, LeavesNothingBehindWithoutCommit) {
+    scratch.put("d/a", "old");
+    for (const char* name : {"d/a", "d/new"}) {
+        FileWriter writer;
+        ASSERT_TRUE(writer.open(scratch.path(name), Existing::Replace));
+        writer.write(numbered(2 * MB));
+    }
+    EXPECT_EQ(scratch.names("d"), Names{"a"});
+    EXPECT_EQ(scratch.get("d/a"), "old");
+}
+
+TEST_F(Saving, RefusesANameTakenMeanwhile) {
+    FileWriter first, second;
+    const std::string path = scratch.path("d/a;2");
+    ASSERT_TRUE(first.open(path, Existing::Refuse));
+    ASSERT_TRUE(second.open(path, Existing::Refuse));
+    first.write("first");
+    second.write("second");
+    EXPECT_TRUE(first.commit());
+    EXPECT_FALSE(first.taken());
+    EXPECT_FALSE(second.commit());
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_TRUE(second.taken());
+    EXPECT_EQ(scratch.get("d/a;2"), "first");
+    EXPECT_EQ(scratch.names("d"), Names{"a;2"});
+}
+
+TEST_F(Saving, WritesFurtherLinksInPlace) {
+    const std::string path = scratch.put("d/a", numbered(3 * MB));
+    fs::create_hard_link(path, scratch.path("other"));
+    chmod(path.c_str(), 06755);
+    for (const size_t size : {size_t{5}, size_t{0}, 4 * MB + 1}) {
+        EXPECT_EQ(save(path, numbered(size)), 0);
+        EXPECT_TRUE(scratch.get("other") == numbered(size)) << size;
+        EXPECT_EQ(stat_of(path).st_mode & 07777, 06755u);
+        EXPECT_EQ(scratch.names("d"), Names{"a"});
+        EXPECT_TRUE(state_is_clean());
+    }
+    EXPECT_EQ(stat_of(scratch.path("state/kpe")).st_mode & 07777, 0700u);
+}
+
+// As standard output of a shell's redirection: whoever holds the file open must see the new text.
+TEST_F(Saving, WritesInPlaceWhatIsNamedThroughItsDescriptor) {
+    const FileHandle held(open(scratch.put("d/a", "old text").c_str(), O_RDWR));
+    EXPECT_EQ(save("/dev/fd/" + std::to_string(held.fd()), "new"), 0);
+    struct stat st;
+    ASSERT_EQ(fstat(held.fd(), &st), 0);
+    EXPECT_EQ(st.st_size, 3);
+    EXPECT_EQ(scratch.get("d/a"), "new");
+}
+
+TEST_F(Saving, NeverWritesToAFileThatLostItsName) {
+    const std::string path = scratch.put("d/a", "old");
+    fs::create_hard_link(path, scratch.path("other"));
+    FileWriter writer;
+    ASSERT_TRUE(writer.open(path, Existing::Replace));
+    writer.write("mine");
+    fs::create_hard_link(path, scratch.path("third"));
+    fs::remove(path);
+    scratch.put("d/a", "somebody else's");
+    EXPECT_FALSE(writer.commit());
+    EXPECT_EQ(errno, ESTALE);
+    EXPECT_EQ(scratch.get("d/a"), "somebody else's");
+    EXPECT_EQ(scratch.get("other"), "old");
+}
+
+TEST_F(Saving, WritesInPlaceInAnUnwritableDirectory) {
+    const std::string path = scratch.put("d/a", "old text");
+    chmod(path.c_str(), 0666);
+    const ino_t inode = stat_of(path).st_ino;
+    chmod(scratch.path("d").c_str(), 0555);
+    EXPECT_EQ(in_child([&] { return save(path, "new"); }, /*as_user=*/true), 0);
+    EXPECT_EQ(in_child([&] { return save(path + "2", "new"); }, /*as_user=*/true), EACCES);
+    EXPECT_EQ(scratch.get("d/a"), "new");
+    EXPECT_EQ(stat_of(path).st_ino, inode);
+    EXPECT_EQ(scratch.names("d"), Names{"a"});
+    EXPECT_TRUE(state_is_clean());
+
+    chmod(path.c_str(), 0444);
+    EXPECT_EQ(in_child([&] { return save(path, "x"); }, /*as_user=*/true), EACCES);
+    EXPECT_EQ(scratch.get("d/a"), "new");
+}
+
+TEST_F(Saving, WritesSomebodyElsesFileInPlace) {
+    if (getuid() != 0) GTEST_SKIP() << "needs a second user";
+    const std::string path = scratch.put("d/a", "old");
+    chmod(path.c_str(), 0666);
+    const ino_t inode = stat_of(path).st_ino;
+    EXPECT_EQ(in_child([&] { return save(path, "new"); }, /*as_user=*/true), 0);
+    EXPECT_EQ(scratch.get("d/a"), "new");
+    EXPECT_EQ(stat_of(path).st_ino, inode);
+    EXPECT_EQ(stat_of(path).st_uid, 0u);
+    EXPECT_EQ(scratch.names("d"), Names{"a"});
+    EXPECT_TRUE(state_is_clean());
+}
+
+TEST_F(Saving, GivesTheOwnersFileBack) {
+    if (getuid() != 0) GTEST_SKIP() << "needs a second user";
+    const std::string path = scratch.put("d/a", "old");
+    ASSERT_EQ(chown(path.c_str(), NOBODY, 12), 0);
+    chmod(path.c_str(), 04711);
+    EXPECT_EQ(save(path, "new"), 0);
+    const struct stat now = stat_of(path);
+    EXPECT_EQ(now.st_uid, NOBODY);
+    EXPECT_EQ(now.st_gid, 12u);
+    EXPECT_EQ(now.st_mode & 07777, 04711u);
+}
+
+TEST_F(Saving, ASizeLimitLeavesTheOldText) {
+    const std::string plain = scratch.put("d/a", "old"), linked = scratch.put("d/b", numbered(3 * MB));
+    fs::create_hard_link(linked, scratch.path("other"));
+    for (const std::string& path : {plain, linked, scratch.path("d/new")}) {
+        // At once, in small pieces that are written at the end only, and in a file written in place.
+        EXPECT_EQ(in_child([&] { return limit_file_size(MB), save(path, numbered(4 * MB)); }), EFBIG) << path;
+        EXPECT_EQ(in_child([&] { return limit_file_size(1000), save(path, numbered(2000)); }), EFBIG) << path;
+    }
+    const auto limited_at_commit = [&](size_t limit) {
+        FileWriter writer;
+        if (!writer.open(linked, Existing::Replace) || !writer.write(numbered(5 * MB))) return 0;
+        limit_file_size(limit);
+        return writer.commit() ? 0 : errno;
+    };
+    EXPECT_EQ(in_child([&] { return limited_at_commit(4 * MB); }), EFBIG) << "while writing in place";
+    EXPECT_EQ(in_child([&] { return limited_at_commit(2 * MB); }), EFBIG) << "while making the safety copy";
+    EXPECT_EQ(scratch.get("d/a"), "old");
+    EXPECT_TRUE(scratch.get("d/b") == numbered(3 * MB));
+    EXPECT_EQ(scratch.names("d"), (Names{"a", "b"}));
+    EXPECT_TRUE(state_is_clean());
+}
+
+TEST_F(Saving, DevicesAndFifosAreWrittenPlainly) {
+    EXPECT_EQ(save("/dev/null", "x"), 0);
+    EXPECT_EQ(save("/dev/full", "x"), ENOSPC);
+    EXPECT_EQ(save("/dev/full", numbered(2 * MB)), ENOSPC);
+    EXPECT_TRUE(fs::is_character_file("/dev/full"));
+
+    const std::string path = scratch.path("d/fifo");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    FileHandle reader(open(path.c_str(), O_RDONLY | O_NONBLOCK));
+    EXPECT_EQ(save(path, "through"), 0);
+    char bytes[20];
+    EXPECT_EQ(std::string_view(bytes, static_cast<size_t>(read(reader.fd(), bytes, sizeof bytes))), "through");
+
+    FileWriter writer;
+    ASSERT_TRUE(writer.open(path, Existing::Replace));
+    reader.close();
+    writer.write("nobody reads this");
+    EXPECT_FALSE(writer.commit());
+    EXPECT_EQ(errno, EPIPE);
+    EXPECT_TRUE(fs::is_fifo(path));
+}
+
+// A file in memory that can be sealed against growing or shrinking.
+FileHandle memory_file(std::string_view bytes, int seals = 0) {
+    FileHandle file(memfd_create("kpe-test", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    EXPECT_TRUE(kpe_write_all(file.fd(), bytes, {}));
+    EXPECT_EQ(fcntl(file.fd(), F_ADD_SEALS, seals), 0);
+    return file;
+}
+
+std::string bytes_of(int fd) {
+    std::string bytes(static_cast<size_t>(lseek(fd, 0, SEEK_END)), '\0');
+    EXPECT_EQ(pread(fd, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+    return bytes;
+}
+
+TEST_F(Saving, AFailureInPlacePutsTheOldTextBack) {
+    const std::string old = numbered(3 * MB);
+    const FileHandle target = memory_file(old, F_SEAL_SHRINK), text = memory_file(std::string(MB, 'x'));
+    std::string kept;
+    EXPECT_FALSE(kpe_overwrite({target.fd(), target.fd(), text.fd()}, "a.", kept));
+    EXPECT_EQ(errno, EPERM);
+    EXPECT_TRUE(bytes_of(target.fd()) == old);
+    EXPECT_EQ(kept, "");
+    EXPECT_TRUE(state_is_clean());
+}
+
+TEST_F(Saving, TheSafetyCopyStaysWhenTheOldTextCannotBePutBack) {
+    const FileHandle old = memory_file("the old text"), text = memory_file("new, and much longer than before");
+    const FileHandle target = memory_file("the old", F_SEAL_SHRINK | F_SEAL_GROW);
+    std::string kept;
+    EXPECT_FALSE(kpe_overwrite({target.fd(), old.fd(), text.fd()}, "a.", kept));
+    ASSERT_TRUE(kept.starts_with(scratch.path("state/kpe/a."))) << kept;
+    EXPECT_EQ(stat_of(kept).st_mode & 07777, 0600u);
+    EXPECT_EQ(bytes_of(FileHandle(open(kept.c_str(), O_RDONLY)).fd()), "the old text");
+}
+
+TEST_F(Saving, WithoutAPlaceForTheSafetyCopyNothingIsTouched) {
+    const std::string path = scratch.put("d/a", "old");
+    fs::create_hard_link(path, scratch.path("other"));
+    setenv("XDG_STATE_HOME", path.c_str(), 1);  // a file
+    const char* before = getenv("TMPDIR");
+    const std::optional<std::string> temporary = before ? std::optional<std::string>(before) : std::nullopt;
+    setenv("TMPDIR", scratch.path("missing").c_str(), 1);
+    chmod(scratch.root().c_str(), 0555);
+    chmod(path.c_str(), 0666);
+    EXPECT_NE(in_child([&] { return save(path, "new"); }, /*as_user=*/true), 0);
+    EXPECT_EQ(scratch.get("other"), "old");
+    open_to_all(".");
+
+    setenv("TMPDIR", scratch.path("d").c_str(), 1);  // the last resort
+    EXPECT_EQ(save(path, "new"), 0);
+    EXPECT_EQ(scratch.get("other"), "new");
+    EXPECT_EQ(scratch.names("d"), Names{"a"});
+    if (temporary)
+        setenv("TMPDIR", temporary->c_str(), 1);
+    else
+        unsetenv("TMPDIR");
+}
+
+}  // namespace

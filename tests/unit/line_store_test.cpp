@@ -1,0 +1,278 @@
+#include "buffer/line_store.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+Lines lines_of(const LineStore& store) {
+    Lines lines;
+    for (size_t row = 0; row < store.size(); ++row) lines.emplace_back(store.view(row));
+    return lines;
+}
+
+// What the runs make of the text, going either way; a mistake in their rows or bytes ends the test.
+Lines lines_by_runs(const LineStore& store, size_t limit, bool backwards) {
+    Lines lines;
+    size_t row = backwards ? store.size() : 0;
+    while (backwards ? row > 0 : row < store.size()) {
+        const LineStore::Run run = backwards ? store.run_to(row - 1, limit) : store.run_from(row, limit);
+        EXPECT_GE(run.rows, 1u);
+        EXPECT_EQ(backwards ? run.first_row + run.rows : run.first_row, row);
+        if (run.rows == 0 || testing::Test::HasFailure()) return {};
+        if (run.rows > 1) EXPECT_LE(run.bytes.size(), limit);
+        Lines part;
+        size_t at = 0;
+        for (size_t i = 0; i < run.rows; ++i) {
+            const size_t length = store.view(run.first_row + i).size();
+            EXPECT_EQ(store.row_at(run, std::min(at + length, run.bytes.size() - 1)), run.first_row + i);
+            part.emplace_back(run.bytes.substr(at, length));
+            at += length;
+            if (run.terminated) EXPECT_EQ(run.bytes.substr(at++, 1), "\n");
+        }
+        EXPECT_EQ(at, run.bytes.size());
+        lines.insert(backwards ? lines.begin() : lines.end(), part.begin(), part.end());
+        row = backwards ? run.first_row : row + run.rows;
+    }
+    return lines;
+}
+
+Lines some_lines(size_t count, std::mt19937& random) {
+    Lines lines;
+    for (size_t i = 0; i < count; ++i) {
+        std::string line(random() % 8 == 0 ? 0 : random() % 40, static_cast<char>('a' + random() % 26));
+        if (random() % 20 == 0) line += "\nwith a break";
+        lines.push_back(std::move(line));
+    }
+    return lines;
+}
+
+// A store and what it should hold. Each step does the same to both.
+class Twin {
+public:
+    LineStore store;
+    Lines plain;
+
+    void check() const {
+        ASSERT_EQ(lines_of(store), plain);
+        ASSERT_EQ(lines_by_runs(store, 1000, /*backwards=*/false), plain);
+        ASSERT_EQ(lines_by_runs(store, 300, /*backwards=*/true), plain);
+    }
+
+    void step(std::mt19937& random) {
+        const size_t n = plain.size(), kind = random() % 12;
+        if (n == 0) return insert(0, some_lines(3000, random), random() % 2 == 0);
+        const size_t row = random() % n, last = row + random() % (random() % 10 == 0 ? 2000 : 5);
+        if (kind <= 1) {
+            const std::string text = some_lines(1, random)[0];
+            store.edit(row) += text;
+            plain[row] += text;
+        } else if (kind == 2) {
+            plain[row] = "set " + std::to_string(random() % 1000);
+            store.set(row, plain[row]);
+        } else if (kind == 3) {
+            ASSERT_EQ(store.at(row), plain[row]);
+        } else if (kind <= 6) {
+            const bool many = random() % 10 == 0;
+            insert(random() % (n + 1), some_lines(many ? random() % 1500 : 1 + random() % 3, random), kind == 6);
+        } else if (kind <= 8) {
+            store.erase(row, last);
+            plain.erase(at(row), at(std::min(last, n)));
+        } else if (kind == 9) {
+            const LineStore part = store.slice(row, last);
+            const Lines copy(at(row), at(std::min(last, n)));
+            ASSERT_EQ(lines_of(part), copy);
+            const size_t to = random() % (n + 1);
+            store.insert(to, part);
+            plain.insert(at(to), copy.begin(), copy.end());
+        } else if (kind == 10) {
+            rewrite(row, random);
+        } else if (n > 20000) {
+            store.erase(100, n - 100);
+            plain.erase(at(100), at(n - 100));
+        }
+    }
+
+private:
+    Lines::iterator at(size_t row) { return plain.begin() + static_cast<std::ptrdiff_t>(row); }
+
+    void insert(size_t row, const Lines& lines, bool as_store) {
+        if (as_store)
+            store.insert(row, LineStore(lines));
+        else
+            store.insert(row, lines);
+        plain.insert(at(row), lines.begin(), lines.end());
+    }
+
+    // Every line from row on, or one in so many of them.
+    void rewrite(size_t row, std::mt19937& random) {
+        const size_t every = 1 + random() % 40;
+        LineStore::Rewriter rewriter(store);
+        for (size_t i = row; i < std::min(plain.size(), row + 1200); i += every) {
+            plain[i] = some_lines(1, random)[0];
+            rewriter.put(i, plain[i]);
+        }
+    }
+};
+
+}  // namespace
+
+TEST(LineStore, RandomEditsLeaveEveryCopyAlone) {
+    for (unsigned seed = 1; seed <= 8; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937 random(seed);
+        Twin now;
+        std::vector<Twin> kept;
+        for (int i = 0; i < 1500; ++i) {
+            now.step(random);
+            if (HasFatalFailure()) return;
+            if (i % 60 == 0) kept.push_back(now);
+            if (i % 100 == 50) now = kept[random() % kept.size()];  // as an undo does
+        }
+        now.check();
+        for (const Twin& copy : kept) copy.check();
+        if (HasFailure()) return;
+    }
+}
+
+TEST(LineStore, CutsTextIntoLines) {
+    const std::string long_line(70000, 'x'), longest(LineStore::RUN_LIMIT + 5, 'y');
+    const std::vector<std::pair<std::string, Lines>> rows = {
+        {"", {}},
+        {"\n", {""}},
+        {"\n\n\n", {"", "", ""}},
+        {"a", {"a"}},
+        {"a\n\nb", {"a", "", "b"}},
+        {"a\r\nb\r\n", {"a", "b"}},
+        {"a\r\r\nb\rc\n\r\n", {"a\r", "b\rc", ""}},
+        {"a\r", {"a"}},
+        {"\r", {""}},
+        {"x\r\nlast\r", {"x", "last"}},
+        {std::string("a\0b\n\0\n", 6), {std::string("a\0b", 3), std::string(1, '\0')}},
+        {"\xff\xfe\n\xc3(\n", {"\xff\xfe", "\xc3("}},
+        {"a\n" + long_line + "\r\nb\n" + long_line + "\n" + longest, {"a", long_line, "b", long_line, longest}},
+    };
+    for (const auto& [text, lines] : rows) {
+        const LineStore store = LineStore::from_text(text);
+        EXPECT_TRUE(lines_of(store) == lines) << "text: " << text.substr(0, 40);
+        for (const size_t limit : {size_t{1}, size_t{100000}, LineStore::RUN_LIMIT}) {
+            EXPECT_TRUE(lines_by_runs(store, limit, /*backwards=*/false) == lines) << "text: " << text.substr(0, 40);
+            EXPECT_TRUE(lines_by_runs(store, limit, /*backwards=*/true) == lines) << "text: " << text.substr(0, 40);
+        }
+    }
+    EXPECT_EQ(lines_of(LineStore::from_text("a\r\n\r", LineStore::Returns::Keep)), (Lines{"a\r", "\r"}));
+}
+
+// Numbers of lines and lengths about those where a chunk or a leaf is full.
+TEST(LineStore, HoldsTextsOfEverySize) {
+    const std::vector<std::pair<size_t, size_t>> rows = {
+        {255, 1},  {256, 3},  {257, 3},     {513, 0},    {70000, 0},  {70000, 2},
+        {3, 32766}, {3, 32767}, {5, 65534}, {5, 65535}, {300, 8000},  // lines, bytes of each
+    };
+    for (const auto& [count, bytes] : rows) {
+        SCOPED_TRACE(std::to_string(count) + " lines of " + std::to_string(bytes));
+        for (const size_t more : {size_t{0}, size_t{1}}) {  // all lines alike, or one in the middle that is longer
+            Lines lines(count, std::string(bytes, 'x'));
+            lines[count / 2].append(more, 'y');
+            std::string text;
+            for (const std::string& line : lines) text += line + "\n";
+            LineStore store = LineStore::from_text(text);
+            EXPECT_TRUE(lines_of(store) == lines);
+            EXPECT_TRUE(lines_by_runs(store, LineStore::RUN_LIMIT, /*backwards=*/true) == lines);
+            store.erase(1, count - 1);
+            EXPECT_TRUE(lines_of(store) == (Lines{lines.front(), lines.back()}));
+        }
+    }
+}
+
+TEST(LineStore, UntouchedTextIsOneRun) {
+    std::string text;
+    for (int i = 0; i < 20000; ++i) text += "line " + std::to_string(i) + "\n";
+    LineStore store = LineStore::from_text(text);
+    EXPECT_EQ(store.run_from(0).bytes, text);
+    EXPECT_EQ(store.run_to(19999).bytes, text);
+
+    const std::string& known = store.at(5000);  // a copy of a line does not break the run, a change does
+    EXPECT_EQ(known, "line 5000");
+    EXPECT_EQ(store.run_from(0).rows, 20000u);
+    store.edit(10000) = "changed";
+    EXPECT_EQ(store.run_from(0).rows, 10000u);
+    EXPECT_FALSE(store.run_from(10000).terminated);
+    EXPECT_EQ(store.run_from(10001).rows, 9999u);
+    EXPECT_EQ(store.run_to(19999).first_row, 10001u);
+
+    store.erase(3000, 3001);
+    store.insert(3000, LineStore::from_text("line 3000\n"));
+    EXPECT_EQ(store.run_from(0).rows, 3000u);
+}
+
+TEST(LineStore, ViewsOutliveStringsMadeOfTheirLines) {
+    const LineStore store = LineStore::from_text("one\ntwo\nthree\n");
+    LineStore copy = store;
+    const std::string_view before = store.view(1);
+    EXPECT_EQ(copy.at(1), "two");
+    copy.edit(1) = "changed";
+    EXPECT_EQ(before, "two");
+    EXPECT_EQ(store.at(1), "two");
+    EXPECT_EQ(store.view(1), "two");
+}
+
+TEST(LineStore, TakesItselfAndItsOwnText) {
+    LineStore store = LineStore::from_text("one\ntwo\n");
+    store.insert(1, store);
+    EXPECT_EQ(lines_of(store), (Lines{"one", "one", "two", "two"}));
+    store.set(0, store.view(3).substr(1));
+    store.set(0, store.view(0).substr(1));
+    EXPECT_EQ(store.view(0), "o");
+    for (int i = 0; i < 10; ++i) store.insert(store.size() / 2, store);
+    EXPECT_EQ(store.size(), 4096u);
+    LineStore taken = std::move(store);
+    EXPECT_EQ(store.size(), 0u);  // NOLINT: a store that was moved from is empty
+    store.insert(0, taken.slice(0, 1));
+    EXPECT_EQ(lines_of(store), (Lines{"o"}));
+}
+
+TEST(LineStore, RewriterTakesRowsInAnyOrderAndTellsOfChanges) {
+    Lines plain(2000, "old");
+    LineStore store(plain);
+    bool changed = false;
+    LineStore::Rewriter rewriter(store, &changed);
+    rewriter.put(10, "old");
+    EXPECT_FALSE(changed);
+    for (const size_t row : {size_t{5}, size_t{1500}, size_t{1400}, size_t{1400}, size_t{0}, size_t{1999}, size_t{2000}}) {
+        const std::string text = "new " + std::to_string(row);
+        rewriter.put(row, text);
+        if (row < plain.size()) plain[row] = text;
+    }
+    rewriter.finish();
+    EXPECT_TRUE(changed);
+    EXPECT_EQ(lines_of(store), plain);
+}
+
+// A block has to keep what it holds while it goes from heap memory to pages and back.
+TEST(Block, KeepsItsBytesInEverySize) {
+    Block block(10);
+    std::string text;
+    for (const size_t size : {size_t{9}, size_t{70000}, size_t{1} << 20, size_t{5} << 20, size_t{20} << 20}) {
+        std::string more(size - text.size(), static_cast<char>('a' + size % 26));
+        block.reserve(size);
+        block.append(more);
+        text += more;
+        ASSERT_TRUE(block.bytes() == text) << size;
+    }
+    for (const size_t size : {size_t{3} << 20, size_t{70000}, size_t{0}}) {
+        block.set_size(size);
+        block.shrink();
+        block.data()[size] = '\n';
+        ASSERT_TRUE(block.bytes() == text.substr(0, size)) << size;
+    }
+    EXPECT_THROW(Block(SIZE_MAX - 5), std::bad_alloc);
+}

@@ -1,0 +1,361 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <optional>
+#include <random>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "buffer/byte_search.h"
+#include "buffer/line_store.h"
+#include "buffer/match.h"
+#include "buffer/text_buffer.h"
+
+namespace {
+
+using std::string;
+using std::string_view;
+
+// The pattern language by plain backtracking, a rule a line: what every other way must find.
+int backtrack(string_view p, string_view t) {
+    const auto then = [&](size_t used, int taken) {
+        const int rest = backtrack(p.substr(used), t.substr(static_cast<size_t>(taken)));
+        return rest < 0 ? -1 : rest + taken;
+    };
+    const auto byte = [](char c) { return static_cast<unsigned char>(c); };
+    if (p.empty()) return 0;
+    if (p == "$") return t.empty() ? 0 : -1;
+    if (p[0] == '*') {
+        size_t stars = 0;
+        while (stars < p.size() && p[stars] == '*') ++stars;
+        for (size_t k = 0; k <= t.size(); ++k)
+            if (const int found = then(stars, static_cast<int>(k)); found >= 0) return found;
+        return -1;
+    }
+    if (t.empty()) return -1;
+    if (p[0] == '\\') return p.size() > 1 && p[1] == t[0] ? then(2, 1) : -1;
+    if (p[0] == '?' || p[0] == '%') return then(1, 1);
+    if (p[0] != '[') return p[0] == t[0] ? then(1, 1) : -1;
+    size_t i = 1;
+    bool member = false;
+    const bool negated = i < p.size() && p[i] == '^';
+    if (negated) ++i;
+    while (i < p.size() && p[i] != ']') {
+        const bool range = i + 2 < p.size() && p[i + 1] == '-' && p[i + 2] != ']';
+        const char last = range ? p[i + 2] : p[i];
+        if (byte(p[i]) <= byte(t[0]) && byte(t[0]) <= byte(last)) member = true;
+        i += range ? 3 : 1;
+    }
+    return member != negated ? then(std::min(i + 1, p.size()), 1) : -1;
+}
+
+bool wild(string_view s) {
+    for (size_t i = 0; i < s.size(); ++i) {
+        if (s[i] == '\\')
+            ++i;
+        else if (string_view("*?%[^$").find(s[i]) != string_view::npos)
+            return true;
+    }
+    return false;
+}
+
+// A search string, tried at every column of a line one by one. The needle is not empty.
+struct Naive {
+    string needle, line;
+    bool is_wild, anchored;
+    std::vector<int> lengths;  // by column, -1 for no match
+
+    Naive(string_view n, string_view l, bool exact)
+        : needle(exact ? string(n) : TextBuffer::to_lower(string(n))),
+          line(exact ? string(l) : TextBuffer::to_lower(string(l))), is_wild(wild(n)), anchored(is_wild && n[0] == '^') {
+        const string_view pattern = string_view(needle).substr(anchored ? 1 : 0);
+        for (size_t col = 0; col <= line.size(); ++col) {
+            const string_view rest = string_view(line).substr(col);
+            if (is_wild)
+                lengths.push_back(backtrack(pattern, rest));
+            else
+                lengths.push_back(rest.starts_with(needle) ? static_cast<int>(needle.size()) : -1);
+        }
+    }
+    std::optional<size_t> first(size_t from) const {
+        for (size_t col = std::min(from, line.size()); col <= line.size(); ++col)
+            if (lengths[col] >= 0 && (!anchored || col == 0)) return col;
+        return std::nullopt;
+    }
+    std::optional<size_t> last(size_t limit) const {
+        limit = std::min(limit, line.size());
+        for (size_t col = anchored ? 0 : limit;; --col) {
+            const size_t end = col + (is_wild ? 0 : needle.size());
+            if (lengths[col] >= 0 && end <= limit) return col;
+            if (col == 0) return std::nullopt;
+        }
+    }
+    size_t length_at(size_t col) const {
+        return is_wild && lengths[col] >= 0 ? static_cast<size_t>(lengths[col]) : needle.size();
+    }
+};
+
+// Every start and every limit of one line. False and a note at the first difference.
+bool same_as_naive(const string& needle, const string& line, bool exact, const Matcher& matcher) {
+    const Naive naive(needle, line, exact);
+    const auto agrees = [&](const std::optional<Matcher::Match>& got, const std::optional<size_t>& col) {
+        return got ? col == got->col && got->len == naive.length_at(got->col) : !col;
+    };
+    for (size_t col = 0; col <= line.size(); ++col) {
+        if (agrees(matcher.first_in({line}, col), naive.first(col)) &&
+            agrees(matcher.last_in({line}, col), naive.last(col)) && matcher.length_at(line, col) == naive.length_at(col))
+            continue;
+        ADD_FAILURE() << "needle " << needle << ", line " << line << ", column " << col << (exact ? "" : ", any case");
+        return false;
+    }
+    return true;
+}
+
+std::vector<string> all_strings(string_view alphabet, size_t longest) {
+    std::vector<string> all{""};
+    for (size_t start = 0, length = 1; length <= longest; ++length) {
+        const size_t end = all.size();
+        for (size_t i = start; i < end; ++i)
+            for (char c : alphabet) all.push_back(all[i] + c);
+        start = end;
+    }
+    return all;
+}
+
+using Random = std::mt19937;
+
+size_t below(Random& random, size_t n) {
+    return std::uniform_int_distribution<size_t>(0, n - 1)(random);
+}
+
+string random_string(Random& random, string_view alphabet, size_t length) {
+    string s;
+    while (s.size() < length) s += alphabet[below(random, alphabet.size())];
+    return s;
+}
+
+double seconds_since(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+TEST(Wmatch, Rows) {
+    struct Row {
+        const char* pattern;
+        string text;
+        int length;
+    };
+    const Row rows[] = {
+        {"", "xyz", 0}, {"", "", 0}, {"$", "", 0}, {"$", "x", -1}, {"%", "", -1}, {"?", "", -1}, {"%?", "ab", 2},
+        {"a*c", "abcbc", 3}, {"a*c$", "abcbc", 5}, {"a**c", "abc", 3}, {"a*", "abc", 1}, {"*", "abc", 0}, {"*$", "abc", 3},
+        {"a*b*c", "axcxbxc", 7}, {"*ab$", "abab", 4}, {"a*aa$", "aa", -1}, {"a$b", "a$b", 3}, {"a\\$", "a$", 2},
+        {"^a", "^a", 2}, {"^a", "a", -1}, {"\\*", "*", 1}, {"\\a", "a", 1}, {"a\\", "a\\", -1}, {"\\", "", -1}, {"a*\\", "ab", -1},
+        {"[abc]", "b", 1}, {"[^a-c]", "d", 1}, {"[^a-c]", "b", -1}, {"[^a]", "", -1}, {"[]x", "x", -1}, {"[]", "]", -1},
+        {"[^]x", "ax", 2}, {"[", "[", -1}, {"[^", "a", 1}, {"[ab", "b", 1}, {"[a-", "-", 1}, {"[a-]", "-", 1}, {"[a-]", "b", -1},
+        {"[c-a]", "b", -1}, {"[c-a]", "c", -1}, {"[a-c-e]", "d", -1}, {"[a-c-e]", "-", 1}, {"[--/]", ".", 1}, {"[\\]]", "\\]", 2},
+        {"[a^]", "^", 1}, {"[$", "$", 1}, {"[*?]", "?", 1}, {"[\x80-\xff]", "\xc3", 1}, {"[a-\xff]", "\x80", 1},
+        {"a?b", string("a\0b", 3), 3}, {"*b", string("\0\nb", 3), 3},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(TextBuffer::wmatch(row.pattern, row.text.data(), row.text.size()), row.length)
+            << row.pattern << " at " << row.text;
+}
+
+TEST(Wmatch, WhatMakesAStringWild) {
+    for (const char* s : {"*", "a?", "%", "[", "^", "$", "\\a*", "\\\\*"}) EXPECT_TRUE(TextBuffer::has_wildcards(s)) << s;
+    for (const char* s : {"", "]", "a\\*b", "\\^", "\\", "a-b", "\\$\\["}) EXPECT_FALSE(TextBuffer::has_wildcards(s)) << s;
+    EXPECT_TRUE(TextBuffer::has_wildcards(string("a\0*", 3)));
+}
+
+TEST(Matcher, EqualsBacktrackingOnEveryShortString) {
+    constexpr size_t LONGEST = 3;  // passes with 5 as well, in half a minute
+    const string_view exact_bytes = "ab*?%[]^$\\", folded_bytes = "abA*?[]^$\\";
+    for (const bool exact : {true, false}) {
+        const string_view bytes = exact ? exact_bytes : folded_bytes;
+        const std::vector<string> texts = all_strings(bytes, 3);
+        const size_t short_texts = all_strings(bytes, 2).size();  // they come first
+        for (const string& needle : all_strings(bytes, LONGEST)) {
+            if (needle.empty()) continue;
+            const Matcher matcher(needle, exact);
+            for (size_t i = 0; i < (needle.size() < LONGEST ? texts.size() : short_texts); ++i)
+                if (!same_as_naive(needle, texts[i], exact, matcher)) return;
+        }
+    }
+}
+
+TEST(Matcher, EqualsBacktrackingOnLongerRandomStrings) {
+    Random random(1);
+    for (int round = 0; round < 12000; ++round) {
+        const bool exact = round % 2 == 0;
+        const string needle = random_string(random, "aabbAB**?%[]-^$\\", 1 + below(random, 9));
+        const Matcher matcher(needle, exact);
+        for (int i = 0; i < 3; ++i)
+            if (!same_as_naive(needle, random_string(random, "aaabbbAB]^$\\*", below(random, 14)), exact, matcher)) return;
+    }
+}
+
+TEST(Matcher, CaseFoldsLettersOnly) {
+    const auto col = [](string_view needle, string_view line, bool exact) {
+        const auto match = Matcher(needle, exact).first_in({line}, 0);
+        return match ? static_cast<int>(match->col) : -1;
+    };
+    EXPECT_EQ(col("HELLO", "hello world", false), 0);
+    EXPECT_EQ(col("HELLO", "hello world", true), -1);
+    EXPECT_EQ(col("[A-C]*\\Z", "--bxz", false), 2);
+    EXPECT_EQ(col("[", "{", false), -1);
+    for (int c = 0; c < 256; ++c) {
+        const string line(1, static_cast<char>(c)), other(1, static_cast<char>(c ^ 0x20));
+        const bool letter = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+        if (!wild(other)) {
+            EXPECT_EQ(col(other, line, false), letter ? 0 : -1) << c;
+        }
+        if (other[0] != '\0') {
+            EXPECT_EQ(col("\\" + other + "?", line + "x", false), letter ? 0 : -1) << c;
+        }
+    }
+}
+
+TEST(Matcher, PiecesBehindAChange) {
+    const Matcher anchored("^b*", true), ended("b$", true);
+    EXPECT_TRUE(anchored.first_in({"bc"}, 0));
+    EXPECT_FALSE(anchored.first_in({"bc", 'a'}, 0));
+    EXPECT_FALSE(anchored.last_in({"bc", 'a'}, 2));
+    EXPECT_TRUE(anchored.last_in({"bc"}, 0));
+    EXPECT_EQ(ended.first_in({"bab", 'a'}, 0)->col, 2u);
+}
+
+TEST(Matcher, NulEndsAWildcardStringOnly) {
+    const string nul(1, '\0');
+    EXPECT_EQ(Matcher("a" + nul + "b", true).first_in({"xa" + nul + "b"}, 0)->len, 3u);
+    EXPECT_FALSE(Matcher("a" + nul + "b", true).first_in({"ab"}, 0));
+    EXPECT_EQ(Matcher("a?" + nul + "b", true).first_in({"xac"}, 0)->len, 2u);
+    EXPECT_EQ(Matcher("a$" + nul + "b", true).first_in({"aba"}, 0)->col, 2u);
+}
+
+TEST(Matcher, LongLinesTakeLinearTime) {
+    const auto start = std::chrono::steady_clock::now();
+    const string million(1000000, 'a'), as = million.substr(0, 200000);
+    EXPECT_EQ(TextBuffer::wmatch("a*a*a*a*a*a*b", million.data(), million.size()), -1);
+    EXPECT_FALSE(Matcher("*a*a*a*a*a*[bc]", true).first_in({million}, 0));
+    EXPECT_FALSE(Matcher("*a*a*a*a*a*[bc]", false).last_in({million}, million.size()));
+    for (const char* needle : {"a*a*a*a*a*a*b", "*a*a*a*a*a*a*b", "a?a*[ac]a*a?a*ba", "[a]*b$", "a*a*a*a*b*a$", "?????????b",
+                               "a?a?a?a?[bc]", "[ab][ab][ab]*[cd]", "*a*[cd]a*[cd]", "[ab]*[ab]*c[ab]*[ab]"}) {
+        for (bool exact : {true, false}) {
+            const Matcher matcher(needle, exact);
+            EXPECT_FALSE(matcher.first_in({as}, 0)) << needle;
+            EXPECT_FALSE(matcher.last_in({as}, as.size())) << needle;
+        }
+        EXPECT_EQ(TextBuffer::wmatch(needle, as.data(), as.size()), -1) << needle;
+    }
+    for (const string& needle : {string(1000, 'a') + "b", "b" + string(1000, 'a'), string(500, 'a') + "b" + string(500, 'a')})
+        for (bool exact : {true, false}) {
+            EXPECT_FALSE(Matcher(needle, exact).first_in({as}, 0));
+            EXPECT_FALSE(Matcher(needle, exact).last_in({as}, as.size()));
+        }
+    EXPECT_LT(seconds_since(start), 5.0);  // backtracking would take years
+}
+
+TEST(Matcher, GivesUpWhenAborted) {
+    volatile std::sig_atomic_t flag = 0;
+    const string line = string(500000, 'a') + "b";
+    const LineStore lines(std::vector<string>(2000, "aab"));
+    for (const char* needle : {"b", "B", "a*b", "[b]", "*[b]$"}) {
+        const Matcher matcher(needle, /*exact=*/needle[0] != 'B', &flag);
+        flag = 0;
+        EXPECT_TRUE(matcher.first_in({line}, 0)) << needle;
+        EXPECT_TRUE(matcher.last_in({line}, line.size())) << needle;
+        flag = 1;
+        EXPECT_FALSE(matcher.find_forward(lines, 0, 0)) << needle;
+        EXPECT_FALSE(matcher.find_backward(lines, 1999, 3)) << needle;
+        EXPECT_TRUE(matcher.first_in({"aab"}, 0)) << needle;
+        EXPECT_EQ(flag, 1);
+    }
+    EXPECT_FALSE(Matcher("b", true, &flag).first_in({line}, 0));
+    EXPECT_FALSE(Matcher("a*b", true, &flag).first_in({line}, 0));
+    EXPECT_FALSE(Matcher("b*a$", true, &flag).last_in({line + 'a'}, line.size() - 500000));
+    EXPECT_EQ(Matcher("a*b", true, &flag).length_at(line, 0), 0u);
+}
+
+TEST(ByteSearch, EqualsNaiveAroundBlocksAndWindows) {
+    Random random(2);
+    for (int round = 0; round < 300; ++round) {
+        const bool fold = round % 2 == 1;
+        const size_t size = round < 280 ? below(random, 400) : 131072 + below(random, 300);
+        const string text = random_string(random, round % 3 == 0 ? "ab" : "aAbBccc@`", size);
+        const string lower_text = fold ? TextBuffer::to_lower(text) : text;
+        for (const size_t length : {1u, 2u, 3u, 7u, 8u, 9u, 20u, 70u}) {
+            string needle = random_string(random, "ab", length);
+            if (size >= length && round % 4 != 0) needle = lower_text.substr(below(random, size - length + 1), length);
+            const ByteSearch search(needle, fold);
+            Patience patience(nullptr);
+            const size_t from = below(random, size + 2), end = below(random, size + 1);
+            ASSERT_EQ(search.find(text, from, patience), lower_text.find(needle, from)) << needle << " in " << size;
+            const size_t last = lower_text.substr(0, end).rfind(needle);
+            ASSERT_EQ(search.rfind(string_view(text).substr(0, end), from, patience),
+                      last == string::npos || last < from ? ByteSearch::NONE : last)
+                << needle << " in " << size;
+        }
+    }
+}
+
+TEST(Scans, EqualNaiveOverUntouchedAndEditedRows) {
+    Random random(3);
+    for (int round = 0; round < 400; ++round) {
+        std::vector<string> rows(1 + below(random, 60));
+        for (string& row : rows) row = random_string(random, round % 2 ? "abcABC\n" : "aabbcc", below(random, 12));
+        LineStore lines(rows);
+        for (size_t edits = below(random, 8); edits > 0; --edits) {
+            const size_t row = below(random, rows.size());
+            lines.set(row, rows[row] = random_string(random, "abC\n", below(random, 9)));
+        }
+        for (int i = 0; i < 12; ++i) {
+            const bool exact = i % 2 == 0;
+            const string needle = i < 8 ? random_string(random, "abcA\n", 1 + below(random, 5))
+                                        : random_string(random, "aabc*?[]^$\n", 1 + below(random, 6));
+            const Matcher matcher(needle, exact);
+            const size_t row = below(random, rows.size() + 1), col = below(random, 13);
+            std::optional<std::pair<size_t, size_t>> down, up;
+            for (size_t r = row; r < rows.size() && !down; ++r)
+                if (const auto c = Naive(needle, rows[r], exact).first(r == row ? col : 0)) down = {r, *c};
+            for (size_t r = std::min(row + 1, rows.size()); r-- > 0 && !up;)
+                if (const auto c = Naive(needle, rows[r], exact).last(r == std::min(row, rows.size() - 1) ? col : 99))
+                    up = {r, *c};
+            const auto got_down = matcher.find_forward(lines, row, col), got_up = matcher.find_backward(lines, row, col);
+            const auto place = [](const auto& got) { return got ? std::optional(std::pair(got->row, got->col)) : std::nullopt; };
+            ASSERT_EQ(place(got_down), down) << needle << " from " << row << ", " << col << ", round " << round;
+            ASSERT_EQ(place(got_up), up) << needle << " from " << row << ", " << col << ", round " << round;
+        }
+    }
+}
+
+TEST(Scans, OfABuffer) {
+    using At = std::optional<std::pair<size_t, size_t>>;
+    struct Row {
+        string needle;
+        size_t row, col;
+        At forward, backward;
+    };
+    TextBuffer buffer;
+    buffer.set_text("abc abc\nxyz\nabc\n");
+    const Row rows[] = {
+        {"abc", 0, 1, At({0, 4}), std::nullopt},   {"abc", 0, 7, At({2, 0}), At({0, 4})},  {"^abc", 0, 3, At({2, 0}), At({0, 0})},
+        {"abc", 0, 99, At({2, 0}), At({0, 4})},    {"abc", 2, 1, std::nullopt, At({0, 4})}, {"$", 0, 2, At({0, 7}), std::nullopt},
+        {"*", 1, 2, At({1, 2}), At({1, 2})},       {"*", 0, 99, At({0, 7}), At({0, 7})},    {"abc*", 2, 0, At({2, 0}), At({2, 0})},
+        {"abc", 9, 0, std::nullopt, At({0, 4})},   {"abc", 9, 3, std::nullopt, At({2, 0})}, {"", 0, 0, std::nullopt, std::nullopt},
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(buffer.find_forward(row.needle, row.row, row.col, true), row.forward) << row.needle << " " << row.row;
+        EXPECT_EQ(buffer.find_backward(row.needle, row.row, row.col, true), row.backward) << row.needle << " " << row.row;
+    }
+    EXPECT_EQ(buffer.match_len_at("a*c", 0, 0, true), 3u);
+    EXPECT_EQ(buffer.match_len_at("^A*C", 0, 4, false), 3u);
+    EXPECT_EQ(buffer.match_len_at("x*c", 0, 0, true), 3u);  // not there: the string's own length
+    EXPECT_EQ(buffer.match_len_at("a*", 0, 8, true), 0u);   // behind the line's end
+    EXPECT_EQ(buffer.match_len_at("a***", 7, 0, true), 4u);
+    EXPECT_EQ(buffer.match_len_at("zz", 0, 50, true), 2u);
+}
+
+}  // namespace
