@@ -1,0 +1,162 @@
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <fcntl.h>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+#include <vector>
+
+#include "app/process.h"
+#include "app/usage.h"
+#include "config/n3_rzconfig.h"
+#include "editor/kpe.h"
+#include "editor/report.h"
+#include "editor/text_helpers.h"
+
+namespace {
+
+struct Options {
+    std::vector<std::string> files;
+    std::optional<std::string> command_file, output_file, journal;
+    bool read_only = false, recover = false, debug_keys = false, no_command = false, help = false;
+};
+
+using Value = std::optional<std::string> Options::*;
+
+// clang-format off
+
+// A form that begins with "-" is compared as typed, one that begins with "/" in any case.
+struct FlagForm { std::string_view form; bool Options::*flag; };
+constexpr FlagForm FLAGS[] = {
+    {"-d", &Options::debug_keys},       {"-k", &Options::debug_keys},
+    {"/DEBUG", &Options::debug_keys},   {"/DEBUG_KEYS", &Options::debug_keys},
+    {"-nocommand", &Options::no_command}, {"/NOCOMMAND", &Options::no_command},
+    {"-readonly", &Options::read_only}, {"-read_only", &Options::read_only},
+    {"/READ_ONLY", &Options::read_only}, {"/READONLY", &Options::read_only},
+    {"-recover", &Options::recover},    {"/RECOVER", &Options::recover},
+    {"-h", &Options::help},             {"--help", &Options::help},       {"/?", &Options::help},
+};
+// The value is what follows the form, in its own case.
+struct ValueForm { std::string_view form; Value value; };
+constexpr ValueForm VALUES[] = {
+    {"-command=", &Options::command_file}, {"-command:", &Options::command_file}, {"/COMMAND=", &Options::command_file},
+    {"-output=", &Options::output_file},   {"-output:", &Options::output_file},   {"/OUTPUT=", &Options::output_file},
+    {"-journal=", &Options::journal},      {"-journal:", &Options::journal},      {"/JOURNAL=", &Options::journal},
+};
+// clang-format on
+
+// An unknown option or qualifier. /tmp/x is a file, and so is /9.
+bool is_ignored(std::string_view argument) {
+    if (argument.starts_with('-')) return true;
+    return argument.size() > 1 && argument.front() == '/' && kpe_is_alpha(argument[1]) &&
+           argument.find('/', 1) == argument.npos;
+}
+
+bool take_option(const std::string& argument, Options& options) {
+    std::string upper = argument;
+    for (char& c : upper) c = kpe_to_upper(c);
+    const auto as_compared = [&](std::string_view form) -> const std::string& {
+        return form.front() == '/' ? upper : argument;
+    };
+    for (const FlagForm& row : FLAGS) {
+        if (as_compared(row.form) == row.form) return options.*row.flag = true;
+    }
+    for (const ValueForm& row : VALUES) {
+        if (!as_compared(row.form).starts_with(row.form)) continue;
+        options.*row.value = argument.substr(row.form.size());
+        return true;
+    }
+    return is_ignored(argument);
+}
+
+// Stops at a form that asks for help: it ends the program at once.
+Options parse_arguments(int argc, char** argv) {
+    Options options;
+    for (int i = 1; i < argc && !options.help; ++i) {
+        const std::string argument = argv[i];
+        if (argument == "-command") {
+            if (i + 1 < argc) {
+                options.command_file = argv[++i];
+            } else {
+                kpe_warn("?Missing file after -command");
+            }
+        } else if (!take_option(argument, options)) {
+            options.files.push_back(argument);
+        }
+    }
+    return options;
+}
+
+bool is_set_and_not_zero(const char* name) {
+    const char* const value = std::getenv(name);
+    return value && *value && std::string_view(value) != "0";
+}
+
+void redirect_tty() {
+    const char* const path = std::getenv("RZ_TTY");
+    if (!path || !*path) return;
+    const int fd = open(path, O_RDWR);
+    if (fd < 0) {
+        kpe_warn("RZ_TTY: cannot open " + std::string(path) + ": " + std::strerror(errno));
+        std::exit(1);
+    }
+    for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(fd, standard);
+    if (fd > STDERR_FILENO) close(fd);
+}
+
+// Whether the runtime's configuration asks for versions on save.
+bool configured_versioning() {
+    if (n3rz::env_tagged("kpe", "_NO_RZCONFIG")) return false;
+    std::string value;
+    const bool found = n3rz::config_lookup("KPE/VERSIONING", value, "kpe");
+    const bool present = found || n3rz::runtime_present();
+    const bool versioning = found && n3rz::config_is_on(value);
+    if (n3rz::env_tagged("kpe", "_RZ_DEBUG")) {
+        kpe_warn("kpe: rzrt_present=" + std::to_string(present) + " versioning=" + std::to_string(versioning));
+    }
+    return versioning;
+}
+
+int edit(Options&& options, bool versioning) {
+    try {
+        Editor editor(std::move(options.files), std::move(options.command_file), std::move(options.output_file),
+                      options.read_only, options.recover, std::move(options.journal));
+        editor.set_debug_keys(options.debug_keys);
+        editor.set_no_command(options.no_command);
+        editor.enable_versioning(versioning);
+        const int status = editor.run();
+        kpe_safe_endwin();
+        return status;
+    } catch (const std::exception& e) {
+        kpe_safe_endwin();
+        kpe_warn(std::string("fatal: ") + e.what());
+        return 1;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        print_usage(argc > 0 ? argv[0] : nullptr);
+        return 1;
+    }
+    const char* const term = std::getenv("TERM");
+    if (term && std::string_view(term) == "dumb") {
+        kpe_warn("TERM cannot be 'dumb'");
+        return 1;
+    }
+    kpe_install_signal_handlers();
+    redirect_tty();
+    const bool versioning = configured_versioning();
+    Options options = parse_arguments(argc, argv);
+    if (options.help || options.files.empty()) {
+        print_usage(argv[0]);
+        return options.help ? 0 : 1;
+    }
+    if (is_set_and_not_zero("KPE_RECOVER")) options.recover = true;
+    return edit(std::move(options), versioning);
+}

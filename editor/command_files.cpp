@@ -1,0 +1,132 @@
+#include <cstdlib>
+
+#include "app/process.h"
+#include "config/n3_rzconfig.h"
+#include "editor/kpe.h"
+#include "editor/report.h"
+#include "editor/text_helpers.h"
+
+namespace {
+
+constexpr int MAX_NESTING = 64;
+constexpr std::string_view VERSIONING_WORDS[] = {"SET VERSIONING", "SET-VERSIONING"};
+
+// Counts a nested run for as long as it lives.
+class Nested {
+public:
+    explicit Nested(int& depth) : depth_(depth) { ++depth_; }
+    ~Nested() { --depth_; }
+    Nested(const Nested&) = delete;
+    Nested& operator=(const Nested&) = delete;
+
+private:
+    int& depth_;
+};
+
+}  // namespace
+
+std::optional<std::string> Editor::resolve_command_file(const std::string& name) {
+    if (name.empty()) return std::nullopt;
+    const size_t slash = name.find_last_of("/\\");
+    const std::string_view last = std::string_view(name).substr(slash == std::string::npos ? 0 : slash + 1);
+    if (last.find('.') == last.npos) {
+        for (const char* type : {".kpe", ".KPE"}) {
+            if (file_exists(name + type)) return name + type;
+        }
+    }
+    if (file_exists(name)) return name;
+    return std::nullopt;
+}
+
+void Editor::abort_missing_command_file(const std::string& name) {
+    kpe_safe_endwin();
+    kpe_say(true, "Command file does not exist");
+    kpe_say(true, "File name:" + name);
+    kpe_say(true, "%RMS-E-FNF, file not found");
+    kpe_say(true, "%KPE-F-EDITORABO, Editor aborted");
+    kpe_flush();
+    std::exit(KPE_EXIT_EDITORABO);
+}
+
+void Editor::run_startup_command_file(const std::string& path) {
+    TextBuffer file;
+    if (!file.load(path)) abort_missing_command_file(path);
+    const Nested startup(startup_file_depth_);
+    const Nested run(command_file_depth_);
+    for (size_t i = 0; i < file.line_count() && !input_ended_; ++i) {
+        switch (execute_command(std::string(file.view(i)), /*report=*/true)) {
+            case CommandResult::EnterScreenMode:
+                screen_mode();
+                break;
+            case CommandResult::ExitSave:
+                save_and_exit_now(/*show_eob=*/true);
+            case CommandResult::ExitNoSave:
+                if (!quiet_) {
+                    kpe_say(true, "");
+                    type_current_line(/*brief=*/false, 40);
+                }
+                quit_without_saving_now(/*report=*/false);
+            case CommandResult::Continue:
+            case CommandResult::Error:
+                break;
+        }
+    }
+}
+
+// The last setting wins, and unlike enable_versioning it can switch versions off.
+void Editor::prescan_startup_versioning(const std::string& path) {
+    TextBuffer file;
+    file.load(path);
+    for (size_t i = 0; i < file.line_count(); ++i) {
+        std::string line = upper(std::string(file.view(i)));
+        line.erase(0, line.find_first_not_of(" \t"));
+        for (const std::string_view words : VERSIONING_WORDS) {
+            if (!line.starts_with(words)) continue;
+            const size_t first = std::min(line.find_first_not_of(" \t", words.size()), line.size());
+            const size_t last = line.find_last_not_of(" \t\r");
+            const std::string value = last == line.npos || last < first ? "" : line.substr(first, last - first + 1);
+            if (value.empty() || value == "ON" || value == "YES") versioning_ = true;
+            if (value == "OFF" || value == "NO") versioning_ = false;
+        }
+    }
+}
+
+bool Editor::file_exists(const std::string& p) {
+    struct stat st;
+    return !p.empty() && kpe_stat(p.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+std::string Editor::join_path(const std::string& dir, const std::string& name) {
+    return dir.empty() || dir.ends_with('/') ? dir + name : dir + "/" + name;
+}
+
+std::optional<std::string> Editor::find_startup_file() const {
+    const char* const named = std::getenv("KPE_INI");
+    if (named && *named && file_exists(named)) return named;
+    const char* const home = std::getenv("HOME");
+    if (!home || !*home) return std::nullopt;
+    for (const char* name : {"KPE.INI", "kpe.ini"}) {
+        const std::string path = join_path(home, name);
+        if (file_exists(path)) return path;
+    }
+    return std::nullopt;
+}
+
+void Editor::run_command_file(const std::string& path, bool verbose) {
+    if (command_file_depth_ >= MAX_NESTING) {
+        kpe_complain(verbose, "Command files nested too deeply: " + path);
+        return;
+    }
+    TextBuffer file;
+    if (!file.load(path)) {
+        if (verbose) kpe_warn("?Unable to open command file " + path);
+        return;
+    }
+    const Nested run(command_file_depth_);
+    for (size_t i = 0; i < file.line_count() && !input_ended_; ++i) {
+        const CommandResult result = execute_command(std::string(file.view(i)), verbose);
+        const bool leaves = result == CommandResult::ExitSave || result == CommandResult::ExitNoSave;
+        // A silent run goes on after EXIT and QUIT: a default startup file must not end the session.
+        if (!leaves || verbose) handle_command_result(result, /*exit_allowed=*/true);
+    }
+}

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+// Standard input, line by line, without the "\n". Output is flushed before kpe waits. Nothing at the end of
+// input (an unterminated last line counts as a line), on a read error, and when g_kpe_abort_requested gets
+// set while waiting; other interruptions go on reading.
+std::optional<std::string> kpe_read_line();
+
+// While it lives, Ctrl/Z typed on a terminal is a character that ends the line at once, instead of
+// suspending the program. Without a terminal it does nothing.
+class CtrlZAsInput {
+public:
+    CtrlZAsInput();
+    ~CtrlZAsInput();
+    CtrlZAsInput(const CtrlZAsInput&) = delete;
+    CtrlZAsInput& operator=(const CtrlZAsInput&) = delete;
+
+private:
+    bool changed_ = false;
+};
+// Puts the terminal back as it was, for a signal handler.
+void kpe_restore_input_in_handler();

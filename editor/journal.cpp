@@ -1,0 +1,79 @@
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "config/n3_rzconfig.h"
+#include "editor/kpe.h"
+#include "editor/report.h"
+
+namespace {
+
+// Opens the journal for appending, created for its owner alone; -1 if that cannot be. Symbolic links are
+// followed only if they are the user's own; a pipe or a device is no journal, and never waited for.
+int open_journal(const std::string& path) {
+    constexpr int FLAGS = O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+    int fd = open(path.c_str(), FLAGS | O_NOFOLLOW, 0600);
+    if (fd < 0 && errno == ELOOP) {
+        struct stat link;
+        if (lstat(path.c_str(), &link) != 0 || link.st_uid != geteuid()) return -1;
+        fd = open(path.c_str(), FLAGS, 0600);
+    }
+    struct stat st;
+    if (fd >= 0 && (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+bool write_whole(int fd, const std::string& text) {
+    size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t n = write(fd, text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        done += static_cast<size_t>(n);
+    }
+    return true;
+}
+
+}  // namespace
+
+std::string Editor::journal_path() const {
+    if (journal_override_ && !journal_override_->empty()) return *journal_override_;
+    return filename_.empty() ? ".kpe.jou" : filename_ + ".jou";
+}
+
+// Each line is in the file before it is executed. The file stays open, but a name that leads elsewhere by now
+// (removed, renamed, or another file is edited) is opened anew.
+void Editor::append_journal_line(const std::string& line) {
+    if (is_comment_or_blank(line)) return;
+    const std::string path = journal_path();
+    struct stat st;
+    const bool still_there = journal_.fd >= 0 && journal_.path == path && kpe_stat(path.c_str(), &st) == 0 &&
+                             st.st_dev == journal_.dev && st.st_ino == journal_.ino;
+    if (!still_there) {
+        if (journal_.fd >= 0) close(journal_.fd);
+        journal_ = {path, open_journal(path), 0, 0};
+        if (journal_.fd < 0 || fstat(journal_.fd, &st) != 0) return;
+        journal_.dev = st.st_dev;
+        journal_.ino = st.st_ino;
+    }
+    write_whole(journal_.fd, line + "\n");
+}
+
+void Editor::try_recover_journal() {
+    const std::string path = journal_path();
+    if (file_exists(path)) {
+        kpe_say(true, "Recovering from " + path);
+        run_command_file(path, /*verbose=*/true);
+    } else {
+        kpe_complain(true, "No journal file: " + path);
+    }
+}
+
+void Editor::delete_journal_file() {
+    const std::string path = journal_path();
+    if (n3rz::file_exists(path)) unlink(path.c_str());
+}

@@ -1,0 +1,471 @@
+#pragma once
+
+#include <csignal>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <utility>
+#include <vector>
+
+#include "buffer/match.h"
+#include "buffer/text_buffer.h"
+
+// The one session object: it owns the text, the settings and everything a command can change.
+//
+// Rows and columns are zero-based and columns count bytes; line numbers that the user sees are one-based.
+// A final bool report tells whether the command talks: when false it prints nothing and only changes
+// state and message_.
+class Editor {
+public:
+    static const int KPE_EXIT_EDITORABO = 4;  // exit status when the startup command file is missing
+    static constexpr size_t max_undo_ = 100;      // depth of each undo stack
+
+    enum class CommandResult { Continue = 0, EnterScreenMode = 1, ExitSave = 2, ExitNoSave = 3, Error = 4 };
+    enum class Direction { Advance = 0, Backup = 1 };
+
+    // Rows first to last, both inclusive, first <= last.
+    struct LineRange {
+        size_t first = 0, last = 0;
+    };
+    // The select range, ordered; c2 is exclusive.
+    struct SelSpan {
+        size_t r1 = 0, c1 = 0, r2 = 0, c2 = 0;
+    };
+    struct Qualifiers {
+        bool query = false, notype = false, brief = false;
+        int brief_cols = 40;
+        bool save = false, global = false, stay = false, duplicate = false, sequence = false;
+        int seq_start = 100, seq_incr = 100;
+    };
+    struct ParsedCommand {
+        std::string verb;      // canonical, upper case; empty for an empty line
+        std::string args;      // the rest, trimmed, in its own case
+        std::string original;  // the whole line, trimmed
+        Qualifiers qualifiers;
+    };
+    // What a verb's handler gets.
+    struct Call {
+        const std::string& args;
+        const Qualifiers& quals;
+        bool report;
+    };
+    // All that one change can touch. Copies of texts share what has not changed.
+    struct UndoSnapshot {
+        TextBuffer buffer;
+        std::map<std::string, TextBuffer> buffers;
+        std::string current_buffer_name;
+        size_t cursor_row = 0, cursor_col = 0, top_line = 0;
+        Direction direction = Direction::Advance;
+        std::string last_search, delete_char_buffer;
+        LineStore delete_line_buffer;
+        std::string delete_word_buffer;
+        bool overstrike = false;
+    };
+    // While it lives, SIGINT sets g_kpe_abort_requested instead of ending the process.
+    class AbortGuard {
+    public:
+        AbortGuard();
+        ~AbortGuard();
+        AbortGuard(const AbortGuard&) = delete;
+        AbortGuard& operator=(const AbortGuard&) = delete;
+
+    private:
+        struct sigaction prev_;
+    };
+
+    // --- Session: editor/session.cpp ---
+    Editor(std::vector<std::string> files, std::optional<std::string> command_file,
+           std::optional<std::string> output_file, bool read_only, bool recover, std::optional<std::string> journal);
+    void set_debug_keys(bool on) { debug_keys_ = on; }
+    void set_no_command(bool on) { no_command_ = on; }
+    void enable_versioning(bool on);  // false never switches it off
+    // The whole session; the process's exit status when line mode ends at end of input.
+    int run();
+    int line_mode();
+    void handle_command_result(CommandResult r, bool exit_allowed);
+    void reset_state();
+
+    struct KeyTable;  // what each key is called and does: screen/keys.cpp
+
+    // --- Commands: editor/dispatch.cpp ---
+    CommandResult execute_command(const std::string& raw, bool report);
+
+private:
+    struct VerbTable;     // editor/dispatch.cpp
+    struct SettingTable;  // editor/settings.cpp
+    struct WordTable;     // screen/nokeypad.cpp
+    struct Replacing;     // editor/substitute.cpp
+    friend struct EditorPeek;  // the tests' one door
+
+    void load_current_file();  // filename_ into buffer_, and a copy as MAIN
+
+    // --- Text helpers of the command language: editor/text_helpers.cpp ---
+    static std::string trim(const std::string& text);
+    static std::string upper(const std::string& text);
+    static bool starts_with_ci(const std::string& s, const std::string& prefix);
+    static std::string strip_optional_quotes(const std::string& text);  // one pair of double quotes around it
+    static bool is_comment_or_blank(const std::string& text);
+    static bool is_abbrev(const std::string& word, const char* full, size_t min_len);
+    static std::string strip_qualifiers_for_range(const std::string& text);  // cut at the first "/"
+
+    // --- Qualifiers: editor/qualifiers.cpp ---
+    static Qualifiers extract_qualifiers(std::string& text);
+    static size_t substitute_tail_pos(const std::string& text);  // npos: no delimiter right after the verb
+
+    // --- Recognition: editor/parse.cpp ---
+    ParsedCommand parse_command(const std::string& raw) const;
+    bool command_changes_text_or_buffers(const std::string& verb) const;
+
+    // --- Line references and ranges: editor/ranges.cpp ---
+    std::optional<size_t> parse_line_ref(const std::string& text) const;
+    std::optional<LineRange> parse_line_range(const std::string& text) const;
+    // The range with its end lowered to the last line (the start as well when it lies past the end).
+    LineRange clamped(const LineRange& range) const;
+    // The range of text, or the cursor line when text is blank.
+    std::optional<LineRange> range_or_cursor_line(const std::string& text) const;
+
+    // --- Dispatch: editor/dispatch.cpp ---
+    CommandResult dispatch_command(const std::string& cleaned, const Qualifiers& quals, bool report);
+    CommandResult goto_line_command(const std::string& args, bool report);
+    CommandResult change_command(const Call& call);
+    void type_command(const std::string& args, const Qualifiers& q, bool report);
+    CommandResult delete_command(const Call& call);
+    void find_command(const std::string& args, const Qualifiers& q, bool report);
+    void find_next_command(bool report);
+    void insert_command(const std::string& args, bool report);
+    void set_direction(Direction d, bool report);
+    void show_files(bool report);
+    static std::string current_date_string();
+
+    // --- Settings: editor/settings.cpp ---
+    // Runs verb if it is a setting's; false when it is not.
+    bool setting_command(const std::string& verb, const std::string& args, bool report);
+
+    // --- Undo: editor/undo.cpp ---
+    UndoSnapshot capture_snapshot();
+    void restore_snapshot(UndoSnapshot& snapshot);
+    void begin_undo_unit();
+    bool undo_last(bool report);
+    bool redo_last(bool report);
+
+    // --- Search: editor/search.cpp ---
+    bool check_abort(bool report);
+    const Matcher& matcher() const;  // last_search_ made ready under the current case rule
+    // Whether BEGIN, END and WORD allow a match of line.
+    bool constraints_allow(const Matcher::Piece& line, const Matcher::Match& match) const;
+    bool match_constraints_ok(size_t row, size_t col, size_t len) const;
+    std::optional<std::pair<size_t, size_t>> search_forward(size_t row, size_t col) const;
+    std::optional<std::pair<size_t, size_t>> search_backward(size_t row, size_t col) const;
+    // The same with the length found, in lines; and within one line, from a column or candidate on.
+    std::optional<Matcher::Place> next_place(const LineStore& lines, size_t row, size_t col) const;
+    std::optional<Matcher::Place> previous_place(size_t row, size_t col) const;
+    std::optional<Matcher::Match> next_allowed(const Matcher::Piece& line, size_t from) const;
+    std::optional<Matcher::Match> previous_allowed(const Matcher::Piece& line, Matcher::Match match) const;
+    // Sleeps until g_kpe_abort_requested or g_kpe_end_signal is set, or the terminal is gone.
+    static void wait_for_interrupt();
+    bool on_last_match() const;  // the cursor stands on the match of the last search
+    bool find_next(Direction d);
+
+    // --- Substitution: editor/substitute.cpp ---
+    void substitute_command(const std::string& args, const Qualifiers& q, bool report);
+    void substitute_single(const std::string& replacement, const Qualifiers& q, bool report);
+    void replace_and_go_on(const std::string& replacement, const Qualifiers& q, bool report);
+    void substitute_global(const std::string& replacement, bool query, bool report);
+    void substitute_range(const LineRange& range, const std::string& replacement, const Qualifiers& q, bool report);
+    size_t ask_everywhere(const std::string& text);
+    void ask_in_rows(const LineRange& range, Replacing& rest);
+
+    // --- Buffers: editor/buffers.cpp ---
+    static std::string normalize_buffer_name(std::string name);
+    void save_current_buffer_state();
+    TextBuffer& named_buffer(const std::string& name);
+    // After a change of the stored copy: takes it over when name (normalized) is being edited.
+    void show_stored_if_current(const std::string& name);
+    void find_buffer(const std::string& name, bool report);
+    std::string paste_text_content();
+    void set_paste_text(const std::string& text);
+    void append_paste_text(const std::string& text);
+    void show_buffers(bool report);
+    void clear_buffer_command(const std::string& args, bool report);
+    void copy_move_command(const std::string& args, bool move, bool report);
+
+    // --- Typed lines: editor/typing.cpp ---
+    void type_line_at(size_t row, bool brief, int brief_cols) const;
+    void type_current_line(bool brief, int brief_cols) const;
+    void type_range(const LineRange& range, bool brief, int brief_cols) const;
+
+    // --- Text in and out: editor/transfer.cpp ---
+    void print_command(const std::string& args, bool report);
+    void write_command(const std::string& args, bool report);
+    void include_file_command(const std::string& args, bool report);
+    void insert_multiline(bool report);
+
+    // --- Macros: editor/macros.cpp ---
+    static std::vector<std::string> split_macro_commands(const std::string& text);
+    static std::string join_lines_as_text(const std::vector<std::string>& lines);
+    // The commands typed after a DEFINE MACRO without AS, up to END or a blank line.
+    std::vector<std::string> read_macro_commands(const std::string& name, bool report);
+    void define_macro_command(const std::string& args, bool report);
+    bool try_execute_macro(const std::string& name, bool report);
+    void show_macros(const std::string& name, bool report);
+
+    // --- Key definitions: editor/key_defs.cpp ---
+    void define_key_command(const std::string& args, bool report);
+    std::string normalize_key_spec(const std::string& spec) const;
+    std::string key_id_from_input(int key, bool gold) const;
+    bool try_defined_key(int key, bool gold);
+    void show_key_command(const std::string& filter, bool report);
+
+    // --- Fill: editor/fill.cpp ---
+    void fill_command(const std::string& args, bool report);
+    void fill_select(const SelSpan& span, bool report);
+    void fill_range(const LineRange& range, bool report);
+
+    // --- Transforms: editor/transforms.cpp ---
+    void resequence_command(const std::string& args, const Qualifiers& q, bool report);
+    void xlate_command(const std::string& args, bool report);
+    void retain_command(const std::string& args, bool report);
+    void range_command(const std::string& args, bool report);
+    void tab_adjust_command(const std::string& args, bool report);
+    void chg_case_command(const std::string& args, bool upper, bool report);
+
+    // --- Line-mode help: editor/line_help.cpp ---
+    void print_line_help(const std::string& topic) const;
+
+    // --- Saving and leaving: editor/saving.cpp ---
+    static std::string strip_vms_version(const std::string& path);
+    std::string resolve_read_path(const std::string& path) const;
+    std::string resolve_write_path(const std::string& path) const;
+    enum class Written { Done, Failed, Taken };  // Taken: must_be_new, and somebody made that file first
+    // Writes lines as text, or as fixed-length records under SET RMS FIXED; always ends with a line break,
+    // but for a text of one empty line. Any failure leaves the old file as it was.
+    Written write_lines_file(const std::string& path, const LineStore& lines, bool must_be_new);
+    // Writes lines under the write path of name, and gives that path back (also after a failure): the next
+    // free version should another session take the first one.
+    bool save_lines(const LineStore& lines, const std::string& name, std::string& path);
+    // The same for a buffer, which counts as saved when the path is its own file's. Refuses a file that
+    // could not be read whole.
+    bool save_buffer_to_path(TextBuffer& buf, const std::string& name, std::string& path);
+    bool do_save(bool verbose);
+    [[noreturn]] void save_and_exit_now(bool show_eob);
+    [[noreturn]] void quit_without_saving_now(bool report);
+    CommandResult next_file_command(bool verbose);
+    CommandResult previous_file_command(bool verbose);
+    void walk_to_file(size_t index, bool verbose);
+
+    // --- Journal: editor/journal.cpp ---
+    std::string journal_path() const;
+    void append_journal_line(const std::string& line);
+    void try_recover_journal();
+    void delete_journal_file();
+
+    // --- Command files: editor/command_files.cpp ---
+    std::optional<std::string> resolve_command_file(const std::string& name);
+    [[noreturn]] void abort_missing_command_file(const std::string& name);
+    void run_startup_command_file(const std::string& path);
+    void prescan_startup_versioning(const std::string& path);
+    static bool file_exists(const std::string& p);  // a regular file
+    static std::string join_path(const std::string& dir, const std::string& name);
+    std::optional<std::string> find_startup_file() const;
+    void run_command_file(const std::string& path, bool verbose);
+
+    // --- Screen session and display: screen/loop.cpp, screen/draw.cpp ---
+    void screen_mode();
+    void screen_loop();
+    // The next key; redraw is called when the screen must be drawn anew meanwhile. At the end of input ERR, and
+    // input_ended_ is set.
+    int read_key(const std::function<void()>& redraw);
+    int read_key() { return read_key([this] { draw_screen(); }); }
+    void draw_screen();
+    void draw_line(int screen_row, size_t row, size_t width, const std::optional<SelSpan>& span) const;
+    std::string status_line() const;
+    void place_cursor() const;
+    void adjust_view();
+    void show_cursor_cell(size_t width, size_t gutter);
+    void clamp_cursor();
+    void ring_bell();
+
+    // --- Keys: screen/keys.cpp ---
+    bool handle_screen_key(int key);
+    bool run_defined_key(int key, bool gold);
+    void repeat_gold_key(int key, int count);
+    bool handle_gold_key(int key);
+    bool handle_gold_keypad(int key);
+    bool handle_keypad_or_text(int key);
+    void type_character(char c);
+    std::string key_debug_name(int key) const;
+
+    // --- Motion: screen/motion.cpp ---
+    void move_up();
+    void move_down();
+    void move_left();
+    void move_right();
+    void move_char(Direction d);
+    void move_word(Direction d);
+    void line_move(Direction d);
+    void page_down();
+    void page_up();
+    void section_move(Direction d);
+    void go_top();
+    void go_bottom();
+    void open_line();
+    bool is_delim(char c) const;
+
+    // --- Select range: screen/select.cpp ---
+    void start_select();
+    bool select_active() const;
+    std::optional<SelSpan> active_select_span() const;
+    void set_error(const std::string& message);
+    void select_error(const std::string& message);
+    void clear_select();
+    void toggle_line_numbers();
+    // Removes the text of the select range and puts the cursor at its start: the text. Nothing, after an error
+    // message, when there is none. leave_select() brings the cursor back into the text and clears the range.
+    std::optional<std::string> remove_select();
+    void leave_select();
+    void cut_select();
+    void append_select();
+    void replace_select_with_paste();
+
+    // --- Editing: screen/editing.cpp ---
+    void delete_char_left();
+    void delete_char_at_cursor();
+    void delete_line();
+    void delete_range(const LineRange& range);
+    void undelete_line();
+    void delete_eol();
+    void delete_word();
+    void delete_word_left();
+    void paste();
+    void paste_text(const std::string& text);
+    std::string apply_case_mode(std::string text) const;
+    void maybe_wrap_line();
+    void change_case_char();
+    void shift_left_line();
+    void shift_right_line();
+    void insert_tab_at_cursor();
+
+    // --- Find and substitute keys, prompts: screen/find_keys.cpp, screen/prompts.cpp ---
+    void find_again_key();
+    void subs_keypad();
+    std::string prompt_line(const std::string& prompt);
+    std::string prompt_line_dir(const std::string& prompt, std::optional<Direction>* dir);
+    // prompt_line_dir; with leaves Ctrl/Z at the empty prompt is returned as the answer "\032".
+    std::string read_prompt(const std::string& prompt, std::optional<Direction>* dir, bool leaves);
+    std::optional<int> read_key_to_define(const std::string& message);
+    void prompt_find();
+    void prompt_insert_literal();
+    void command_prompt();
+    void interactive_define_key();
+
+    // --- Keypad-less command strings and help page: screen/nokeypad.cpp, screen/help_screen.cpp ---
+    bool execute_nokeypad_string(const std::string& cmds, bool echo_errors);
+    void nokeypad_mode();
+    void nokeypad_loop();
+    void show_help_screen();
+
+    // --- Session and files ---
+    std::string filename_;                          // resolved path of the file being edited
+    std::optional<std::string> command_file_;       // from -command
+    bool no_command_ = false;                       // no startup command file at all
+    int startup_file_depth_ = 0;                    // nested runs of the explicit startup file
+    int command_file_depth_ = 0;                    // nested runs of any command file
+    std::optional<std::string> output_file_;        // where EXIT writes MAIN instead
+    bool read_only_ = false;
+    bool recover_ = false;
+    std::optional<std::string> journal_override_;   // from -journal
+    std::string last_saved_path_;
+    bool versioning_ = false;                       // ";n" versions on save
+    bool rms_fixed_ = false;                        // fixed-length records
+    int rms_fixed_len_ = 80;
+    std::optional<LineRange> sticky_range_;         // set by RANGE
+    std::map<char, char> xlate_map_;
+    bool file_existed_ = false;
+    std::string broken_file_;                       // filename_ if it could not be read whole
+    bool input_ended_ = false;                      // the terminal has gone, or input ended in screen mode
+
+    // --- Buffers ---
+    TextBuffer buffer_;                             // the working copy of the current buffer
+    std::map<std::string, TextBuffer> buffers_;     // by upper-case name; the current one's entry may lag
+    std::string current_buffer_name_ = "MAIN";
+
+    // --- Cursor, view and keypad ---
+    size_t cursor_row_ = 0, cursor_col_ = 0, top_line_ = 0, left_col_ = 0;
+    bool overstrike_ = false;
+    Direction direction_ = Direction::Advance;
+    bool gold_pending_ = false;
+    int gold_repeat_count_ = 0;
+    bool show_line_numbers_ = false;
+
+    // --- Search ---
+    bool search_exact_ = true;
+    bool search_begin_ = false, search_end_ = false;
+    bool search_wild_ = true;                       // shown only
+    bool search_word_ = false;
+    std::string last_search_;
+    size_t last_match_len_ = 0;
+    bool on_match_ = false;                         // a search put the cursor at match_row_, match_col_
+    size_t match_row_ = 0, match_col_ = 0;
+    std::string match_needle_;
+    mutable std::optional<Matcher> matcher_;        // last_search_ made ready; see matcher()
+
+    // --- Deleted text, messages, key debugging ---
+    std::string delete_char_buffer_;
+    LineStore delete_line_buffer_;                  // rows, each standing for its text and "\n"
+    std::string delete_word_buffer_;
+    std::string message_;
+    bool debug_keys_ = false;
+    std::string last_key_debug_, last_function_;
+
+    // --- Definitions ---
+    std::map<std::string, std::string> key_defs_;   // key id to command
+    std::map<std::string, bool> macro_names_;
+    std::vector<std::string> running_macros_;       // innermost last
+
+    // --- Undo ---
+    std::deque<UndoSnapshot> undo_stack_, redo_stack_;  // oldest first
+
+    // --- Startup file ---
+    std::string startup_file_;
+    std::vector<std::string> startup_warnings_;
+
+    // --- Settings ---
+    int tab_width_ = 8;
+    bool quiet_ = false, verify_ = false, wrap_ = false;
+    bool autorepeat_ = true, repeat_enabled_ = true;
+    std::string case_mode_ = "NONE";
+    std::string command_set_file_;
+    int cursor_top_ = 0, cursor_bottom_ = 0;
+    bool fnf_ = true;
+    std::string help_name_ = "KPEHELP";
+    std::string keypad_mode_ = "KPE";
+    int set_lines_ = 0;
+    std::string paragraph_mode_ = "NOWPS";
+    int screen_width_ = 0;
+    bool summary_ = true;
+    std::string terminal_type_ = "vt100";
+    std::string text_formfeed_ = "^L";
+    std::string text_eob_ = "[EOB]";
+    bool truncate_ = false;
+    bool word_delimiter_on_ = true;
+    std::string prompt_ = "*";
+    std::string last_set_mode_ = "Line";
+    std::string word_delimiters_ = " \t.,;:!?()[]{}\"'+-*/=<>|\\&#@^%~`";
+
+    // --- The file list ---
+    std::vector<std::string> all_files_;
+    size_t current_file_idx_ = 0;
+
+    // --- The journal, held open; see append_journal_line ---
+    struct OpenJournal {
+        std::string path;
+        int fd = -1;
+        dev_t dev = 0;
+        ino_t ino = 0;
+    } journal_;
+};

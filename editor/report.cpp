@@ -1,0 +1,80 @@
+#include "editor/report.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <unistd.h>
+
+namespace {
+
+// What was printed and not handed over yet. Plain memory, so that a signal handler can write it out.
+constexpr size_t OUTPUT_SIZE = 256 * 1024;
+char g_output[OUTPUT_SIZE];
+volatile size_t g_output_used = 0;
+bool g_warned = false;
+
+// All bytes, or as many as the reader takes: a reader that has gone is no reason to stop editing.
+void write_all(int fd, const char* data, size_t size) {
+    while (size > 0) {
+        const ssize_t n = write(fd, data, size);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return;
+        data += n;
+        size -= static_cast<size_t>(n);
+    }
+}
+
+}  // namespace
+
+void kpe_print(std::string_view text) {
+    if (text.size() > OUTPUT_SIZE - g_output_used) {
+        kpe_flush();
+        if (text.size() >= OUTPUT_SIZE) {
+            write_all(STDOUT_FILENO, text.data(), text.size());
+            return;
+        }
+    }
+    std::memcpy(g_output + g_output_used, text.data(), text.size());
+    g_output_used = g_output_used + text.size();
+}
+
+void kpe_say(bool report, std::string_view line) {
+    if (!report) return;
+    kpe_print(line);
+    kpe_print("\n");
+}
+
+void kpe_complain(bool report, std::string_view what) {
+    if (!report) return;
+    kpe_print("?");
+    kpe_say(report, what);
+}
+
+void kpe_warn(std::string_view line) {
+    kpe_flush();
+    const std::string text = std::string(line) + "\n";
+    write_all(STDERR_FILENO, text.data(), text.size());
+    g_warned = true;
+}
+
+bool kpe_warned() {
+    const bool warned = g_warned;
+    g_warned = false;
+    return warned;
+}
+
+void kpe_flush() {
+    const size_t used = g_output_used;
+    write_all(STDOUT_FILENO, g_output, used);
+    g_output_used = 0;
+}
+
+void kpe_flush_in_handler() { kpe_flush(); }
+
+std::string kpe_counted(size_t n, std::string_view noun) {
+    std::string text = std::to_string(n);
+    text += ' ';
+    text += noun;
+    if (n != 1) text += 's';
+    return text;
+}

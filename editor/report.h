@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+// All that commands print goes through here. Output is gathered and handed over before kpe waits for
+// input, before anything goes to standard error, before a child process, and at the end.
+
+void kpe_print(std::string_view text);                  // as it is
+void kpe_say(bool report, std::string_view line);       // line + "\n"; nothing without report
+void kpe_complain(bool report, std::string_view what);  // "?" + what + "\n"; nothing without report
+void kpe_warn(std::string_view line);                   // line + "\n" on standard error
+// Whether something went to standard error since the last call.
+bool kpe_warned();
+void kpe_flush();
+// kpe_flush for a signal handler: only write(2).
+void kpe_flush_in_handler();
+std::string kpe_counted(size_t n, std::string_view noun);  // "1 line", "2 lines"
+inline const char* kpe_on_off(bool on) { return on ? "ON" : "OFF"; }

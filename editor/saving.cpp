@@ -1,0 +1,178 @@
+#include <algorithm>
+#include <cstdlib>
+
+#include "app/process.h"
+#include "buffer/file_writer.h"
+#include "config/n3_rzconfig.h"
+#include "editor/kpe.h"
+#include "editor/report.h"
+
+namespace {
+
+constexpr size_t PIECE = size_t{64} << 10;
+
+// The rows as they stand, each with its line break; untouched bytes go out in large pieces.
+bool write_rows(FileWriter& file, const LineStore& lines) {
+    for (size_t row = 0; row < lines.size();) {
+        const LineStore::Run run = lines.run_from(row);
+        if (!file.write(run.bytes)) return false;
+        if (!run.terminated && !file.write("\n")) return false;
+        row += run.rows;
+    }
+    return true;
+}
+
+bool write_blanks(FileWriter& file, size_t count) {
+    const std::string blanks(std::min(count, PIECE), ' ');
+    for (; count > 0; count -= std::min(count, PIECE)) {
+        if (!file.write(std::string_view(blanks).substr(0, count))) return false;
+    }
+    return true;
+}
+
+// Each row as records of exactly length bytes: an empty one as a record of blanks, the last piece of a
+// longer one filled up with blanks.
+bool write_records(FileWriter& file, const LineStore& lines, size_t length) {
+    for (size_t row = 0; row < lines.size(); ++row) {
+        std::string_view text = lines.view(row);
+        do {
+            const std::string_view piece = text.substr(0, length);
+            text.remove_prefix(piece.size());
+            if (!file.write(piece) || !write_blanks(file, length - piece.size()) || !file.write("\n")) return false;
+        } while (!text.empty());
+    }
+    return true;
+}
+
+// Whether both names lead to one existing file.
+bool same_file(const std::string& a, const std::string& b) {
+    struct stat sa, sb;
+    return kpe_stat(a.c_str(), &sa) == 0 && kpe_stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
+           sa.st_ino == sb.st_ino;
+}
+
+}  // namespace
+
+std::string Editor::strip_vms_version(const std::string& path) { return n3rz::strip_version(path); }
+
+std::string Editor::resolve_read_path(const std::string& path) const {
+    return n3rz::resolve_read_path(path, versioning_);
+}
+
+std::string Editor::resolve_write_path(const std::string& path) const {
+    return n3rz::resolve_write_path(path, versioning_);
+}
+
+Editor::Written Editor::write_lines_file(const std::string& path, const LineStore& lines, bool must_be_new) {
+    FileWriter file;
+    if (!file.open(path, must_be_new ? FileWriter::Existing::Refuse : FileWriter::Existing::Replace)) {
+        return file.taken() ? Written::Taken : Written::Failed;
+    }
+    const bool records = rms_fixed_ && rms_fixed_len_ > 0;
+    const bool empty_text = !records && lines.size() == 1 && lines.view(0).empty();
+    bool good = true;
+    if (records) {
+        good = write_records(file, lines, static_cast<size_t>(rms_fixed_len_));
+    } else if (!empty_text) {
+        good = write_rows(file, lines);
+    }
+    if (lines.empty()) good = file.write("\n");
+    if (!good || !file.commit()) return file.taken() ? Written::Taken : Written::Failed;
+    last_saved_path_ = path;
+    return Written::Done;
+}
+
+bool Editor::save_lines(const LineStore& lines, const std::string& name, std::string& path) {
+    for (;;) {
+        path = resolve_write_path(name);
+        if (path.empty()) return false;
+        // A version that is free now is not ours yet: another session may take it first.
+        const bool must_be_new = versioning_ && !n3rz::file_exists(path);
+        const Written result = write_lines_file(path, lines, must_be_new);
+        if (result != Written::Taken) return result == Written::Done;
+    }
+}
+
+bool Editor::save_buffer_to_path(TextBuffer& buf, const std::string& name, std::string& path) {
+    path = resolve_write_path(name);
+    // What could not be read whole must not be written over the rest of it.
+    const bool broken = !broken_file_.empty() &&
+                        (strip_vms_version(path) == strip_vms_version(broken_file_) || same_file(path, broken_file_));
+    if (broken || !save_lines(buf.lines(), name, path)) return false;
+    if (strip_vms_version(buf.filename()) == strip_vms_version(path)) buf.clear_modified();
+    return true;
+}
+
+bool Editor::do_save(bool verbose) {
+    std::string path;
+    const bool saved = save_buffer_to_path(buffer_, buffer_.filename(), path);
+    if (saved) {
+        kpe_say(verbose, "[Saved " + last_saved_path_ + "]");
+    } else {
+        kpe_complain(verbose, "Unable to save " + buffer_.filename());
+    }
+    return saved;
+}
+
+void Editor::save_and_exit_now(bool show_eob) {
+    kpe_safe_endwin();
+    save_current_buffer_state();
+    TextBuffer& main_buffer = named_buffer("MAIN");
+    if (output_file_) main_buffer.set_filename(*output_file_);
+    std::string path;
+    if (!save_buffer_to_path(main_buffer, main_buffer.filename(), path)) {
+        kpe_warn("?Unable to write " + path);
+        std::exit(2);
+    }
+    delete_journal_file();
+    kpe_say(summary_, path + " " + std::to_string(main_buffer.line_count()) + " lines");
+    kpe_say(show_eob && !quiet_, text_eob_);
+    kpe_flush();
+    std::exit(0);
+}
+
+void Editor::quit_without_saving_now(bool report) {
+    kpe_safe_endwin();
+    save_current_buffer_state();
+    const bool any = std::any_of(buffers_.begin(), buffers_.end(), [](const auto& b) { return b.second.modified(); });
+    kpe_say(report && any, "Changes discarded");
+    kpe_flush();
+    std::exit(0);
+}
+
+Editor::CommandResult Editor::next_file_command(bool verbose) {
+    if (current_file_idx_ + 1 >= all_files_.size()) {
+        kpe_complain(verbose, "No more files");
+    } else {
+        walk_to_file(current_file_idx_ + 1, verbose);
+    }
+    return CommandResult::Continue;
+}
+
+Editor::CommandResult Editor::previous_file_command(bool verbose) {
+    if (current_file_idx_ == 0) {
+        kpe_complain(verbose, "Already at first file");
+    } else {
+        walk_to_file(current_file_idx_ - 1, verbose);
+    }
+    return CommandResult::Continue;
+}
+
+void Editor::walk_to_file(size_t index, bool verbose) {
+    save_current_buffer_state();
+    TextBuffer& main_buffer = named_buffer("MAIN");
+    std::string path;
+    save_buffer_to_path(main_buffer, main_buffer.filename(), path);
+    current_file_idx_ = index;
+    filename_ = resolve_read_path(all_files_[index]);
+    load_current_file();
+    cursor_row_ = cursor_col_ = top_line_ = left_col_ = 0;
+    clear_select();
+    last_search_.clear();
+    // An older state belongs to the file that was left: bringing it back would write it over this one.
+    undo_stack_.clear();
+    redo_stack_.clear();
+    if (!verbose) return;
+    kpe_say(true, filename_);
+    type_current_line(/*brief=*/false, 40);
+}

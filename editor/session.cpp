@@ -1,0 +1,99 @@
+#include <cstdlib>
+#include <exception>
+#include <new>
+
+#include "app/process.h"
+#include "editor/input.h"
+#include "editor/kpe.h"
+#include "editor/report.h"
+
+Editor::Editor(std::vector<std::string> files, std::optional<std::string> command_file,
+               std::optional<std::string> output_file, bool read_only, bool recover, std::optional<std::string> journal)
+    : command_file_(std::move(command_file)),
+      output_file_(std::move(output_file)),
+      read_only_(read_only),
+      recover_(recover),
+      journal_override_(std::move(journal)),
+      all_files_(std::move(files)) {
+    if (!all_files_.empty()) filename_ = all_files_.front();
+    const char* const versions = std::getenv("KPE_VMS_VERSIONS");
+    versioning_ = versions && *versions && std::string(versions) != "0";
+}
+
+void Editor::enable_versioning(bool on) {
+    if (on) versioning_ = true;
+}
+
+int Editor::run() {
+    std::optional<std::string> startup;
+    if (!no_command_) {
+        startup = command_file_ ? resolve_command_file(*command_file_) : find_startup_file();
+        if (command_file_ && !startup) abort_missing_command_file(*command_file_);
+    }
+    if (startup) prescan_startup_versioning(*startup);
+    filename_ = resolve_read_path(filename_);
+    load_current_file();
+    buffers_["PASTE"] = TextBuffer();
+    current_buffer_name_ = "MAIN";
+    if (startup) {
+        startup_file_ = *startup;
+        if (command_file_) {
+            run_startup_command_file(*startup);
+        } else {
+            run_command_file(*startup, /*verbose=*/false);
+        }
+    }
+    if (recover_) try_recover_journal();
+    return line_mode();
+}
+
+void Editor::load_current_file() {
+    const AbortGuard guard;  // Ctrl/C ends the reading of a pipe or of an endless device
+    buffer_ = TextBuffer();
+    file_existed_ = buffer_.load(filename_, &g_kpe_abort_requested);
+    buffer_.set_filename(filename_);
+    broken_file_ = buffer_.load_state() == TextBuffer::Load::Broken ? filename_ : "";
+    check_abort(!quiet_);
+    buffers_["MAIN"] = buffer_;
+}
+
+int Editor::line_mode() {
+    if (!quiet_) {
+        kpe_say(true, "$ EDIT/KPE " + filename_);
+        if (!file_existed_ && fnf_) {
+            kpe_say(true, "Input file does not exist");
+            kpe_say(true, text_eob_);
+        } else {
+            type_current_line(/*brief=*/false, 40);
+        }
+    }
+    while (!input_ended_) {
+        kpe_print(prompt_);
+        const auto line = kpe_read_line();
+        if (!line) break;
+        append_journal_line(*line);
+        try {
+            handle_command_result(execute_command(*line, !quiet_), /*exit_allowed=*/true);
+        } catch (const std::bad_alloc&) {
+            kpe_complain(true, "Not enough memory");  // the text before the command is all there
+        }
+    }
+    kpe_flush();
+    kpe_obey_end_signal();
+    return 0;
+}
+
+void Editor::handle_command_result(CommandResult r, bool exit_allowed) {
+    if (r == CommandResult::EnterScreenMode) screen_mode();
+    if (!exit_allowed) return;
+    if (r == CommandResult::ExitSave) save_and_exit_now(/*show_eob=*/false);
+    if (r == CommandResult::ExitNoSave) quit_without_saving_now(/*report=*/true);
+}
+
+void Editor::reset_state() {
+    direction_ = Direction::Advance;
+    gold_pending_ = false;
+    gold_repeat_count_ = 0;
+    clear_select();
+    message_ = "RESET";
+}

@@ -1,0 +1,78 @@
+#include <utility>
+
+#include "editor/kpe.h"
+#include "editor/report.h"
+
+namespace {
+
+// Keeps the newest snapshots: the oldest one goes when there are more than the stack may hold.
+void push(std::deque<Editor::UndoSnapshot>& stack, Editor::UndoSnapshot snapshot) {
+    stack.push_back(std::move(snapshot));
+    if (stack.size() > Editor::max_undo_) stack.pop_front();
+}
+
+Editor::UndoSnapshot pop(std::deque<Editor::UndoSnapshot>& stack) {
+    Editor::UndoSnapshot newest = std::move(stack.back());
+    stack.pop_back();
+    return newest;
+}
+
+}  // namespace
+
+Editor::UndoSnapshot Editor::capture_snapshot() {
+    save_current_buffer_state();
+    return {buffer_,     buffers_,           current_buffer_name_, cursor_row_,         cursor_col_,  top_line_, direction_,
+            last_search_, delete_char_buffer_, delete_line_buffer_,  delete_word_buffer_, overstrike_};
+}
+
+void Editor::restore_snapshot(UndoSnapshot& snapshot) {
+    buffer_ = snapshot.buffer;
+    buffers_ = snapshot.buffers;
+    current_buffer_name_ = snapshot.current_buffer_name;
+    cursor_row_ = snapshot.cursor_row;
+    cursor_col_ = snapshot.cursor_col;
+    top_line_ = snapshot.top_line;
+    direction_ = snapshot.direction;
+    last_search_ = snapshot.last_search;
+    delete_char_buffer_ = snapshot.delete_char_buffer;
+    delete_line_buffer_ = snapshot.delete_line_buffer;
+    delete_word_buffer_ = snapshot.delete_word_buffer;
+    overstrike_ = snapshot.overstrike;
+}
+
+void Editor::begin_undo_unit() {
+    redo_stack_.clear();
+    push(undo_stack_, capture_snapshot());
+}
+
+bool Editor::undo_last(bool report) {
+    if (undo_stack_.empty()) {
+        message_ = "Nothing to undo";
+        kpe_complain(report, message_);
+        return false;
+    }
+    push(redo_stack_, capture_snapshot());
+    UndoSnapshot snapshot = pop(undo_stack_);
+    restore_snapshot(snapshot);
+    clamp_cursor();
+    save_current_buffer_state();
+    message_ = "UNDO";
+    kpe_say(report, "Undo completed");
+    return true;
+}
+
+bool Editor::redo_last(bool report) {
+    if (redo_stack_.empty()) {
+        message_ = "Nothing to redo";
+        kpe_complain(report, message_);
+        return false;
+    }
+    push(undo_stack_, capture_snapshot());
+    UndoSnapshot snapshot = pop(redo_stack_);
+    restore_snapshot(snapshot);
+    clamp_cursor();
+    save_current_buffer_state();
+    message_ = "REDO";
+    kpe_say(report, "Redo completed");
+    return true;
+}

@@ -1,0 +1,266 @@
+#include "screen/curses_session.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <clocale>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <curses.h>
+#include <poll.h>
+#include <string_view>
+#include <sys/ioctl.h>
+#include <term.h>
+#include <unistd.h>
+
+#include "app/process.h"
+#include "editor/report.h"
+#include "screen/n3_kpe_keymap.h"
+
+namespace {
+
+// Terminals that work like xterm, by the beginnings of their names: their own entries are often missing on
+// the machine one logs into.
+constexpr std::string_view LIKE_XTERM[] = {
+    "xterm", "foot", "wezterm", "ghostty", "alacritty", "kitty", "konsole", "vte", "gnome", "putty", "contour", "st-",
+};
+constexpr const char* XTERM = "xterm-256color";
+
+// Of the last session; kept when it ends, so that the page size stays that of the screen.
+SCREEN* g_screen = nullptr;
+
+volatile std::sig_atomic_t g_size_changed = 0, g_stop_asked = 0, g_continued = 0;
+
+void note_signal(int number) {
+    if (number == SIGWINCH) g_size_changed = 1;
+    if (number == SIGTSTP) g_stop_asked = 1;
+    if (number == SIGCONT) g_continued = 1;
+}
+
+struct SignalRow {
+    int number;
+    void (*handler)(int);
+    struct sigaction before;
+};
+// What a session handles itself; curses would end the process, or leave its own handlers behind.
+std::array<SignalRow, 4> g_signals{{
+    {SIGINT, kpe_sigint_handler, {}},
+    {SIGWINCH, note_signal, {}},
+    {SIGTSTP, note_signal, {}},
+    {SIGCONT, note_signal, {}},
+}};
+
+void take_signals() {
+    for (SignalRow& row : g_signals) {
+        struct sigaction action {};
+        action.sa_handler = row.handler;
+        sigemptyset(&action.sa_mask);
+        sigaction(row.number, &action, &row.before);
+    }
+}
+
+void give_signals_back() {
+    for (const SignalRow& row : g_signals) sigaction(row.number, &row.before, nullptr);
+    g_kpe_abort_requested = 0;
+}
+
+const char* terminal_name() {
+    const char* const name = std::getenv("TERM");
+    return name ? name : "";
+}
+
+enum class Ability { Unknown, Limited, Screen };
+
+// Leaves the entry of an earlier session current.
+Ability ability_of(const char* name) {
+    TERMINAL* const current = cur_term;
+    int error = 0;
+    if (setupterm(name, STDOUT_FILENO, &error) != OK) return error == 1 ? Ability::Limited : Ability::Unknown;
+    const bool moves = cursor_address != nullptr && !hard_copy && !generic_type;
+    TERMINAL* const tried = set_curterm(current);
+    del_curterm(tried);
+    return moves ? Ability::Screen : Ability::Limited;
+}
+
+// The entry to use; nothing when no entry fits.
+const char* usable_entry() {
+    const std::string_view name = terminal_name();
+    if (ability_of(terminal_name()) != Ability::Unknown) return terminal_name();
+    const bool like_xterm = std::any_of(std::begin(LIKE_XTERM), std::end(LIKE_XTERM),
+                                        [&](std::string_view start) { return name.starts_with(start); });
+    return like_xterm && ability_of(XTERM) == Ability::Screen ? XTERM : nullptr;
+}
+
+void keypad_application_mode() {
+    kpe_print("\033=");
+    kpe_flush();
+}
+
+void adopt_size() {
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0) return;
+    resize_term(size.ws_row, size.ws_col);
+}
+
+void leave_screen() {
+    endwin();
+    g_curses_active = false;
+    kpe_print("\033>");
+    kpe_flush();
+}
+
+void take_screen_back() {
+    keypad_application_mode();
+    g_curses_active = true;
+    reset_prog_mode();
+    adopt_size();
+    kpe_repaint();
+}
+
+}  // namespace
+
+std::optional<std::string> CursesSession::obstacle() {
+    if (g_curses_active) return std::nullopt;
+    if (!isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO)) return "Screen mode needs a terminal";
+    const std::string name = terminal_name();
+    if (name.empty()) return "Screen mode needs a terminal type: TERM is not set";
+    const char* const entry = usable_entry();
+    if (!entry) return "Unknown terminal type: " + name;
+    if (ability_of(entry) == Ability::Limited) return "Terminal type without full screen: " + name;
+    return std::nullopt;
+}
+
+CursesSession::CursesSession() : outermost_(!g_curses_active) {
+    if (!outermost_) return;
+    const char* const entry = usable_entry();
+    take_signals();
+    g_curses_active = true;  // from here on a signal that ends the process waits for endwin
+    std::setlocale(LC_CTYPE, "");
+    keypad_application_mode();
+    if (g_screen) delscreen(g_screen);
+    use_tioctl(TRUE);  // LINES and COLUMNS would hide a change of size
+    g_screen = entry ? newterm(entry, stdout, stdin) : nullptr;
+    if (!g_screen) {
+        kpe_safe_endwin();
+        return;
+    }
+    raw();
+    noecho();
+    keypad(stdscr, TRUE);
+    nonl();
+    set_escdelay(25);
+    nodelay(stdscr, TRUE);  // kpe_read_key waits
+    idlok(stdscr, TRUE);
+    kpe_free_keypad_codes();
+}
+
+bool CursesSession::started() const { return g_curses_active; }
+
+CursesSession::~CursesSession() {
+    if (!outermost_) return;
+    kpe_safe_endwin();
+    std::setlocale(LC_CTYPE, "C");
+    give_signals_back();
+}
+
+LineModePause::LineModePause() : paused_(g_curses_active) {
+    if (paused_) leave_screen();
+}
+
+LineModePause::~LineModePause() {
+    if (!paused_) return;
+    kpe_flush();
+    take_screen_back();
+}
+
+InterruptKey::InterruptKey() {
+    if (!g_curses_active || tcgetattr(STDIN_FILENO, &before_) != 0 || (before_.c_lflag & ISIG)) return;
+    g_kpe_abort_requested = g_kpe_end_signal != 0;
+    termios now = before_;
+    now.c_lflag |= ISIG | NOFLSH;
+    now.c_cc[VINTR] = static_cast<cc_t>(kpe_ctrl('C'));
+    now.c_cc[VQUIT] = now.c_cc[VSUSP] = _POSIX_VDISABLE;
+    changed_ = tcsetattr(STDIN_FILENO, TCSANOW, &now) == 0;
+}
+
+InterruptKey::~InterruptKey() {
+    if (changed_ && g_curses_active) tcsetattr(STDIN_FILENO, TCSANOW, &before_);
+}
+
+// --- Reading keys ---
+
+namespace {
+
+size_t g_keys_read = 0;
+
+// Holds back the signals that a wait for a key must notice, but while ppoll sleeps: none slips in between.
+class HeldSignals {
+public:
+    HeldSignals() {
+        sigset_t held;
+        sigemptyset(&held);
+        for (const int number : {SIGINT, SIGHUP, SIGQUIT, SIGTERM, SIGWINCH, SIGTSTP, SIGCONT}) sigaddset(&held, number);
+        sigprocmask(SIG_BLOCK, &held, &before_);
+    }
+    ~HeldSignals() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+    HeldSignals(const HeldSignals&) = delete;
+    HeldSignals& operator=(const HeldSignals&) = delete;
+    const sigset_t& before() const { return before_; }
+
+private:
+    sigset_t before_;
+};
+
+// Acts on what happened to the terminal; whether the screen must be drawn again.
+bool terminal_changed() {
+    if (g_stop_asked) {
+        g_stop_asked = 0;
+        leave_screen();
+        std::raise(SIGSTOP);
+        take_screen_back();
+        return true;
+    }
+    if (g_continued) {  // whoever had the terminal meanwhile may have changed it
+        g_continued = 0;
+        take_screen_back();
+        return true;
+    }
+    if (g_size_changed) {
+        g_size_changed = 0;
+        adopt_size();
+        kpe_repaint();
+        return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+size_t kpe_keys_read() { return g_keys_read; }
+
+void kpe_repaint() { clearok(curscr, TRUE); }
+
+int kpe_read_key(bool pc_keypad, const std::function<void()>& redraw) {
+    const HeldSignals held;
+    bool ready = false;
+    for (;;) {
+        if (g_kpe_end_signal) return ERR;
+        if (terminal_changed()) redraw();
+        if (g_kpe_abort_requested) {
+            g_kpe_abort_requested = 0;
+            ++g_keys_read;
+            return kpe_ctrl('C');
+        }
+        const int key = getch();
+        if (key != ERR && key != KEY_RESIZE) {
+            ++g_keys_read;
+            return kpe_normalize_key(key, pc_keypad);
+        }
+        if (key == ERR && ready) return ERR;  // there is something to read, and it is no byte: the end
+        pollfd input = {STDIN_FILENO, POLLIN, 0};
+        const int polled = ppoll(&input, 1, nullptr, &held.before());
+        if (polled < 0 && errno != EINTR) return ERR;
+        ready = polled > 0;
+    }
+}

@@ -1,0 +1,169 @@
+#include <algorithm>
+#include <cstdio>
+#include <curses.h>
+#include <string>
+#include <string_view>
+
+#include "app/process.h"
+#include "editor/kpe.h"
+#include "editor/report.h"
+#include "screen/cells.h"
+#include "screen/curses_session.h"
+
+namespace {
+
+constexpr int ROWS_BELOW_TEXT = 3;  // separator, status line, message line
+
+struct Geometry {
+    int rows, cols, text_rows;
+    explicit Geometry(int set_lines)
+        : rows(stdscr ? getmaxy(stdscr) : -1),
+          cols(stdscr ? getmaxx(stdscr) : -1),
+          text_rows(std::max(1, rows - ROWS_BELOW_TEXT)) {
+        if (set_lines > 0) text_rows = std::min(set_lines, text_rows);
+    }
+    size_t width() const { return cols > 0 ? static_cast<size_t>(cols) : 0; }
+};
+
+// Screen rows between which the cursor moves without scrolling.
+struct Margins {
+    int top = 0, bottom;
+    Margins(int set_top, int set_bottom, int text_rows) : bottom(text_rows - 1) {
+        if (set_top <= 0 && set_bottom < 1) return;
+        top = std::max(set_top, 1) - 1;
+        if (set_bottom >= 1) bottom = std::min(set_bottom - 1, bottom);
+        if (top > bottom) std::swap(top, bottom);
+        bottom = std::min(bottom, text_rows - 1);
+    }
+};
+
+long long as_signed(size_t n) { return static_cast<long long>(n); }
+
+size_t gutter_width(bool numbers, size_t cursor_row) {
+    return numbers ? std::to_string(cursor_row + 1).size() + 1 : 0;
+}
+
+void show_text(int screen_row, size_t width, std::string_view text) {
+    CellRow row(width);
+    row.add(text);
+    row.show(screen_row);
+}
+
+size_t shown_cells(size_t width, std::string_view text) {
+    CellRow row(width);
+    row.add(text);
+    return row.used();
+}
+
+}  // namespace
+
+void Editor::draw_screen() {
+    if (kpe_warned()) kpe_repaint();
+    erase();
+    const Geometry screen(set_lines_);
+    if (truncate_) left_col_ = 0;
+    adjust_view();
+    const auto span = active_select_span();
+    for (int i = 0; i < screen.text_rows; ++i) {
+        const size_t row = top_line_ + static_cast<size_t>(i);
+        if (row == buffer_.line_count()) show_text(i, screen.width(), "[EOB]");
+        if (row < buffer_.line_count()) draw_line(i, row, screen.width(), span);
+    }
+    mvhline(screen.rows - 3, 0, '-', std::max(screen.cols, 1));
+    show_text(screen.rows - 2, screen.width(), status_line());
+    show_text(screen.rows - 1, screen.width(), message_);
+    place_cursor();
+    refresh();
+}
+
+// Only the bytes that can be seen are looked at, however long the line is.
+void Editor::draw_line(int screen_row, size_t row, size_t width, const std::optional<SelSpan>& span) const {
+    const std::string_view line = buffer_.view(row);
+    size_t from = 0, to = 0;  // the selected columns
+    if (span && span->r1 <= row && row <= span->r2) {
+        if (row == span->r1) from = std::min(span->c1, line.size());
+        to = row == span->r2 ? std::min(span->c2, line.size()) : line.size();
+    }
+    CellRow cells(width);
+    if (show_line_numbers_) cells.add(std::to_string(row + 1) + ' ');
+    if (cells.used() < width) {
+        const size_t left = std::min(truncate_ ? 0 : left_col_, line.size());
+        const std::string_view shown = kpe_text_from(kpe_text_until(line, left + width - cells.used()), left);
+        const size_t start = static_cast<size_t>(shown.data() - line.data());
+        if (!shown.empty()) cells.add(shown, from > start ? from - start : 0, to > start ? to - start : 0);
+    }
+    cells.show(screen_row);
+}
+
+std::string Editor::status_line() const {
+    std::string text = " EDIT[" + current_buffer_name_ + "]";
+    text += direction_ == Direction::Backup ? " BACKUP" : " ADVANCE";
+    if (overstrike_) text += " OVR";
+    if (select_active()) text += " SELECT";
+    if (buffer_.modified()) text += " *";
+    if (left_col_ != 0) text += " col+" + std::to_string(left_col_);
+    if (!last_function_.empty()) text += "  [" + last_function_ + "]";
+    if (!debug_keys_) return text + "  PF1=GOLD PF3=FNDNXT GOLD+PF3=FIND Ctrl/Z=CMD";
+    return text + "  KEY: " + (last_key_debug_.empty() ? "(none)" : last_key_debug_);
+}
+
+// On the first cell of the character that holds the cursor's byte, or behind the message.
+void Editor::place_cursor() const {
+    const Geometry screen(set_lines_);
+    const size_t gutter = gutter_width(show_line_numbers_, cursor_row_);
+    const size_t width = screen.width();
+    if (cursor_row_ >= top_line_ && cursor_row_ - top_line_ < static_cast<size_t>(screen.text_rows) &&
+        cursor_col_ >= left_col_ && cursor_col_ - left_col_ + gutter < width) {
+        const size_t cell = kpe_cell_of(buffer_.view(cursor_row_), left_col_, cursor_col_, gutter);
+        const int row = static_cast<int>(cursor_row_ - top_line_);
+        if (cell < width && ::move(row, static_cast<int>(cell)) != ERR) return;
+    }
+    const size_t end = std::min(shown_cells(width, message_), width > 0 ? width - 1 : 0);
+    ::move(screen.rows - 1, static_cast<int>(end));
+}
+
+void Editor::adjust_view() {
+    const Geometry screen(set_lines_);
+    if (truncate_) left_col_ = 0;
+    const Margins margins(cursor_top_, cursor_bottom_, screen.text_rows);
+    const auto top = static_cast<size_t>(margins.top), bottom = static_cast<size_t>(margins.bottom);
+    if (cursor_row_ < top_line_ + top) {
+        top_line_ = cursor_row_ >= top ? cursor_row_ - top : 0;
+    } else if (cursor_row_ > top_line_ + bottom) {
+        top_line_ = cursor_row_ - bottom;
+    }
+    if (truncate_) return;
+
+    const long long gutter = as_signed(gutter_width(show_line_numbers_, cursor_row_));
+    const long long x = as_signed(cursor_col_) + gutter - as_signed(left_col_);
+    if (x < 0) {
+        left_col_ = std::max<size_t>(cursor_col_, 4) - 4;
+    } else if (x >= screen.cols - 1) {
+        const long long left = as_signed(cursor_col_) - std::max(1LL, screen.cols - gutter - 1) + 1;
+        left_col_ = static_cast<size_t>(std::max(left, 0LL));
+    }
+    show_cursor_cell(screen.width(), static_cast<size_t>(gutter));
+}
+
+// Tabs and control bytes take more cells than bytes: scrolls on until the cursor's own cell can be seen.
+void Editor::show_cursor_cell(size_t width, size_t gutter) {
+    if (width <= gutter) return;
+    const std::string_view line = buffer_.view(cursor_row_);
+    while (left_col_ < cursor_col_ && kpe_cell_of(line, left_col_, cursor_col_, gutter) >= width) ++left_col_;
+}
+
+void Editor::clamp_cursor() {
+    if (buffer_.line_count() == 0) return;
+    cursor_row_ = std::min(cursor_row_, buffer_.line_count() - 1);
+    cursor_col_ = std::min(cursor_col_, buffer_.length(cursor_row_));
+}
+
+void Editor::ring_bell() {
+    if (g_curses_active) {
+        beep();
+        flash();
+        return;
+    }
+    kpe_print("\a");
+    kpe_flush();
+}

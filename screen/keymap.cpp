@@ -1,0 +1,80 @@
+#include <cstdlib>
+#include <curses.h>
+#include <string>
+#include <vector>
+
+#include "screen/n3_kpe_keymap.h"
+
+namespace {
+
+struct Sequence {
+    const char* bytes;
+    int code;
+};
+
+// clang-format off
+
+// What a VT100 sends in keypad application mode. Where a sequence stands twice the later row holds.
+constexpr Sequence KEYPAD[] = {
+    {"\033Op", KPE_KP0}, {"\033Oq", KPE_KP1}, {"\033Or", KPE_KP2}, {"\033Os", KPE_KP3}, {"\033Ot", KPE_KP4},
+    {"\033Ou", KPE_KP5}, {"\033Ov", KPE_KP6}, {"\033Ow", KPE_KP7}, {"\033Ox", KPE_KP8}, {"\033Oy", KPE_KP9},
+    {"\033Om", KPE_KP_MINUS}, {"\033Ol", KPE_KP_COMMA}, {"\033On", KPE_KP_PERIOD}, {"\033OM", KPE_KP_ENTER},
+    {"\033Oo", KEY_F(2)}, {"\033Oj", KEY_F(3)},  // "/" and "*" of a PC keypad
+};
+// After KP-: with a PC keypad "-" is PF4, and "+" is KP-.
+constexpr Sequence PC_KEYPAD[] = {{"\033Om", KEY_F(4)}, {"\033Ok", KPE_KP_MINUS}};
+constexpr Sequence OTHER_KEYPAD[] = {{"\033Ok", KPE_KP_COMMA}};
+// Some terminals have other sequences for F1 to F4 in their entries, and send these from the keypad.
+constexpr Sequence PF_KEYS[] = {
+    {"\033OP", KEY_F(1)}, {"\033OQ", KEY_F(2)}, {"\033OR", KEY_F(3)}, {"\033OS", KEY_F(4)},
+};
+// clang-format on
+
+// Far above every code that curses gives out.
+constexpr int UNUSED_CODES = 2048;
+
+template <size_t N>
+void define_all(const Sequence (&rows)[N]) {
+    for (const Sequence& row : rows) define_key(row.bytes, row.code);
+}
+
+std::vector<std::string> sequences_of(int code) {
+    std::vector<std::string> found;
+    for (int i = 0; char* const bytes = keybound(code, i); ++i) {
+        found.emplace_back(bytes);
+        std::free(bytes);
+    }
+    return found;
+}
+
+}  // namespace
+
+void kpe_free_keypad_codes() {
+    for (int code = KPE_KP0; code <= KPE_KP_ENTER; ++code) {
+        for (const std::string& bytes : sequences_of(code)) define_key(bytes.c_str(), UNUSED_CODES + code);
+    }
+}
+
+void kpe_register_keypad(bool pc_keypad) {
+    for (const Sequence& row : PF_KEYS) {
+        if (key_defined(row.bytes) != row.code) define_key(row.bytes, row.code);
+    }
+    define_all(KEYPAD);
+    if (pc_keypad) {
+        define_all(PC_KEYPAD);
+    } else {
+        define_all(OTHER_KEYPAD);
+    }
+}
+
+int kpe_normalize_key(int key, bool) {
+    switch (key) {
+        case KEY_ENTER: return KPE_KP_ENTER;
+        case KEY_A1: return KPE_KP7;
+        case KEY_A3: return KPE_KP9;
+        case KEY_B2: return KPE_KP5;
+        case KEY_C1: return KPE_KP1;
+        case KEY_C3: return KPE_KP3;
+        default: return key;
+    }
+}

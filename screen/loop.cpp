@@ -1,0 +1,46 @@
+#include <curses.h>
+#include <new>
+
+#include "app/process.h"
+#include "editor/kpe.h"
+#include "editor/report.h"
+#include "screen/curses_session.h"
+#include "screen/n3_kpe_keymap.h"
+
+void Editor::screen_mode() {
+    if (const auto obstacle = CursesSession::obstacle()) {
+        kpe_complain(true, *obstacle);
+        return;
+    }
+    append_journal_line("CHANGE");
+    {
+        const CursesSession session;
+        if (session.started()) screen_loop();
+    }
+    append_journal_line("! left CHANGE");
+    if (!g_curses_active) kpe_obey_end_signal();
+}
+
+void Editor::screen_loop() {
+    kpe_register_keypad(keypad_mode_ == "PC");
+    for (bool done = false; !done && !input_ended_;) {
+        draw_screen();
+        const int key = read_key();
+        if (input_ended_) return;
+        if (debug_keys_) last_key_debug_ = key_debug_name(key);
+        try {
+            done = handle_screen_key(key);
+        } catch (const std::bad_alloc&) {
+            set_error("Not enough memory");  // the text before the key is all there
+        }
+        clamp_cursor();
+        adjust_view();
+    }
+}
+
+int Editor::read_key(const std::function<void()>& redraw) {
+    if (input_ended_) return ERR;
+    const int key = kpe_read_key(keypad_mode_ == "PC", redraw);
+    if (key == ERR) input_ended_ = true;
+    return key;
+}
