@@ -1,0 +1,232 @@
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utmp.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+
+// Signals that reach a session in the middle of a command: each is sent when the kernel tells that the
+// program has got there.
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr std::chrono::seconds PATIENCE{30};
+
+// The program on one file t.txt, reading from a pipe or a terminal.
+class Session {
+public:
+    enum class Input { Pipe, Terminal };
+
+    explicit Session(const std::string& text, Input input = Input::Pipe, bool ignore_hangup = false) {
+        std::string name = (fs::temp_directory_path() / "kpe-test-XXXXXX").string();
+        dir_ = mkdtemp(name.data());
+        std::ofstream(dir_ / "t.txt", std::ios::binary) << text;
+        int in[2], out[2];
+        int terminal = -1;
+        if (input == Input::Terminal) {
+            EXPECT_EQ(openpty(&in[1], &in[0], nullptr, nullptr, nullptr), 0);
+            terminal = in[0];
+            fcntl(in[1], F_SETFD, FD_CLOEXEC);
+        } else {
+            EXPECT_EQ(pipe2(in, O_CLOEXEC), 0);
+        }
+        EXPECT_EQ(pipe2(out, O_CLOEXEC), 0);
+        pid_ = fork();
+        if (pid_ == 0) {
+            if (terminal >= 0) login_tty(terminal);
+            if (ignore_hangup) signal(SIGHUP, SIG_IGN);
+            if (terminal < 0) dup2(in[0], 0);
+            dup2(out[1], 1);
+            if (chdir(dir_.c_str()) != 0) _exit(126);
+            setenv("HOME", dir_.c_str(), 1);
+            execl(KPE_PROGRAM, "kpe", "-nocommand", "t.txt", static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        close(in[0]);
+        close(out[1]);
+        to_ = in[1];
+        from_ = out[0];
+    }
+    ~Session() {
+        if (pid_ > 0) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+        }
+        hang_up();
+        close(from_);
+        std::error_code ignored;
+        fs::remove_all(dir_, ignored);
+    }
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    void type(const std::string& line) {
+        const std::string text = line + "\n";
+        EXPECT_EQ(write(to_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+    // What was printed since the last call, up to and with text.
+    std::string read_to(const std::string& text) {
+        const auto end = Clock::now() + PATIENCE;
+        size_t at;
+        while ((at = out_.find(text)) == std::string::npos) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+            pollfd fd = {from_, POLLIN, 0};
+            char bytes[4096];
+            if (left <= 0 || poll(&fd, 1, static_cast<int>(left)) <= 0) return "no \"" + text + "\" in: " + out_;
+            const ssize_t n = read(from_, bytes, sizeof bytes);
+            if (n <= 0) return "ended after: " + out_;
+            out_.append(bytes, static_cast<size_t>(n));
+        }
+        const std::string seen = out_.substr(0, at + text.size());
+        out_.erase(0, seen.size());
+        return seen;
+    }
+    // Until SIGINT is caught, as it is in commands only; asleep: and the program sleeps.
+    bool reach_command(bool asleep) {
+        return until([&] { return catches_interrupt() && (!asleep || status("State:").find('S') == 0); });
+    }
+    void send(int number) { kill(pid_, number); }
+    void hang_up() {
+        if (to_ >= 0) close(to_);
+        to_ = -1;
+    }
+    // The wait status, or -1 when it does not end.
+    int ended() {
+        int how = -1;
+        if (!until([&] { return waitpid(pid_, &how, WNOHANG) == pid_; })) return -1;
+        pid_ = -1;
+        return how;
+    }
+
+private:
+    static bool until(const std::function<bool()>& reached) {
+        for (const auto end = Clock::now() + PATIENCE; Clock::now() < end;) {
+            if (reached()) return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return false;
+    }
+    std::string status(const std::string& key) const {
+        std::ifstream in("/proc/" + std::to_string(pid_) + "/status");
+        for (std::string word, rest; in >> word && std::getline(in >> std::ws, rest);)
+            if (word == key) return rest;
+        return "";
+    }
+    bool catches_interrupt() const {
+        const std::string caught = status("SigCgt:");
+        return !caught.empty() && (std::stoull(caught, nullptr, 16) >> (SIGINT - 1) & 1) != 0;
+    }
+
+    fs::path dir_;
+    pid_t pid_ = -1;
+    int to_ = -1, from_ = -1;
+    std::string out_;
+};
+
+// A wildcard search that takes many minutes: many single bytes to compare at each column.
+std::string endless_needle() {
+    std::string needle;
+    for (int i = 0; i < 5000; ++i) needle += "[a]";
+    return needle + "[b]";
+}
+const std::string ENDLESS_TEXT = "x\n" + std::string(20'000'000, 'a') + "\nlast\n";
+
+}  // namespace
+
+TEST(Interrupt, EndsALongSearch) {
+    for (const bool range : {false, true}) {
+        Session session(ENDLESS_TEXT);
+        const std::string line = range ? "S/" + endless_needle() + "/x/ 1:3" : "FIND " + endless_needle();
+        session.read_to("*");
+        session.type(line);
+        ASSERT_TRUE(session.reach_command(/*asleep=*/false));
+        session.send(SIGINT);
+        EXPECT_EQ(session.read_to("*Abort*\n"), "*Abort*\n");
+        EXPECT_EQ(session.read_to("*"), range ? "No substitutions\n*" : "*");
+        session.type("T 3");
+        EXPECT_EQ(session.read_to("*"), "3 last\n*");
+    }
+}
+
+TEST(Interrupt, EndsAQuestionAndKeepsWhatWasReplaced) {
+    struct Row {
+        const char *command, *question, *after;
+    };
+    for (const Row& row : {Row{"S/a/x/ /GLOBAL/QUERY", "[Y/N]: ", "*Abort*\n1 substitution\n"},
+                           Row{"S/a/x/ 1/QUERY", "[Y/N/A/Q]: ", "*Abort*\n1 x a\n1 substitution\n"}}) {
+        Session session("a a\n");
+        session.read_to("*");
+        session.type(row.command);
+        session.read_to(row.question);
+        session.type("Y");
+        session.read_to(row.question);
+        ASSERT_TRUE(session.reach_command(/*asleep=*/true));
+        session.send(SIGINT);
+        EXPECT_EQ(session.read_to(std::string(row.after) + "*"), std::string(row.after) + "*") << row.command;
+        session.type("T");
+        EXPECT_EQ(session.read_to("*"), "1 x a\n*");
+    }
+    Session session("a a\n");
+    session.read_to("*");
+    session.type("S/a/x/ /QUERY");
+    session.read_to("[Y/N]: ");
+    ASSERT_TRUE(session.reach_command(/*asleep=*/true));
+    session.send(SIGINT);
+    EXPECT_EQ(session.read_to("*Abort*\n*"), "*Abort*\n*");
+    session.type("T");
+    EXPECT_EQ(session.read_to("*"), "1 a a\n*");
+}
+
+// What would repeat itself for ever sleeps instead.
+struct Repeating {
+    const char *text, *setting, *command, *after_abort;
+};
+constexpr Repeating REPEATING[] = {
+    {"xab\n", "1\nBACKUP\nSET SEARCH BEGIN\n", "FIND ?b", "*"},
+    {"a\nb\n", "", "S/$/\"\"//GLOBAL", "1 substitution\n*"},
+};
+
+TEST(Interrupt, EndsWhatWouldRepeatItselfForEver) {
+    for (const Repeating& row : REPEATING) {
+        Session session(row.text);
+        session.type(std::string(row.setting) + row.command);
+        ASSERT_TRUE(session.reach_command(/*asleep=*/true)) << row.command;
+        session.send(SIGINT);
+        session.read_to("*Abort*\n");
+        EXPECT_EQ(session.read_to("*"), row.after_abort) << row.command;
+        session.type("QUIT");
+        EXPECT_EQ(session.ended(), 0);
+    }
+}
+
+TEST(Interrupt, AHangupEndsWhatWouldRepeatItselfForEver) {
+    for (const Repeating& row : REPEATING) {
+        for (const int number : {SIGHUP, SIGTERM}) {
+            Session session(row.text);
+            session.type(std::string(row.setting) + row.command);
+            ASSERT_TRUE(session.reach_command(/*asleep=*/true)) << row.command;
+            session.send(number);
+            const int how = session.ended();
+            EXPECT_TRUE(WIFSIGNALED(how) && WTERMSIG(how) == number) << row.command << ": " << how;
+        }
+        // With SIGHUP ignored, the terminal that is gone tells it.
+        Session session(row.text, Session::Input::Terminal, /*ignore_hangup=*/true);
+        session.type(std::string(row.setting) + row.command);
+        ASSERT_TRUE(session.reach_command(/*asleep=*/true)) << row.command;
+        session.hang_up();
+        EXPECT_NE(session.ended(), -1) << row.command;
+    }
+}
