@@ -23,9 +23,14 @@ constexpr int ENDING_SIGNALS[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
 // Signals that arrive as an error of the write that caused them.
 constexpr int WRITE_SIGNALS[] = {SIGPIPE, SIGXFSZ};
 
+// Ends the process by the signal, with all that was printed handed over. A flush that the signal interrupted goes
+// on first, unless its reader has stopped and a second signal comes.
 void end_by(int signal_number) {
     kpe_restore_input_in_handler();
-    kpe_flush_in_handler();
+    if (!kpe_flush_in_handler() && g_kpe_end_signal == 0) {
+        g_kpe_end_signal = signal_number;
+        return;
+    }
     std::signal(signal_number, SIG_DFL);
     std::raise(signal_number);
 }
@@ -73,7 +78,7 @@ void kpe_default_signals_for_child() {
 }
 
 void kpe_obey_end_signal() {
-    if (g_kpe_end_signal != 0) end_by(g_kpe_end_signal);
+    if (g_kpe_end_signal != 0 && !g_curses_active) end_by(g_kpe_end_signal);
 }
 
 std::string kpe_version_string() {

@@ -13,7 +13,7 @@ extern const char* const KPE_RELEASE_DATE;
 // Set by kpe_sigint_handler; polled by long operations.
 extern volatile std::sig_atomic_t g_kpe_abort_requested;
 // The number of a signal that asked the process to end while curses had the terminal (SIGHUP, SIGTERM,
-// SIGQUIT), else 0: screen mode ends as soon as it sees it.
+// SIGQUIT) or while output was handed over, else 0: screen mode ends as soon as it sees it.
 extern volatile std::sig_atomic_t g_kpe_end_signal;
 // Whether curses has the terminal.
 extern bool g_curses_active;
@@ -29,7 +29,7 @@ void kpe_safe_endwin();
 void kpe_install_signal_handlers();
 // Puts the default actions back in a child between fork and exec.
 void kpe_default_signals_for_child();
-// If a signal asked for the end of the process while curses was active, ends it now by that signal.
+// If a signal asked for the end of the process, ends it now by that signal; nothing while curses is active.
 void kpe_obey_end_signal();
 
 // "V1.11-0"

@@ -13,9 +13,7 @@ constexpr size_t PAGE = 4096, LARGE_PAGE = size_t{2} << 20;
 constexpr size_t MAPPED_FROM = size_t{1} << 20;  // bytes; smaller blocks are heap memory
 constexpr size_t LARGE_FROM = 2 * LARGE_PAGE;    // bytes; from here on in large pages
 
-bool is_mapped(size_t capacity) {
-    return capacity >= MAPPED_FROM;
-}
+bool is_mapped(size_t capacity) { return capacity >= MAPPED_FROM; }
 
 // The bytes of address space behind a mapped block of that capacity.
 size_t mapped_size(size_t capacity) {
@@ -55,13 +53,9 @@ void release(char* data, size_t capacity) {
 
 }  // namespace
 
-Block::Block(size_t capacity) : capacity_(capacity > 0 ? capacity : 1) {
-    data_ = allocate(capacity_);
-}
+Block::Block(size_t capacity) : capacity_(capacity > 0 ? capacity : 1) { data_ = allocate(capacity_); }
 
-Block::~Block() {
-    release(data_, capacity_);
-}
+Block::~Block() { release(data_, capacity_); }
 
 void Block::append(std::string_view bytes) {
     if (!bytes.empty()) std::memcpy(data_ + size_, bytes.data(), bytes.size());

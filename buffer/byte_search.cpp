@@ -14,21 +14,17 @@ namespace {
 constexpr size_t BLOCK = 64;  // places compared at a time: one bit each
 
 // What text, source and logs hold most, the most frequent byte first. All others count as rare.
-constexpr std::string_view FREQUENT =
-    " e0t1ain2osr3dl45c6m789up:-.hgf/ybT=,vw_kASE\"IRCDNOPML()xB[]FHGq;jzUVWKY'<>";
+constexpr std::string_view FREQUENT = " e0t1ain2osr3dl45c6m789up:-.hgf/ybT=,vw_kASE\"IRCDNOPML()xB[]FHGq;jzUVWKY'<>";
 
 constexpr std::array<uint8_t, 256> make_rarities() {
     std::array<uint8_t, 256> rarity{};
     for (auto& r : rarity) r = 255;
-    for (size_t i = 0; i < FREQUENT.size(); ++i)
-        rarity[static_cast<uint8_t>(FREQUENT[i])] = static_cast<uint8_t>(i);
+    for (size_t i = 0; i < FREQUENT.size(); ++i) rarity[static_cast<uint8_t>(FREQUENT[i])] = static_cast<uint8_t>(i);
     return rarity;
 }
 constexpr std::array<uint8_t, 256> RARITY = make_rarities();
 
-bool agrees(char byte, uint8_t low, uint8_t mask) {
-    return (static_cast<uint8_t>(byte) | mask) == low;
-}
+bool agrees(char byte, uint8_t low, uint8_t mask) { return (static_cast<uint8_t>(byte) | mask) == low; }
 
 template <class Byte>
 uint64_t word_at(const Byte* p) {
@@ -79,7 +75,8 @@ void ByteSearch::choose_probes() {
     if (second == best) second = best == 0 ? size() - 1 : 0;
     rare_[0] = {best, low_[best], mask_[best]};
     rare_[1] = {second, low_[second], mask_[second]};
-    weight_ = size_t{1} + RARITY[low_[best]] + (size() > 1 ? RARITY[low_[second]] : 0) + 4 * std::min(size(), size_t{16});
+    weight_ =
+        size_t{1} + RARITY[low_[best]] + (size() > 1 ? RARITY[low_[second]] : 0) + 4 * std::min(size(), size_t{16});
 }
 
 bool ByteSearch::probe(const char* place) const {
@@ -145,9 +142,7 @@ size_t ByteSearch::agreement(const char* p) const {
         while (i < n && agrees(p[i], low_[i], mask_[i])) ++i;
         return i;
     }
-    const auto word_agrees = [&](size_t at) {
-        return (word_at(p + at) | word_at(&mask_[at])) == word_at(&low_[at]);
-    };
+    const auto word_agrees = [&](size_t at) { return (word_at(p + at) | word_at(&mask_[at])) == word_at(&low_[at]); };
     for (; i + 8 <= n; i += 8)
         if (!word_agrees(i)) return i;
     return word_agrees(n - 8) ? n : i - 1;
@@ -155,9 +150,7 @@ size_t ByteSearch::agreement(const char* p) const {
 
 // Patience is asked once a window. A window is not short against the needle, because searching it may
 // cost the needle's length besides its own.
-size_t ByteSearch::window() const {
-    return std::max(size_t{1} << 16, 4 * size());
-}
+size_t ByteSearch::window() const { return std::max(size_t{1} << 16, 4 * size()); }
 
 size_t ByteSearch::find(std::string_view text, size_t from, Patience& patience) const {
     if (size() == 0 || text.size() < size()) return NONE;

@@ -1,6 +1,5 @@
 #include "buffer/file_writer.h"
 
-#include <algorithm>
 #include <climits>
 #include <ctime>
 #include <fcntl.h>
@@ -162,10 +161,7 @@ bool FileWriter::State::open_existing() {
     const bool at_its_name = locate() && !through_proc &&
                              fstatat(dir.fd(), base.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0 &&
                              found.st_dev == old.st_dev && found.st_ino == old.st_ino;
-    if (at_its_name && make_beside(old.st_mode & OWNER_ONLY)) {
-        if (old.st_nlink > 1) way = Way::InPlace;
-        return true;
-    }
+    if (at_its_name && make_beside(old.st_mode & OWNER_ONLY)) return true;
     if (at_its_name && !refused()) return false;
     way = Way::InPlace;
     return make_elsewhere();

@@ -152,8 +152,7 @@ LineChunk::Mixed& LineChunk::mixed() {
 }
 
 void LineChunk::add_block(Mixed& mixed, const std::shared_ptr<const Block>& block) {
-    if (std::find(mixed.blocks.begin(), mixed.blocks.end(), block) == mixed.blocks.end())
-        mixed.blocks.push_back(block);
+    if (std::find(mixed.blocks.begin(), mixed.blocks.end(), block) == mixed.blocks.end()) mixed.blocks.push_back(block);
 }
 
 // Without this, a chunk that is edited for hours would keep every text that ever passed through it.

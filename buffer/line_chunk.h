@@ -23,14 +23,14 @@ public:
     static constexpr size_t MAX_BYTES = 65535;  // of a slice of several lines; a single one may be longer
     static constexpr size_t TINY_ROWS = 32;     // fewer are joined with a neighbour where it has room
 
-    static constexpr size_t MANY_BLOCKS = 32;   // of one chunk: from here on it is looked which are still needed
+    static constexpr size_t MANY_BLOCKS = 32;  // of one chunk: from here on it is looked which are still needed
 
     using Blocks = std::vector<std::shared_ptr<const Block>>;
 
     struct Slice {
         std::shared_ptr<const Block> block;
         const char* base = nullptr;
-        size_t stride = 0;                        // bytes of each line if they are all alike, else 0
+        size_t stride = 0;                         // bytes of each line if they are all alike, else 0
         std::shared_ptr<const uint16_t[]> starts;  // without stride: offsets from base, one more than rows
 
         size_t start(size_t row) const { return stride != 0 ? row * stride : starts[static_cast<ptrdiff_t>(row)]; }
@@ -68,7 +68,7 @@ public:
     void set_slice(size_t row, std::string_view text, const std::shared_ptr<const Block>& block);
     void insert(size_t row, const std::vector<std::string>& lines);
     void insert(size_t row, const LineChunk& other);
-    void erase(size_t first, size_t last);  // [first, last)
+    void erase(size_t first, size_t last);                             // [first, last)
     std::shared_ptr<LineChunk> part(size_t first, size_t last) const;  // shares the text
 
 private:

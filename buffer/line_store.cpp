@@ -47,9 +47,7 @@ LineStore::LineStore(const std::vector<std::string>& lines) {
     tree_ = out.finish();
 }
 
-LineStore LineStore::from_block(std::shared_ptr<Block> block) {
-    return cut(std::move(block), Returns::Drop);
-}
+LineStore LineStore::from_block(std::shared_ptr<Block> block) { return cut(std::move(block), Returns::Drop); }
 
 LineStore LineStore::from_text(std::string_view text, Returns returns) {
     const auto block = std::make_shared<Block>(text.size() + 1);
@@ -81,9 +79,7 @@ LineStore LineStore::cut(std::shared_ptr<Block> block, Returns returns) {
 
 // --- Reading ---
 
-size_t LineStore::size() const {
-    return tree_ ? tree_->size() : 0;
-}
+size_t LineStore::size() const { return tree_ ? tree_->size() : 0; }
 
 std::string_view LineStore::view(size_t row) const {
     const LineTree::Place at = tree_->locate(row);

@@ -45,8 +45,8 @@ public:
 
     void insert(size_t row, const std::vector<std::string>& lines);  // row <= size()
     // Inserts all rows of other, sharing their bytes and whole chunks.
-    void insert(size_t row, const LineStore& other);                 // row <= size()
-    void erase(size_t first, size_t last);                           // [first, last), clamped
+    void insert(size_t row, const LineStore& other);  // row <= size()
+    void erase(size_t first, size_t last);            // [first, last), clamped
     // Rows [first, last), sharing bytes and whole chunks; clamped.
     LineStore slice(size_t first, size_t last) const;
 

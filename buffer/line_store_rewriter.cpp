@@ -120,9 +120,7 @@ void LineStore::Rewriter::State::finish() {
 
 LineStore::Rewriter::Rewriter(LineStore& store, bool* changed) : state_(std::make_unique<State>(store, changed)) {}
 
-LineStore::Rewriter::~Rewriter() {
-    finish();
-}
+LineStore::Rewriter::~Rewriter() { finish(); }
 
 void LineStore::Rewriter::put(size_t row, std::string_view text) {
     State& s = *state_;
@@ -142,6 +140,4 @@ void LineStore::Rewriter::put(size_t row, std::string_view text) {
     s.texts.append(text);
 }
 
-void LineStore::Rewriter::finish() {
-    state_->finish();
-}
+void LineStore::Rewriter::finish() { state_->finish(); }

@@ -13,9 +13,7 @@ size_t index_of(const std::vector<size_t>& ends, size_t row) {
     return static_cast<size_t>(std::upper_bound(ends.begin(), ends.end(), row) - ends.begin());
 }
 
-size_t start_of(const std::vector<size_t>& ends, size_t index) {
-    return index == 0 ? 0 : ends[index - 1];
-}
+size_t start_of(const std::vector<size_t>& ends, size_t index) { return index == 0 ? 0 : ends[index - 1]; }
 
 }  // namespace
 

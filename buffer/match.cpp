@@ -72,9 +72,9 @@ public:
 private:
     const LineStore& lines_;
     const ByteSearch* key_;
-    size_t row_;            // the first row behind run_
+    size_t row_;  // the first row behind run_
     LineStore::Run run_;
-    size_t done_ = 0;       // the bytes of run_ that need no further look
+    size_t done_ = 0;  // the bytes of run_ that need no further look
 };
 
 class RowsAbove {
@@ -107,9 +107,9 @@ public:
 private:
     const LineStore& lines_;
     const ByteSearch* key_;
-    size_t row_;            // the first row of run_, or the one behind it before any
+    size_t row_;  // the first row of run_, or the one behind it before any
     LineStore::Run run_;
-    size_t left_ = 0;       // the bytes of run_ still to be searched
+    size_t left_ = 0;  // the bytes of run_ still to be searched
 };
 
 }  // namespace
@@ -131,17 +131,11 @@ Matcher::~Matcher() = default;
 Matcher::Matcher(Matcher&&) noexcept = default;
 Matcher& Matcher::operator=(Matcher&&) noexcept = default;
 
-const std::string& Matcher::needle() const {
-    return program_->needle;
-}
+const std::string& Matcher::needle() const { return program_->needle; }
 
-bool Matcher::exact() const {
-    return program_->exact;
-}
+bool Matcher::exact() const { return program_->exact; }
 
-bool Matcher::wild() const {
-    return program_->wild;
-}
+bool Matcher::wild() const { return program_->wild; }
 
 // --- In one line ---
 
@@ -233,9 +227,7 @@ bool TextBuffer::has_wildcards(const std::string& s) {
     return false;
 }
 
-std::string TextBuffer::to_lower(const std::string& s) {
-    return kpe_lowered(s);
-}
+std::string TextBuffer::to_lower(const std::string& s) { return kpe_lowered(s); }
 
 int TextBuffer::wmatch(const char* pattern, const char* text, size_t len) {
     Patience patience(nullptr);

@@ -12,9 +12,7 @@ std::string kpe_lowered(std::string_view text) {
 
 namespace {
 
-size_t index_of(char c) {
-    return static_cast<unsigned char>(c);
-}
+size_t index_of(char c) { return static_cast<unsigned char>(c); }
 
 }  // namespace
 

@@ -48,12 +48,12 @@ private:
 
     class Segment {
     public:
-        void add(char byte, bool exact);    // a byte that stands for itself
-        void add(const ByteSet& set);       // one byte of a set
-        void finish(bool exact);            // all elements added
+        void add(char byte, bool exact);  // a byte that stands for itself
+        void add(const ByteSet& set);     // one byte of a set
+        void finish(bool exact);          // all elements added
         size_t size() const { return sets_.size(); }
         const ByteSearch& key() const { return key_; }
-        bool is_at(const char* p) const;    // size() bytes readable
+        bool is_at(const char* p) const;  // size() bytes readable
         // The first or last place at from or later, wholly inside text.
         size_t find(std::string_view text, size_t from, Patience& patience) const;
         size_t rfind(std::string_view text, size_t from, Patience& patience) const;

@@ -51,9 +51,7 @@ void TextBuffer::set_text(std::string_view text) {
     final_newline_ = ends_line;
 }
 
-void TextBuffer::set_lines(const LineStore& lines) {
-    replace_lines(lines);
-}
+void TextBuffer::set_lines(const LineStore& lines) { replace_lines(lines); }
 
 void TextBuffer::replace_lines(LineStore lines) {
     lines_ = lines.empty() ? one_empty_line() : std::move(lines);
@@ -63,25 +61,23 @@ void TextBuffer::replace_lines(LineStore lines) {
 
 std::string TextBuffer::text() const {
     if (is_blank()) return {};
-    std::string text = joined_rows(0, line_count());
+    std::string text;
+    append_rows(text, 0, line_count());
     if (!final_newline_ && !text.empty()) text.pop_back();
     return text;
 }
 
-bool TextBuffer::is_blank() const {
-    return line_count() == 1 && view(0).empty();
-}
+bool TextBuffer::is_blank() const { return line_count() == 1 && view(0).empty(); }
 
-// Rows [first, last), each with "\n".
-std::string TextBuffer::joined_rows(size_t first, size_t last) const {
+// Adds rows [first, last), each with "\n". The room is taken at once, with so many bytes behind them.
+void TextBuffer::append_rows(std::string& text, size_t first, size_t last, size_t room_behind) const {
     const LineStore rows = lines_.slice(first, last);
-    size_t bytes = 0;
+    size_t bytes = text.size() + room_behind;
     for (size_t row = 0; row < rows.size();) {
         const LineStore::Run run = rows.run_from(row);
         bytes += run.bytes.size() + (run.terminated ? 0 : 1);
         row += run.rows;
     }
-    std::string text;
     text.reserve(bytes);
     for (size_t row = 0; row < rows.size();) {
         const LineStore::Run run = rows.run_from(row);
@@ -89,7 +85,6 @@ std::string TextBuffer::joined_rows(size_t first, size_t last) const {
         if (!run.terminated) text.push_back('\n');
         row += run.rows;
     }
-    return text;
 }
 
 // --- Lines ---
@@ -134,9 +129,7 @@ void TextBuffer::append_any(const Lines& lines) {
     modified_ = true;
 }
 
-void TextBuffer::append_lines(const std::vector<std::string>& lines) {
-    append_any(lines);
-}
+void TextBuffer::append_lines(const std::vector<std::string>& lines) { append_any(lines); }
 
 void TextBuffer::append_lines(const LineStore& lines) {
     append_any(LineStore(lines));  // a copy: they may be this buffer's own
@@ -155,23 +148,20 @@ void TextBuffer::insert_any(size_t at, const Lines& lines) {
     if (mark_set_ && mark_row_ >= at) mark_row_ += lines.size();
 }
 
-void TextBuffer::insert_lines(size_t at, const std::vector<std::string>& lines) {
-    insert_any(at, lines);
-}
+void TextBuffer::insert_lines(size_t at, const std::vector<std::string>& lines) { insert_any(at, lines); }
 
 void TextBuffer::insert_lines(size_t at, const LineStore& lines) {
     insert_any(at, LineStore(lines));  // a copy: they may be this buffer's own
 }
 
-std::string TextBuffer::delete_line(size_t row) {
-    return delete_range(row, row);
-}
+std::string TextBuffer::delete_line(size_t row) { return delete_range(row, row); }
 
 std::string TextBuffer::delete_range(size_t first, size_t last) {
     if (first >= line_count()) return {};
     last = std::min(last, line_count() - 1);
     if (first > last) return {};
-    std::string removed = joined_rows(first, last + 1);
+    std::string removed;
+    append_rows(removed, first, last + 1);
     remove_rows(first, last);
     return removed;
 }

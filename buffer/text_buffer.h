@@ -44,18 +44,18 @@ public:
     std::string_view view(size_t row) const;    // line() without making a string
     size_t length(size_t row) const { return view(row).size(); }
     std::vector<std::string> lines_in_range(size_t first, size_t last) const;  // inclusive
-    void ensure_row(size_t row);                                              // does not set modified
+    void ensure_row(size_t row);                                               // does not set modified
 
     // --- Whole lines ---
     void append_lines(const std::vector<std::string>& lines);
     void append_lines(const LineStore& lines);
     void insert_lines(size_t at, const std::vector<std::string>& lines);
     void insert_lines(size_t at, const LineStore& lines);
-    std::string delete_line(size_t row);                       // the text and "\n"
-    std::string delete_range(size_t first, size_t last);       // inclusive
-    LineStore take_range(size_t first, size_t last);           // delete_range that shares the text
-    LineStore share_range(size_t first, size_t last) const;    // lines_in_range that shares the text
-    void set_lines(const LineStore& lines);                    // set_text for lines; final newline kept
+    std::string delete_line(size_t row);                     // the text and "\n"
+    std::string delete_range(size_t first, size_t last);     // inclusive
+    LineStore take_range(size_t first, size_t last);         // delete_range that shares the text
+    LineStore share_range(size_t first, size_t last) const;  // lines_in_range that shares the text
+    void set_lines(const LineStore& lines);                  // set_text for lines; final newline kept
     const LineStore& lines() const { return lines_; }
 
     // --- Characters, words and spans: text_edits.cpp ---
@@ -111,7 +111,7 @@ private:
     template <typename Lines>
     void append_any(const Lines& lines);
     void remove_rows(size_t first, size_t last);
-    std::string joined_rows(size_t first, size_t last) const;
+    void append_rows(std::string& text, size_t first, size_t last, size_t room_behind = 0) const;
     std::string cut_bytes(size_t row, size_t col, size_t count);
     void join_with_next(size_t row);
     void mark_on_insert(size_t row, size_t col, size_t new_rows, size_t new_col);

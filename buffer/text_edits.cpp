@@ -58,8 +58,8 @@ void TextBuffer::insert_text(size_t& row, size_t& col, std::string_view text) {
     }
     const size_t last_break = text.rfind('\n');
     const std::string_view last = text.substr(last_break + 1);
-    LineStore added = LineStore::from_text(text.substr(first_break + 1, last_break - first_break),
-                                           LineStore::Returns::Keep);
+    LineStore added =
+        LineStore::from_text(text.substr(first_break + 1, last_break - first_break), LineStore::Returns::Keep);
     const size_t new_rows = added.size() + 1;
     added.insert(added.size(), {head_and(last, view(row).substr(at))});
     lines_.set(row, head_and(view(row).substr(0, at), text.substr(0, first_break)));
@@ -195,11 +195,10 @@ std::string TextBuffer::text_in_span(size_t r1, size_t c1, size_t r2, size_t c2)
     c2 = std::min(c2, length(r2));
     c1 = std::min(c1, length(r1));
     if (r1 == r2) return c1 < c2 ? std::string(view(r1).substr(c1, c2 - c1)) : std::string();
-    const std::string between = joined_rows(r1 + 1, r2);
-    std::string text;
-    text.reserve(length(r1) - c1 + 1 + between.size() + c2);
-    text.append(view(r1).substr(c1)).push_back('\n');
-    return text.append(between).append(view(r2).substr(0, c2));
+    std::string text(view(r1).substr(c1));
+    text.push_back('\n');
+    append_rows(text, r1 + 1, r2, c2);
+    return text.append(view(r2).substr(0, c2));
 }
 
 std::string TextBuffer::delete_span(size_t r1, size_t c1, size_t r2, size_t c2) {
@@ -246,6 +245,4 @@ void TextBuffer::replace_in_line(size_t row, size_t col, size_t count, std::stri
     modified_ = true;
 }
 
-LineStore::Rewriter TextBuffer::rewrite() {
-    return LineStore::Rewriter(lines_, &modified_);
-}
+LineStore::Rewriter TextBuffer::rewrite() { return LineStore::Rewriter(lines_, &modified_); }

@@ -58,20 +58,20 @@ int highest_version(const std::string& base) {
 
 std::string resolve_read_path(const std::string& p, bool versioning) {
     if (!versioning || p.empty()) return p;
-    const std::string base = strip_version(p);
+    std::string base = strip_version(p);
     if (!suffix_start(p)) {
         const int highest = highest_version(base);
         return highest < 2 ? p : versioned(base, std::to_string(highest));
     }
     if (version_of(p) >= 2) return p;
     if (file_exists(base)) return base;
-    const std::string first = versioned(base, "1");
+    std::string first = versioned(base, "1");
     return file_exists(first) ? first : p;
 }
 
 std::string resolve_write_path(const std::string& p, bool versioning) {
     if (!versioning || p.empty()) return p;
-    const std::string base = strip_version(p);
+    std::string base = strip_version(p);
     std::string last = "1";  // the version that the new one follows
     if (const std::optional<size_t> start = suffix_start(p)) {
         const std::string given = without_zeros(p.substr(*start + 1));

@@ -61,8 +61,7 @@ void Editor::show_buffers(bool report) {
     save_current_buffer_state();
     for (const auto& [name, text] : buffers_) {
         const char* const mark = name == current_buffer_name_ ? "= " : "  ";
-        kpe_say(report,
-                mark + name + " " + kpe_counted(text.line_count(), "line") + (text.modified() ? " *" : ""));
+        kpe_say(report, mark + name + " " + kpe_counted(text.line_count(), "line") + (text.modified() ? " *" : ""));
     }
 }
 

@@ -1,10 +1,12 @@
 #include <algorithm>
+#include <array>
+#include <climits>
 #include <curses.h>
 
 #include "app/process.h"
 #include "editor/kpe.h"
 #include "editor/report.h"
-#include "editor/text_helpers.h"
+#include "editor/row_edits.h"
 
 namespace {
 
@@ -34,10 +36,17 @@ std::string filled_text(std::string text, size_t width) {
     return text;
 }
 
+// Which bytes divide words.
+constexpr std::array<bool, UCHAR_MAX + 1> BLANKS = [] {
+    std::array<bool, UCHAR_MAX + 1> blanks{};
+    for (const char c : {' ', '\t', '\n', '\v', '\f', '\r'}) blanks[static_cast<unsigned char>(c)] = true;
+    return blanks;
+}();
+
 // Words packed into lines as they come.
 class Packer {
 public:
-    explicit Packer(size_t width) : width_(width) {}
+    Packer(size_t width, size_t bytes) : width_(width) { text_.reserve(bytes); }
 
     void add(std::string_view word) {
         if (length_ > 0) {
@@ -49,11 +58,12 @@ public:
         length_ += word.size();
     }
     void add_words(std::string_view text) {
-        for (size_t i = 0; i < text.size();) {
-            while (i < text.size() && kpe_is_space(text[i])) ++i;
-            const size_t start = i;
-            while (i < text.size() && !kpe_is_space(text[i])) ++i;
-            if (i > start) add(text.substr(start, i - start));
+        const auto blank = [](char c) { return BLANKS[static_cast<unsigned char>(c)]; };
+        for (auto at = text.begin();;) {
+            const auto start = std::find_if_not(at, text.end(), blank);
+            if (start == text.end()) return;
+            at = std::find_if(start, text.end(), blank);
+            add({start, at});
         }
     }
     const std::string& text() const { return text_; }
@@ -98,13 +108,11 @@ void Editor::fill_select(const SelSpan& span, bool report) {
 }
 
 void Editor::fill_range(const LineRange& range, bool report) {
-    Packer packer(fill_width(screen_width_));
     const LineStore rows = buffer_.share_range(range.first, range.last);
-    for (size_t row = 0; row < rows.size();) {
-        const LineStore::Run run = rows.run_from(row);
-        packer.add_words(run.bytes);
-        row += run.rows;
-    }
+    size_t bytes = 0;
+    for_each_run(rows, [&](const LineStore::Run& run) { bytes += run.bytes.size() + 1; });
+    Packer packer(fill_width(screen_width_), bytes);
+    for_each_run(rows, [&](const LineStore::Run& run) { packer.add_words(run.bytes); });
     if (packer.text().empty()) return;
     const LineStore filled = LineStore::from_text(packer.text());
     begin_undo_unit();

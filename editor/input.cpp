@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <poll.h>
 #include <string_view>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -16,22 +18,54 @@ constexpr size_t INPUT_SIZE = 64 * 1024;
 
 char g_input[INPUT_SIZE];
 size_t g_input_next = 0, g_input_end = 0;
+size_t g_type_ahead = 0;  // bytes yet to be read that were typed while the terminal was raw
 
 termios g_saved_terminal;
 volatile std::sig_atomic_t g_terminal_changed = 0;
 
+size_t unread_bytes() {
+    int n = 0;
+    return ioctl(STDIN_FILENO, FIONREAD, &n) == 0 && n > 0 ? static_cast<size_t>(n) : 0;
+}
+
+// A byte that was typed while the terminal was raw: ends lines and shows it as the terminal would have.
+void take_typed(char& c) {
+    --g_type_ahead;
+    if (c == '\r') c = '\n';
+    const bool control = static_cast<unsigned char>(c) < ' ' && c != '\t' && c != '\n';
+    const char shown[] = {'^', static_cast<char>(c + '@')};
+    kpe_print(control ? std::string_view(shown, 2) : std::string_view(&c, 1));
+}
+
+// Waits until there is something to read. An interrupt that comes between the test of its flag and the wait
+// is held back until the wait itself: no question goes on after Ctrl/C. false: it asked to stop.
+bool wait_for_input() {
+    sigset_t interrupt, before;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    sigprocmask(SIG_BLOCK, &interrupt, &before);
+    pollfd input = {STDIN_FILENO, POLLIN, 0};
+    while (!g_kpe_abort_requested && ppoll(&input, 1, nullptr, &before) < 0 && errno == EINTR) {
+    }
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    return !g_kpe_abort_requested;
+}
+
 // Reads on when all is consumed. false: end of input, an error, or an interrupt that asks to stop.
 bool fill_input() {
     kpe_flush();
-    for (;;) {
-        const ssize_t n = read(STDIN_FILENO, g_input, INPUT_SIZE);
+    while (wait_for_input()) {
+        // Byte by byte, so that what follows a command that enters screen mode is left to that.
+        const ssize_t n = read(STDIN_FILENO, g_input, g_type_ahead > 0 ? 1 : INPUT_SIZE);
         if (n > 0) {
+            if (g_type_ahead > 0) take_typed(g_input[0]);
             g_input_next = 0;
             g_input_end = static_cast<size_t>(n);
             return true;
         }
-        if (n == 0 || errno != EINTR || g_kpe_abort_requested) return false;
+        if (n == 0 || (errno != EINTR && errno != EAGAIN)) return false;
     }
+    return false;
 }
 
 // While Ctrl/Z ends lines, a line of blanks and Ctrl/Z is complete without a line break.
@@ -54,8 +88,20 @@ std::optional<std::string> kpe_read_line() {
         const size_t size = end ? static_cast<size_t>(static_cast<const char*>(end) - from) : left;
         line.append(from, size);
         g_input_next += size + (end ? 1 : 0);
-        if (end || ended_by_ctrl_z(line)) return line;
+        if (end) return line;
+        if (ended_by_ctrl_z(line)) {
+            kpe_print("\n");  // the terminal showed ^Z and stayed on the line
+            return line;
+        }
     }
+}
+
+void kpe_expect_type_ahead() { g_type_ahead = unread_bytes(); }
+
+size_t kpe_end_type_ahead() {
+    const size_t usual = g_type_ahead == 0 ? unread_bytes() : 0;
+    g_type_ahead = 0;
+    return usual;
 }
 
 CtrlZAsInput::CtrlZAsInput() {

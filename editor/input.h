@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -7,6 +8,11 @@
 // input (an unterminated last line counts as a line), on a read error, and when g_kpe_abort_requested gets
 // set while waiting; other interruptions go on reading.
 std::optional<std::string> kpe_read_line();
+// What was typed up to now was typed while the terminal was raw: in it a carriage return ends a line, and
+// nothing was shown, so kpe_read_line shows it when its turn comes. After the terminal has its usual mode again.
+void kpe_expect_type_ahead();
+// The number of bytes that were typed and not read yet, while they were typed in the terminal's usual mode.
+size_t kpe_end_type_ahead();
 
 // While it lives, Ctrl/Z typed on a terminal is a character that ends the line at once, instead of
 // suspending the program. Without a terminal it does nothing.

@@ -68,10 +68,8 @@ constexpr std::string_view FILES[] = {
     "  FILES / SHOW FILES   input, output, and multi-file list",
 };
 constexpr std::string_view JOURNAL[] = {
-    "HELP JOURNAL — host text journal (not binary OVMS):",
-    "  -journal=path / /JOURNAL=path   journal file location",
-    "  -recover / /RECOVER             replay journal",
-    "  Clean EXIT deletes the journal file when present.",
+    "HELP JOURNAL — host text journal (not binary OVMS):",    "  -journal=path / /JOURNAL=path   journal file location",
+    "  -recover / /RECOVER             replay journal",       "  Clean EXIT deletes the journal file when present.",
     "  CHANGE enter/leave are recorded; keystrokes are not.",
 };
 constexpr std::string_view GENERAL[] = {

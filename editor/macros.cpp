@@ -13,7 +13,8 @@ constexpr size_t MOST_NESTED = 200;
 
 // One pair of quotes of either kind around a macro's commands.
 std::string_view without_outer_quotes(std::string_view body) {
-    const bool quoted = body.size() >= 2 && body.front() == body.back() && (body.front() == '"' || body.front() == '\'');
+    const bool quoted =
+        body.size() >= 2 && body.front() == body.back() && (body.front() == '"' || body.front() == '\'');
     return quoted ? body.substr(1, body.size() - 2) : body;
 }
 

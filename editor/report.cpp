@@ -3,7 +3,10 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <poll.h>
 #include <unistd.h>
+
+#include "app/process.h"
 
 namespace {
 
@@ -11,6 +14,7 @@ namespace {
 constexpr size_t OUTPUT_SIZE = 256 * 1024;
 char g_output[OUTPUT_SIZE];
 volatile size_t g_output_used = 0;
+volatile std::sig_atomic_t g_flushing = 0;
 bool g_warned = false;
 
 // All bytes, or as many as the reader takes: a reader that has gone is no reason to stop editing.
@@ -18,6 +22,11 @@ void write_all(int fd, const char* data, size_t size) {
     while (size > 0) {
         const ssize_t n = write(fd, data, size);
         if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && errno == EAGAIN) {
+            pollfd reader = {fd, POLLOUT, 0};  // somebody else made the descriptor non-blocking
+            poll(&reader, 1, -1);
+            continue;
+        }
         if (n <= 0) return;
         data += n;
         size -= static_cast<size_t>(n);
@@ -64,12 +73,18 @@ bool kpe_warned() {
 }
 
 void kpe_flush() {
-    const size_t used = g_output_used;
-    write_all(STDOUT_FILENO, g_output, used);
+    g_flushing = 1;
+    write_all(STDOUT_FILENO, g_output, g_output_used);
     g_output_used = 0;
+    g_flushing = 0;
+    kpe_obey_end_signal();
 }
 
-void kpe_flush_in_handler() { kpe_flush(); }
+bool kpe_flush_in_handler() {
+    if (g_flushing) return false;
+    write_all(STDOUT_FILENO, g_output, g_output_used);
+    return true;
+}
 
 std::string kpe_counted(size_t n, std::string_view noun) {
     std::string text = std::to_string(n);

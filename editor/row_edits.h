@@ -11,8 +11,18 @@
 
 #include "buffer/text_buffer.h"
 
-// Changes of many rows in one pass. Rows are zero-based and inclusive, and must exist. A text in which no
+// Passes over many rows, and changes of them. Rows are zero-based and inclusive, and must exist. A text in which no
 // byte changes stays unmodified.
+
+// Every run of bytes that the rows lie in, from the first to the last.
+template <class Use>
+void for_each_run(const LineStore& rows, Use use) {
+    for (size_t row = 0; row < rows.size();) {
+        const LineStore::Run run = rows.run_from(row);
+        use(run);
+        row += run.rows;
+    }
+}
 
 using ByteTable = std::array<char, UCHAR_MAX + 1>;  // what each byte becomes
 

@@ -69,6 +69,7 @@ int Editor::line_mode() {
     }
     while (!input_ended_) {
         kpe_print(prompt_);
+        g_kpe_abort_requested = 0;  // a late Ctrl/C belongs to the command before
         const auto line = kpe_read_line();
         if (!line) break;
         append_journal_line(*line);

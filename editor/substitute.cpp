@@ -28,25 +28,28 @@ std::optional<std::string> ask(size_t row, std::string_view line, std::string_vi
 constexpr std::string_view YES_OR_NO = "Substitute? [Y/N]: ";
 constexpr std::string_view YES_NO_ALL_OR_QUIT = "Substitute? [Y/N/A/Q]: ";
 
-// The rows up to last that may hold a match, as they were when this was made.
+// The rows first to last as they were when this was made, searched without regard to BEGIN, END and WORD.
 class Candidates {
 public:
     Candidates(const LineStore& lines, size_t first, size_t last, const Matcher& matcher)
-        : lines_(lines), last_(last), narrow_(last - first < NARROW), matcher_(matcher) {
-        if (!narrow_ && last + 1 < lines.size()) lines_ = lines.slice(0, last + 1);
+        : lines_(lines), last_(last), matcher_(matcher) {
+        if (last - first >= NEARBY && last + 1 < lines.size()) lines_ = lines.slice(0, last + 1);
     }
     const LineStore& lines() const { return lines_; }
-    // The first one from row on, with a column that lies not behind its first match.
+    // The first match from row on. The nearby rows are tried one by one, which costs less than to start a scan.
     std::optional<Matcher::Place> from(size_t row) const {
+        const size_t end = std::min(row + NEARBY, last_ + 1);
+        for (; row < end; ++row)
+            if (const auto match = matcher_.first_in({lines_.view(row)}, 0))
+                return Matcher::Place{row, match->col, match->len};
         if (row > last_) return std::nullopt;
-        return narrow_ ? Matcher::Place{row, 0, 0} : matcher_.find_forward(lines_, row, 0);
+        return matcher_.find_forward(lines_, row, 0);
     }
 
 private:
-    static constexpr size_t NARROW = 64;  // rows that are looked at without more ado
+    static constexpr size_t NEARBY = 64;
     LineStore lines_;
     size_t last_;
-    bool narrow_;
     const Matcher& matcher_;
 };
 

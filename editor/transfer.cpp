@@ -167,12 +167,13 @@ void Editor::write_command(const std::string& args, bool report) {
             return;
         }
     }
+    const AbortGuard guard;  // Ctrl/C ends the waiting for somebody who reads a FIFO
     std::string path;
     const bool written = range ? save_lines(source->share_range(range->first, range->last), file, path)
                                : save_buffer_to_path(*source, file, path);
     if (written) {
         kpe_say(report, path + " written");
-    } else {
+    } else if (!check_abort(report)) {
         kpe_complain(report, "Unable to write " + path);
     }
 }

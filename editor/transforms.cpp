@@ -1,6 +1,6 @@
 #include <algorithm>
 #include <array>
-#include <cstdio>
+#include <charconv>
 
 #include "editor/kpe.h"
 #include "editor/report.h"
@@ -16,12 +16,13 @@ constexpr int DEFAULT_TAB = 8;
 constexpr size_t MOST_BLANKS = size_t{1} << 30;
 
 // "00100.00", always TAG_SIZE bytes.
-std::string sequence_tag(long long number) {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%05lld.00", number);
-    std::string tag(text.data());
+void put_sequence_tag(long long number, std::string& tag) {
+    constexpr size_t LEAST_DIGITS = 5;
+    std::array<char, 32> digits{};
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+    const auto size = static_cast<size_t>(end - digits.data());
+    tag.assign(LEAST_DIGITS - std::min(size, LEAST_DIGITS), '0').append(digits.data(), size).append(".00");
     tag.resize(TAG_SIZE, ' ');
-    return tag;
 }
 
 struct Indent {
@@ -56,7 +57,7 @@ void Editor::resequence_command(const std::string&, const Qualifiers& q, bool re
     if (start < 1) start = DEFAULT_SEQUENCE;
     if (step < 0 || (step < 1 && !q.duplicate)) step = DEFAULT_SEQUENCE;
     const auto tagged = [&](size_t row, std::string_view line, std::string& tag) {
-        tag = sequence_tag(start + static_cast<long long>(row) * step);
+        put_sequence_tag(start + static_cast<long long>(row) * step, tag);
         return line.size() < TAG_SIZE ? 0 : TAG_SIZE;
     };
     replace_fronts(buffer_, 0, buffer_.line_count() - 1, tagged);
@@ -108,7 +109,7 @@ void Editor::retain_command(const std::string& args, bool report) {
         kpe_complain(report, "Missing destination buffer");
         return;
     }
-    LineRange rows{cursor_row_, cursor_row_};
+    LineRange rows = clamped({cursor_row_, cursor_row_});
     if (const std::optional<SelSpan> span = active_select_span()) {
         rows = {span->r1, span->r2};
         clear_select();

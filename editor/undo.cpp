@@ -21,8 +21,8 @@ Editor::UndoSnapshot pop(std::deque<Editor::UndoSnapshot>& stack) {
 
 Editor::UndoSnapshot Editor::capture_snapshot() {
     save_current_buffer_state();
-    return {buffer_,     buffers_,           current_buffer_name_, cursor_row_,         cursor_col_,  top_line_, direction_,
-            last_search_, delete_char_buffer_, delete_line_buffer_,  delete_word_buffer_, overstrike_};
+    return {buffer_,    buffers_,     current_buffer_name_, cursor_row_,         cursor_col_,         top_line_,
+            direction_, last_search_, delete_char_buffer_,  delete_line_buffer_, delete_word_buffer_, overstrike_};
 }
 
 void Editor::restore_snapshot(UndoSnapshot& snapshot) {

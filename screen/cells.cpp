@@ -16,7 +16,7 @@ bool is_utf8() { return MB_CUR_MAX > 1 && std::strcmp(nl_langinfo(CODESET), "UTF
 bool is_ascii(char c) { return static_cast<unsigned char>(c) < 0x80; }
 
 // One character of the text, and how it is shown: by wide if cells is 1 or 2, on the cell before it if cells
-// is 0, or by the printable ASCII characters of spelled.
+// is 0, or by the characters of spelled, one a byte.
 struct Character {
     size_t bytes = 1, cells = 1;
     wchar_t wide = 0;
@@ -69,10 +69,10 @@ size_t character_start(std::string_view text, size_t col) {
 
 }  // namespace
 
-void CellRow::put_ascii(char c, attr_t attributes) {
+void CellRow::put_byte(char c, attr_t attributes) {
     cchar_t& cell = cells_.emplace_back();
     cell.attr = attributes;
-    cell.chars[0] = c;
+    cell.chars[0] = static_cast<unsigned char>(c);
     ++used_;
     ++text_cells_;
 }
@@ -103,7 +103,7 @@ bool CellRow::add(std::string_view text, size_t reverse_from, size_t reverse_to)
         };
         if (text[at] == '\t') {
             const size_t stop = std::min(tab_stop(used_), width_);
-            while (used_ < stop) put_ascii(' ', attributes_to(at + 1));
+            while (used_ < stop) put_byte(' ', attributes_to(at + 1));
             ++at;
             continue;
         }
@@ -113,7 +113,7 @@ bool CellRow::add(std::string_view text, size_t reverse_from, size_t reverse_to)
         if (character.spelled) {
             for (const char* c = character.spelled; *c; ++c) {
                 if (used_ == width_) return false;
-                put_ascii(*c, attributes);
+                put_byte(*c, attributes);
             }
         } else if (character.cells > 0) {
             if (!put(character.wide, character.cells, attributes)) return false;

@@ -23,7 +23,7 @@ public:
 
 private:
     bool put(wchar_t c, size_t cells, attr_t attributes);
-    void put_ascii(char c, attr_t attributes);
+    void put_byte(char c, attr_t attributes);
     void combine(wchar_t c);
 
     size_t width_, used_ = 0, text_cells_ = 0;

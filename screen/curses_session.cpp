@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "app/process.h"
+#include "editor/input.h"
 #include "editor/report.h"
 #include "screen/n3_kpe_keymap.h"
 
@@ -29,6 +30,9 @@ constexpr const char* XTERM = "xterm-256color";
 
 // Of the last session; kept when it ends, so that the page size stays that of the screen.
 SCREEN* g_screen = nullptr;
+
+// Bytes yet to be read that were typed before the terminal was raw: Return is a line feed there.
+size_t g_typed_before = 0;
 
 volatile std::sig_atomic_t g_size_changed = 0, g_stop_asked = 0, g_continued = 0;
 
@@ -114,6 +118,7 @@ void take_screen_back() {
     keypad_application_mode();
     g_curses_active = true;
     reset_prog_mode();
+    g_typed_before = kpe_end_type_ahead();
     adopt_size();
     kpe_repaint();
 }
@@ -151,8 +156,9 @@ CursesSession::CursesSession() : outermost_(!g_curses_active) {
     nonl();
     set_escdelay(25);
     nodelay(stdscr, TRUE);  // kpe_read_key waits
+    g_typed_before = kpe_end_type_ahead();
     idlok(stdscr, TRUE);
-    kpe_free_keypad_codes();
+    kpe_clear_keys();
 }
 
 bool CursesSession::started() const { return g_curses_active; }
@@ -161,11 +167,14 @@ CursesSession::~CursesSession() {
     if (!outermost_) return;
     kpe_safe_endwin();
     std::setlocale(LC_CTYPE, "C");
+    kpe_expect_type_ahead();
     give_signals_back();
 }
 
 LineModePause::LineModePause() : paused_(g_curses_active) {
-    if (paused_) leave_screen();
+    if (!paused_) return;
+    leave_screen();
+    kpe_expect_type_ahead();
 }
 
 LineModePause::~LineModePause() {
@@ -235,6 +244,16 @@ bool terminal_changed() {
     return false;
 }
 
+int next_key() {
+    if (g_typed_before == 0) return getch();
+    int before = 0, after = 0;
+    ioctl(STDIN_FILENO, FIONREAD, &before);
+    const int key = getch();
+    ioctl(STDIN_FILENO, FIONREAD, &after);
+    g_typed_before -= std::min(g_typed_before, static_cast<size_t>(std::max(before - after, 0)));
+    return key == KPE_LINEFEED ? KPE_RETURN : key;
+}
+
 }  // namespace
 
 size_t kpe_keys_read() { return g_keys_read; }
@@ -252,7 +271,7 @@ int kpe_read_key(bool pc_keypad, const std::function<void()>& redraw) {
             ++g_keys_read;
             return kpe_ctrl('C');
         }
-        const int key = getch();
+        const int key = next_key();
         if (key != ERR && key != KEY_RESIZE) {
             ++g_keys_read;
             return kpe_normalize_key(key, pc_keypad);

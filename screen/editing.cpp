@@ -20,12 +20,10 @@ char flipped_case(char c) {
 
 std::string joined_rows(const LineStore& rows) {
     std::string text;
-    for (size_t row = 0; row < rows.size();) {
-        const LineStore::Run run = rows.run_from(row);
+    for_each_run(rows, [&](const LineStore::Run& run) {
         text.append(run.bytes);
         if (!run.terminated) text += '\n';
-        row += run.rows;
-    }
+    });
     return text;
 }
 
@@ -83,9 +81,7 @@ void Editor::undelete_line() {
     }
 }
 
-void Editor::delete_eol() {
-    set_paste_text(buffer_.delete_to_eol(cursor_row_, cursor_col_));
-}
+void Editor::delete_eol() { set_paste_text(buffer_.delete_to_eol(cursor_row_, cursor_col_)); }
 
 void Editor::delete_word() {
     delete_word_buffer_ = buffer_.delete_word_forward(cursor_row_, cursor_col_, word_delimiters_);
@@ -96,9 +92,7 @@ void Editor::delete_word_left() {
     message_ = delete_word_buffer_.empty() ? "No word" : "Deleted word";
 }
 
-void Editor::paste() {
-    paste_text(paste_text_content());
-}
+void Editor::paste() { paste_text(paste_text_content()); }
 
 void Editor::paste_text(const std::string& text) {
     if (text.empty()) return;
@@ -124,8 +118,7 @@ void Editor::maybe_wrap_line() {
     int width = screen_width_ < 1 ? DEFAULT_WIDTH : screen_width_;
     if (g_curses_active && screen_width_ == 0 && stdscr != nullptr && getmaxx(stdscr) > 0) width = getmaxx(stdscr);
     if (width < LEAST_WRAP_WIDTH) return;
-    const std::vector<size_t> breaks =
-        wrap_columns(buffer_.view(cursor_row_), static_cast<size_t>(width), cursor_col_);
+    const std::vector<size_t> breaks = wrap_columns(buffer_.view(cursor_row_), static_cast<size_t>(width), cursor_col_);
     const size_t row = cursor_row_, col = cursor_col_;
     // From the end, so that each split moves only the text of one new line.
     for (auto at = breaks.rbegin(); at != breaks.rend(); ++at) buffer_.split_line(row, *at);

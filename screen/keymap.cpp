@@ -49,7 +49,9 @@ std::vector<std::string> sequences_of(int code) {
 
 }  // namespace
 
-void kpe_free_keypad_codes() {
+void kpe_clear_keys() {
+    for (char c = 1; c < ' '; ++c) define_key(std::string(1, c).c_str(), 0);
+    define_key("\177", 0);
     for (int code = KPE_KP0; code <= KPE_KP_ENTER; ++code) {
         for (const std::string& bytes : sequences_of(code)) define_key(bytes.c_str(), UNUSED_CODES + code);
     }

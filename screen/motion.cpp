@@ -15,9 +15,7 @@ size_t page_rows() {
     return static_cast<size_t>(std::max(1, height - 3));
 }
 
-size_t last_row(const TextBuffer& text) {
-    return std::max<size_t>(text.line_count(), 1) - 1;
-}
+size_t last_row(const TextBuffer& text) { return std::max<size_t>(text.line_count(), 1) - 1; }
 
 }  // namespace
 
@@ -89,13 +87,9 @@ void Editor::line_move(Direction d) {
     message_ = "LINE";
 }
 
-void Editor::page_down() {
-    cursor_row_ = std::min(last_row(buffer_), cursor_row_ + page_rows());
-}
+void Editor::page_down() { cursor_row_ = std::min(last_row(buffer_), cursor_row_ + page_rows()); }
 
-void Editor::page_up() {
-    cursor_row_ -= std::min(cursor_row_, page_rows());
-}
+void Editor::page_up() { cursor_row_ -= std::min(cursor_row_, page_rows()); }
 
 void Editor::section_move(Direction d) {
     if (d == Direction::Backup) {

@@ -10,9 +10,10 @@ constexpr int KPE_KP_MINUS = 522, KPE_KP_COMMA = 523, KPE_KP_PERIOD = 524, KPE_K
 constexpr int kpe_ctrl(char letter) { return letter - 'A' + 1; }
 constexpr int KPE_BACKSPACE = 8, KPE_TAB = 9, KPE_LINEFEED = 10, KPE_RETURN = 13, KPE_ESCAPE = 27, KPE_DELETE = 127;
 
-// Moves the extended keys of modern terminals (Alt/Delete and the like), which curses numbers from 512 up,
-// to codes that nothing uses, so that none of them acts as a keypad key. After curses is started.
-void kpe_free_keypad_codes();
+// Takes out of the terminal's own keys what would disturb ours: extended keys of modern terminals (Alt/Delete
+// and the like), which curses numbers from 512 up, get codes that nothing uses, and a control byte is always
+// read as itself (the Linux console's entry calls Ctrl/Z a key of its own). After curses is started.
+void kpe_clear_keys();
 // Teaches curses the sequences of the keypad and of PF1 to PF4.
 void kpe_register_keypad(bool pc_keypad);
 // Folds curses' own codes for keypad keys onto the codes above; every other key is returned as it is.

@@ -13,9 +13,7 @@ void Editor::start_select() {
     message_ = "SELECT";
 }
 
-bool Editor::select_active() const {
-    return buffer_.has_mark();
-}
+bool Editor::select_active() const { return buffer_.has_mark(); }
 
 std::optional<Editor::SelSpan> Editor::active_select_span() const {
     if (!buffer_.has_mark()) return std::nullopt;
@@ -32,13 +30,9 @@ void Editor::set_error(const std::string& message) {
     if (!quiet_ && stdscr != nullptr && !isendwin()) beep();
 }
 
-void Editor::select_error(const std::string& message) {
-    set_error(message);
-}
+void Editor::select_error(const std::string& message) { set_error(message); }
 
-void Editor::clear_select() {
-    buffer_.clear_mark();
-}
+void Editor::clear_select() { buffer_.clear_mark(); }
 
 void Editor::toggle_line_numbers() {
     show_line_numbers_ = !show_line_numbers_;

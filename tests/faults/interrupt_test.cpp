@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utmp.h>
@@ -15,25 +16,28 @@
 #include <string>
 #include <thread>
 
-// Signals that reach a session in the middle of a command: each is sent when the kernel tells that the
-// program has got there.
+// Signals that reach a session in the middle of a command: each is sent when its output or the kernel tells
+// that the program has got there.
 
 namespace fs = std::filesystem;
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr std::chrono::seconds PATIENCE{30};
+constexpr std::chrono::seconds PATIENCE{60};
 
-// The program on one file t.txt, reading from a pipe or a terminal.
+// The program on one file t.txt, reading from a pipe or a terminal. Its startup file runs before the first
+// prompt, and so before anything is read.
 class Session {
 public:
     enum class Input { Pipe, Terminal };
 
-    explicit Session(const std::string& text, Input input = Input::Pipe, bool ignore_hangup = false) {
+    explicit Session(const std::string& text, const std::string& startup = "", Input input = Input::Pipe,
+                     bool ignore_hangup = false) {
         std::string name = (fs::temp_directory_path() / "kpe-test-XXXXXX").string();
         dir_ = mkdtemp(name.data());
         std::ofstream(dir_ / "t.txt", std::ios::binary) << text;
+        std::ofstream(dir_ / "startup", std::ios::binary) << startup;
         int in[2], out[2];
         int terminal = -1;
         if (input == Input::Terminal) {
@@ -52,11 +56,12 @@ public:
             dup2(out[1], 1);
             if (chdir(dir_.c_str()) != 0) _exit(126);
             setenv("HOME", dir_.c_str(), 1);
-            execl(KPE_PROGRAM, "kpe", "-nocommand", "t.txt", static_cast<char*>(nullptr));
+            execl(KPE_PROGRAM, "kpe", "-command=startup", "t.txt", static_cast<char*>(nullptr));
             _exit(127);
         }
         close(in[0]);
         close(out[1]);
+        signal(SIGPIPE, SIG_IGN);  // a program that ended too early fails its test and no other
         to_ = in[1];
         from_ = out[0];
     }
@@ -94,9 +99,14 @@ public:
         out_.erase(0, seen.size());
         return seen;
     }
-    // Until SIGINT is caught, as it is in commands only; asleep: and the program sleeps.
-    bool reach_command(bool asleep) {
-        return until([&] { return catches_interrupt() && (!asleep || status("State:").find('S') == 0); });
+    // Until the program waits for something.
+    bool sleeps() {
+        return until([&] { return status("State:").starts_with("S"); });
+    }
+    // Until the program has worked for some time since this was called.
+    bool works() {
+        const long before = clock_ticks();
+        return until([&] { return clock_ticks() - before >= 10; });
     }
     void send(int number) { kill(pid_, number); }
     void hang_up() {
@@ -125,9 +135,13 @@ private:
             if (word == key) return rest;
         return "";
     }
-    bool catches_interrupt() const {
-        const std::string caught = status("SigCgt:");
-        return !caught.empty() && (std::stoull(caught, nullptr, 16) >> (SIGINT - 1) & 1) != 0;
+    long clock_ticks() const {
+        std::ifstream in("/proc/" + std::to_string(pid_) + "/stat");
+        std::string field;
+        for (int i = 0; i < 13; ++i) in >> field;  // the name of the program holds no blank
+        long user = 0;
+        in >> user;
+        return user;
     }
 
     fs::path dir_;
@@ -152,12 +166,12 @@ TEST(Interrupt, EndsALongSearch) {
         const std::string line = range ? "S/" + endless_needle() + "/x/ 1:3" : "FIND " + endless_needle();
         session.read_to("*");
         session.type(line);
-        ASSERT_TRUE(session.reach_command(/*asleep=*/false));
+        ASSERT_TRUE(session.works());
         session.send(SIGINT);
         EXPECT_EQ(session.read_to("*Abort*\n"), "*Abort*\n");
         EXPECT_EQ(session.read_to("*"), range ? "No substitutions\n*" : "*");
         session.type("T 3");
-        EXPECT_EQ(session.read_to("*"), "3 last\n*");
+        EXPECT_EQ(session.read_to("*"), "3 last\n[EOB]\n*");
     }
 }
 
@@ -173,7 +187,7 @@ TEST(Interrupt, EndsAQuestionAndKeepsWhatWasReplaced) {
         session.read_to(row.question);
         session.type("Y");
         session.read_to(row.question);
-        ASSERT_TRUE(session.reach_command(/*asleep=*/true));
+        ASSERT_TRUE(session.sleeps());
         session.send(SIGINT);
         EXPECT_EQ(session.read_to(std::string(row.after) + "*"), std::string(row.after) + "*") << row.command;
         session.type("T");
@@ -183,7 +197,7 @@ TEST(Interrupt, EndsAQuestionAndKeepsWhatWasReplaced) {
     session.read_to("*");
     session.type("S/a/x/ /QUERY");
     session.read_to("[Y/N]: ");
-    ASSERT_TRUE(session.reach_command(/*asleep=*/true));
+    ASSERT_TRUE(session.sleeps());
     session.send(SIGINT);
     EXPECT_EQ(session.read_to("*Abort*\n*"), "*Abort*\n*");
     session.type("T");
@@ -192,21 +206,20 @@ TEST(Interrupt, EndsAQuestionAndKeepsWhatWasReplaced) {
 
 // What would repeat itself for ever sleeps instead.
 struct Repeating {
-    const char *text, *setting, *command, *after_abort;
+    const char *text, *commands, *shown, *after_abort;
 };
 constexpr Repeating REPEATING[] = {
-    {"xab\n", "1\nBACKUP\nSET SEARCH BEGIN\n", "FIND ?b", "*"},
-    {"a\nb\n", "", "S/$/\"\"//GLOBAL", "1 substitution\n*"},
+    {"xab\n", "1\nBACKUP\nSET SEARCH BEGIN\nFIND ?b\n", "1 xab\nDirection: BACKUP\n", ""},
+    {"a\nb\n", "T\nFIND b\nS/$/\"\"//GLOBAL\n", "1 a\n2 b\n", "1 substitution\n"},
 };
 
 TEST(Interrupt, EndsWhatWouldRepeatItselfForEver) {
     for (const Repeating& row : REPEATING) {
-        Session session(row.text);
-        session.type(std::string(row.setting) + row.command);
-        ASSERT_TRUE(session.reach_command(/*asleep=*/true)) << row.command;
+        Session session(row.text, row.commands);
+        EXPECT_EQ(session.read_to(row.shown), row.shown);
+        ASSERT_TRUE(session.sleeps()) << row.commands;
         session.send(SIGINT);
-        session.read_to("*Abort*\n");
-        EXPECT_EQ(session.read_to("*"), row.after_abort) << row.command;
+        EXPECT_EQ(session.read_to("$"), std::string("*Abort*\n") + row.after_abort + "$") << row.commands;
         session.type("QUIT");
         EXPECT_EQ(session.ended(), 0);
     }
@@ -215,18 +228,33 @@ TEST(Interrupt, EndsWhatWouldRepeatItselfForEver) {
 TEST(Interrupt, AHangupEndsWhatWouldRepeatItselfForEver) {
     for (const Repeating& row : REPEATING) {
         for (const int number : {SIGHUP, SIGTERM}) {
-            Session session(row.text);
-            session.type(std::string(row.setting) + row.command);
-            ASSERT_TRUE(session.reach_command(/*asleep=*/true)) << row.command;
+            Session session(row.text, row.commands);
+            EXPECT_EQ(session.read_to(row.shown), row.shown);
+            ASSERT_TRUE(session.sleeps()) << row.commands;
             session.send(number);
             const int how = session.ended();
-            EXPECT_TRUE(WIFSIGNALED(how) && WTERMSIG(how) == number) << row.command << ": " << how;
+            EXPECT_TRUE(WIFSIGNALED(how) && WTERMSIG(how) == number) << row.commands << how;
         }
         // With SIGHUP ignored, the terminal that is gone tells it.
-        Session session(row.text, Session::Input::Terminal, /*ignore_hangup=*/true);
-        session.type(std::string(row.setting) + row.command);
-        ASSERT_TRUE(session.reach_command(/*asleep=*/true)) << row.command;
+        Session session(row.text, row.commands, Session::Input::Terminal, /*ignore_hangup=*/true);
+        EXPECT_EQ(session.read_to(row.shown), row.shown);
+        ASSERT_TRUE(session.sleeps()) << row.commands;
         session.hang_up();
-        EXPECT_NE(session.ended(), -1) << row.command;
+        EXPECT_EQ(session.ended(), 0) << row.commands;
     }
+}
+
+TEST(Interrupt, EndsTheWaitingForTheOtherEndOfAPipe) {
+    const std::string pipe = (fs::temp_directory_path() / ("kpe-test-pipe-" + std::to_string(getpid()))).string();
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const std::string command : {"INCLUDE ", "WRITE "}) {
+        Session session("a\n", command + pipe);
+        ASSERT_TRUE(session.sleeps());
+        session.send(SIGINT);
+        EXPECT_EQ(session.read_to("$"), "*Abort*\n$") << command;
+        session.read_to("*");
+        session.type("TYPE WHOLE");
+        EXPECT_EQ(session.read_to("*"), "1 a\n[EOB]\n*") << command;
+    }
+    fs::remove(pipe);
 }

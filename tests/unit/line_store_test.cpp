@@ -3,7 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
+#include <cstdint>
+#include <new>
 #include <random>
 #include <string>
 #include <utility>
@@ -28,7 +29,7 @@ Lines lines_by_runs(const LineStore& store, size_t limit, bool backwards) {
         EXPECT_GE(run.rows, 1u);
         EXPECT_EQ(backwards ? run.first_row + run.rows : run.first_row, row);
         if (run.rows == 0 || testing::Test::HasFailure()) return {};
-        if (run.rows > 1) EXPECT_LE(run.bytes.size(), limit);
+        EXPECT_TRUE(run.rows == 1 || run.bytes.size() <= limit);
         Lines part;
         size_t at = 0;
         for (size_t i = 0; i < run.rows; ++i) {
@@ -36,12 +37,15 @@ Lines lines_by_runs(const LineStore& store, size_t limit, bool backwards) {
             EXPECT_EQ(store.row_at(run, std::min(at + length, run.bytes.size() - 1)), run.first_row + i);
             part.emplace_back(run.bytes.substr(at, length));
             at += length;
-            if (run.terminated) EXPECT_EQ(run.bytes.substr(at++, 1), "\n");
+            EXPECT_TRUE(!run.terminated || run.bytes[at] == '\n');
+            at += run.terminated ? 1 : 0;
         }
         EXPECT_EQ(at, run.bytes.size());
-        lines.insert(backwards ? lines.begin() : lines.end(), part.begin(), part.end());
+        if (backwards) std::reverse(part.begin(), part.end());
+        lines.insert(lines.end(), part.begin(), part.end());
         row = backwards ? run.first_row : row + run.rows;
     }
+    if (backwards) std::reverse(lines.begin(), lines.end());
     return lines;
 }
 
@@ -126,7 +130,7 @@ private:
 }  // namespace
 
 TEST(LineStore, RandomEditsLeaveEveryCopyAlone) {
-    for (unsigned seed = 1; seed <= 8; ++seed) {
+    for (unsigned seed = 1; seed <= 5; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         std::mt19937 random(seed);
         Twin now;
@@ -174,7 +178,7 @@ TEST(LineStore, CutsTextIntoLines) {
 // Numbers of lines and lengths about those where a chunk or a leaf is full.
 TEST(LineStore, HoldsTextsOfEverySize) {
     const std::vector<std::pair<size_t, size_t>> rows = {
-        {255, 1},  {256, 3},  {257, 3},     {513, 0},    {70000, 0},  {70000, 2},
+        {255, 1},   {256, 3},   {257, 3},   {513, 0},   {70000, 0},  {70000, 2},
         {3, 32766}, {3, 32767}, {5, 65534}, {5, 65535}, {300, 8000},  // lines, bytes of each
     };
     for (const auto& [count, bytes] : rows) {
@@ -247,7 +251,8 @@ TEST(LineStore, RewriterTakesRowsInAnyOrderAndTellsOfChanges) {
     LineStore::Rewriter rewriter(store, &changed);
     rewriter.put(10, "old");
     EXPECT_FALSE(changed);
-    for (const size_t row : {size_t{5}, size_t{1500}, size_t{1400}, size_t{1400}, size_t{0}, size_t{1999}, size_t{2000}}) {
+    for (const size_t row :
+         {size_t{5}, size_t{1500}, size_t{1400}, size_t{1400}, size_t{0}, size_t{1999}, size_t{2000}}) {
         const std::string text = "new " + std::to_string(row);
         rewriter.put(row, text);
         if (row < plain.size()) plain[row] = text;

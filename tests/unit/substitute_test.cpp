@@ -29,7 +29,8 @@ struct Naive {
 
     std::optional<size_t> length_at(size_t row, size_t col) const {
         const std::string line = folded(lines[row]), pattern = folded(needle);
-        if (!wild()) return line.compare(col, pattern.size(), pattern) == 0 ? std::optional(pattern.size()) : std::nullopt;
+        if (!wild())
+            return line.compare(col, pattern.size(), pattern) == 0 ? std::optional(pattern.size()) : std::nullopt;
         const bool anchored = pattern[0] == '^';
         if (anchored && col > 0) return std::nullopt;
         const int len = TextBuffer::wmatch(pattern.c_str() + anchored, line.data() + col, line.size() - col);
@@ -126,8 +127,9 @@ private:
     std::mt19937 engine_;
 };
 
-constexpr const char* NEEDLES[] = {"a",  "aa",  "ab", "b,",   "AB",  "a b", "^",   "^a",  "^%",  "$",   "a$",    "^$",  "*",
-                                   "a*", "a*b", "?",  "[ab]", "%$",  "*$",  "^*b", "b%",  "^ab", "[A]", "a*b*,", "^*", "[^a]*$"};
+constexpr const char* NEEDLES[] = {"a",  "aa",  "ab", "b,",  "AB",  "a b",   "^",  "^a",    "^%",
+                                   "$",  "a$",  "^$", "*",   "a*",  "a*b",   "?",  "[ab]",  "%$",
+                                   "*$", "^*b", "b%", "^ab", "[A]", "a*b*,", "^*", "[^a]*$"};
 constexpr const char* REPLACEMENTS[] = {"", "a", "b", "ab", "aa", ",", " b", "a,", "x\ny", "bcab"};
 
 // An editor and the naive text with the same lines, mark and search string.
