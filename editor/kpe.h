@@ -246,10 +246,9 @@ private:
     // but for a text of one empty line. Any failure leaves the old file as it was.
     Written write_lines_file(const std::string& path, const LineStore& lines, bool must_be_new);
     // Writes lines under the write path of name, and gives that path back (also after a failure): the next
-    // free version should another session take the first one.
+    // free version should another session take the first one. Refuses a file that could not be read whole.
     bool save_lines(const LineStore& lines, const std::string& name, std::string& path);
-    // The same for a buffer, which counts as saved when the path is its own file's. Refuses a file that
-    // could not be read whole.
+    // The same for a buffer, which counts as saved when the path is its own file's.
     bool save_buffer_to_path(TextBuffer& buf, const std::string& name, std::string& path);
     bool do_save(bool verbose);
     [[noreturn]] void save_and_exit_now(bool show_eob);

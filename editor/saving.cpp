@@ -86,6 +86,10 @@ bool Editor::save_lines(const LineStore& lines, const std::string& name, std::st
     for (;;) {
         path = resolve_write_path(name);
         if (path.empty()) return false;
+        // What could not be read whole must not be written over the rest of it.
+        const bool broken = !broken_file_.empty() && (strip_vms_version(path) == strip_vms_version(broken_file_) ||
+                                                      same_file(path, broken_file_));
+        if (broken) return false;
         // A version that is free now is not ours yet: another session may take it first.
         const bool must_be_new = versioning_ && !n3rz::file_exists(path);
         const Written result = write_lines_file(path, lines, must_be_new);
@@ -94,11 +98,7 @@ bool Editor::save_lines(const LineStore& lines, const std::string& name, std::st
 }
 
 bool Editor::save_buffer_to_path(TextBuffer& buf, const std::string& name, std::string& path) {
-    path = resolve_write_path(name);
-    // What could not be read whole must not be written over the rest of it.
-    const bool broken = !broken_file_.empty() &&
-                        (strip_vms_version(path) == strip_vms_version(broken_file_) || same_file(path, broken_file_));
-    if (broken || !save_lines(buf.lines(), name, path)) return false;
+    if (!save_lines(buf.lines(), name, path)) return false;
     if (strip_vms_version(buf.filename()) == strip_vms_version(path)) buf.clear_modified();
     return true;
 }
