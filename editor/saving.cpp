@@ -77,7 +77,10 @@ Editor::Written Editor::write_lines_file(const std::string& path, const LineStor
         good = write_rows(file, lines);
     }
     if (lines.empty()) good = file.write("\n");
-    if (!good || !file.commit()) return file.taken() ? Written::Taken : Written::Failed;
+    if (!good || !file.commit()) {
+        if (!file.safety_copy().empty()) kpe_warn("?The old text is kept in " + file.safety_copy());
+        return file.taken() ? Written::Taken : Written::Failed;
+    }
     last_saved_path_ = path;
     return Written::Done;
 }
