@@ -47,8 +47,8 @@ constexpr std::string_view USAGE[] = {
 
 std::string filled_in(std::string_view line, std::string_view program) {
     std::string text(line);
-    if (const size_t at = text.find("%p"); at != text.npos) text.replace(at, 2, program);
     if (const size_t at = text.find("%v"); at != text.npos) text.replace(at, 2, kpe_version_string());
+    if (const size_t at = text.find("%p"); at != text.npos) text.replace(at, 2, program);
     return text;
 }
 

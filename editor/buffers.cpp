@@ -14,8 +14,11 @@ void Editor::save_current_buffer_state() {
 }
 
 TextBuffer& Editor::named_buffer(const std::string& name) {
-    std::string n = normalize_buffer_name(name);
-    if (n.empty()) n = "MAIN";
+    const std::string n = normalize_buffer_name(name);
+    return stored_buffer(n.empty() ? "MAIN" : n);
+}
+
+TextBuffer& Editor::stored_buffer(const std::string& n) {
     TextBuffer& stored = buffers_[n];
     if (n == "MAIN") stored.set_filename(filename_);
     return stored;
@@ -28,7 +31,7 @@ void Editor::find_buffer(const std::string& name, bool report) {
         return;
     }
     save_current_buffer_state();
-    buffer_ = named_buffer(n);
+    buffer_ = stored_buffer(n);
     current_buffer_name_ = n;
     cursor_row_ = cursor_col_ = top_line_ = 0;
     clear_select();
@@ -38,11 +41,11 @@ void Editor::find_buffer(const std::string& name, bool report) {
 
 std::string Editor::paste_text_content() {
     save_current_buffer_state();
-    return named_buffer("PASTE").text();
+    return stored_buffer("PASTE").text();
 }
 
 void Editor::set_paste_text(const std::string& text) {
-    TextBuffer& paste = named_buffer("PASTE");
+    TextBuffer& paste = stored_buffer("PASTE");
     paste.set_text(text);
     show_stored_if_current("PASTE");
 }
@@ -53,7 +56,7 @@ void Editor::append_paste_text(const std::string& text) {
 
 void Editor::show_stored_if_current(const std::string& name) {
     if (name != current_buffer_name_) return;
-    buffer_ = named_buffer(name);
+    buffer_ = stored_buffer(name);
     clamp_cursor();
 }
 
@@ -69,9 +72,9 @@ void Editor::clear_buffer_command(const std::string& args, bool report) {
     std::string n = normalize_buffer_name(args);
     if (n.empty()) n = current_buffer_name_;
     if (n == "MAIN" || n == "PASTE") {
-        named_buffer(n).clear();
+        stored_buffer(n).clear();
         if (n == current_buffer_name_) {
-            buffer_ = named_buffer(n);
+            buffer_ = stored_buffer(n);
             top_line_ = cursor_col_ = cursor_row_ = 0;
         }
         kpe_say(report, "Buffer " + n + " cleared");
@@ -103,7 +106,7 @@ void Editor::copy_move_command(const std::string& args, bool move, bool report) 
     }
     const LineStore lines = buffer_.share_range(range->first, range->last);
     save_current_buffer_state();  // the destination may be the buffer that is being edited
-    named_buffer(destination).append_lines(lines);
+    stored_buffer(destination).append_lines(lines);
     show_stored_if_current(destination);
     if (move) delete_range(*range);
     kpe_say(report, kpe_counted(lines.size(), "line") + (move ? " moved" : " copied") + " to =" + destination);

@@ -73,7 +73,8 @@ void Editor::try_recover_journal() {
     }
 }
 
+// Only a file that could be a journal goes: somebody may have named a pipe, or /dev/null to have none.
 void Editor::delete_journal_file() {
     const std::string path = journal_path();
-    if (n3rz::file_exists(path)) unlink(path.c_str());
+    if (file_exists(path)) unlink(path.c_str());
 }

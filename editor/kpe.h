@@ -23,7 +23,7 @@
 class Editor {
 public:
     static const int KPE_EXIT_EDITORABO = 4;  // exit status when the startup command file is missing
-    static constexpr size_t max_undo_ = 100;      // depth of each undo stack
+    static constexpr size_t max_undo_ = 100;  // depth of each undo stack
 
     enum class CommandResult { Continue = 0, EnterScreenMode = 1, ExitSave = 2, ExitNoSave = 3, Error = 4 };
     enum class Direction { Advance = 0, Backup = 1 };
@@ -96,10 +96,10 @@ public:
     CommandResult execute_command(const std::string& raw, bool report);
 
 private:
-    struct VerbTable;     // editor/dispatch.cpp
-    struct SettingTable;  // editor/settings.cpp
-    struct WordTable;     // screen/nokeypad.cpp
-    struct Replacing;     // editor/substitute.cpp
+    struct VerbTable;          // editor/dispatch.cpp
+    struct SettingTable;       // editor/settings.cpp
+    struct WordTable;          // screen/nokeypad.cpp
+    struct Replacing;          // editor/substitute.cpp
     friend struct EditorPeek;  // the tests' one door
 
     void load_current_file();  // filename_ into buffer_, and a copy as MAIN
@@ -183,7 +183,8 @@ private:
     // --- Buffers: editor/buffers.cpp ---
     static std::string normalize_buffer_name(std::string name);
     void save_current_buffer_state();
-    TextBuffer& named_buffer(const std::string& name);
+    TextBuffer& named_buffer(const std::string& name);  // as typed; an empty one is MAIN
+    TextBuffer& stored_buffer(const std::string& n);    // a name that is normalized already: made new if absent
     // After a change of the stored copy: takes it over when name (normalized) is being edited.
     void show_stored_if_current(const std::string& name);
     void find_buffer(const std::string& name, bool report);
@@ -279,7 +280,9 @@ private:
     // The next key; redraw is called when the screen must be drawn anew meanwhile. At the end of input ERR, and
     // input_ended_ is set.
     int read_key(const std::function<void()>& redraw);
-    int read_key() { return read_key([this] { draw_screen(); }); }
+    int read_key() {
+        return read_key([this] { draw_screen(); });
+    }
     void draw_screen();
     void draw_line(int screen_row, size_t row, size_t width, const std::optional<SelSpan>& span) const;
     std::string status_line() const;
@@ -369,28 +372,28 @@ private:
     void show_help_screen();
 
     // --- Session and files ---
-    std::string filename_;                          // resolved path of the file being edited
-    std::optional<std::string> command_file_;       // from -command
-    bool no_command_ = false;                       // no startup command file at all
-    int startup_file_depth_ = 0;                    // nested runs of the explicit startup file
-    int command_file_depth_ = 0;                    // nested runs of any command file
-    std::optional<std::string> output_file_;        // where EXIT writes MAIN instead
+    std::string filename_;                     // resolved path of the file being edited
+    std::optional<std::string> command_file_;  // from -command
+    bool no_command_ = false;                  // no startup command file at all
+    int startup_file_depth_ = 0;               // nested runs of the explicit startup file
+    int command_file_depth_ = 0;               // nested runs of any command file
+    std::optional<std::string> output_file_;   // where EXIT writes MAIN instead
     bool read_only_ = false;
     bool recover_ = false;
-    std::optional<std::string> journal_override_;   // from -journal
+    std::optional<std::string> journal_override_;  // from -journal
     std::string last_saved_path_;
-    bool versioning_ = false;                       // ";n" versions on save
-    bool rms_fixed_ = false;                        // fixed-length records
+    bool versioning_ = false;  // ";n" versions on save
+    bool rms_fixed_ = false;   // fixed-length records
     int rms_fixed_len_ = 80;
-    std::optional<LineRange> sticky_range_;         // set by RANGE
+    std::optional<LineRange> sticky_range_;  // set by RANGE
     std::map<char, char> xlate_map_;
     bool file_existed_ = false;
-    std::string broken_file_;                       // filename_ if it could not be read whole
-    bool input_ended_ = false;                      // the terminal has gone, or input ended in screen mode
+    std::string broken_file_;   // filename_ if it could not be read whole
+    bool input_ended_ = false;  // the terminal has gone, or input ended in screen mode
 
     // --- Buffers ---
-    TextBuffer buffer_;                             // the working copy of the current buffer
-    std::map<std::string, TextBuffer> buffers_;     // by upper-case name; the current one's entry may lag
+    TextBuffer buffer_;                          // the working copy of the current buffer
+    std::map<std::string, TextBuffer> buffers_;  // by upper-case name; the current one's entry may lag
     std::string current_buffer_name_ = "MAIN";
 
     // --- Cursor, view and keypad ---
@@ -404,27 +407,27 @@ private:
     // --- Search ---
     bool search_exact_ = true;
     bool search_begin_ = false, search_end_ = false;
-    bool search_wild_ = true;                       // shown only
+    bool search_wild_ = true;  // shown only
     bool search_word_ = false;
     std::string last_search_;
     size_t last_match_len_ = 0;
-    bool on_match_ = false;                         // a search put the cursor at match_row_, match_col_
+    bool on_match_ = false;  // a search put the cursor at match_row_, match_col_
     size_t match_row_ = 0, match_col_ = 0;
     std::string match_needle_;
-    mutable std::optional<Matcher> matcher_;        // last_search_ made ready; see matcher()
+    mutable std::optional<Matcher> matcher_;  // last_search_ made ready; see matcher()
 
     // --- Deleted text, messages, key debugging ---
     std::string delete_char_buffer_;
-    LineStore delete_line_buffer_;                  // rows, each standing for its text and "\n"
+    LineStore delete_line_buffer_;  // rows, each standing for its text and "\n"
     std::string delete_word_buffer_;
     std::string message_;
     bool debug_keys_ = false;
     std::string last_key_debug_, last_function_;
 
     // --- Definitions ---
-    std::map<std::string, std::string> key_defs_;   // key id to command
+    std::map<std::string, std::string> key_defs_;  // key id to command
     std::map<std::string, bool> macro_names_;
-    std::vector<std::string> running_macros_;       // innermost last
+    std::vector<std::string> running_macros_;  // innermost last
 
     // --- Undo ---
     std::deque<UndoSnapshot> undo_stack_, redo_stack_;  // oldest first

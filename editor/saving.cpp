@@ -64,6 +64,7 @@ std::string Editor::resolve_write_path(const std::string& path) const {
 }
 
 Editor::Written Editor::write_lines_file(const std::string& path, const LineStore& lines, bool must_be_new) {
+    kpe_flush();  // the file may be the terminal or the pipe that the output goes to
     FileWriter file;
     if (!file.open(path, must_be_new ? FileWriter::Existing::Refuse : FileWriter::Existing::Replace)) {
         return file.taken() ? Written::Taken : Written::Failed;
@@ -93,9 +94,8 @@ bool Editor::save_lines(const LineStore& lines, const std::string& name, std::st
         const bool broken = !broken_file_.empty() && (strip_vms_version(path) == strip_vms_version(broken_file_) ||
                                                       same_file(path, broken_file_));
         if (broken) return false;
-        // A version that is free now is not ours yet: another session may take it first.
-        const bool must_be_new = versioning_ && !n3rz::file_exists(path);
-        const Written result = write_lines_file(path, lines, must_be_new);
+        // A version that was free a moment ago is not ours yet: another session may take it first.
+        const Written result = write_lines_file(path, lines, /*must_be_new=*/versioning_);
         if (result != Written::Taken) return result == Written::Done;
     }
 }
@@ -120,7 +120,7 @@ bool Editor::do_save(bool verbose) {
 void Editor::save_and_exit_now(bool show_eob) {
     kpe_safe_endwin();
     save_current_buffer_state();
-    TextBuffer& main_buffer = named_buffer("MAIN");
+    TextBuffer& main_buffer = stored_buffer("MAIN");
     if (output_file_) main_buffer.set_filename(*output_file_);
     std::string path;
     if (!save_buffer_to_path(main_buffer, main_buffer.filename(), path)) {
@@ -163,7 +163,7 @@ Editor::CommandResult Editor::previous_file_command(bool verbose) {
 
 void Editor::walk_to_file(size_t index, bool verbose) {
     save_current_buffer_state();
-    TextBuffer& main_buffer = named_buffer("MAIN");
+    TextBuffer& main_buffer = stored_buffer("MAIN");
     std::string path;
     save_buffer_to_path(main_buffer, main_buffer.filename(), path);
     current_file_idx_ = index;

@@ -153,7 +153,7 @@ void Editor::write_command(const std::string& args, bool report) {
     TextBuffer* source = &buffer_;
     if (request.buffer) {
         TextBuffer& stored = named_buffer(*request.buffer);
-        if (&stored != &named_buffer(current_buffer_name_)) source = &stored;
+        if (&stored != &stored_buffer(current_buffer_name_)) source = &stored;
     }
     std::optional<LineRange> range;
     if (request.selection.empty()) {

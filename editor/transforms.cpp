@@ -118,7 +118,7 @@ void Editor::retain_command(const std::string& args, bool report) {
     }
     const LineStore lines = buffer_.share_range(rows.first, rows.last);
     save_current_buffer_state();
-    TextBuffer& stored = named_buffer(name);
+    TextBuffer& stored = stored_buffer(name);
     stored.clear();
     stored.append_lines(lines);
     show_stored_if_current(name);
