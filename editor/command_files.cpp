@@ -9,6 +9,8 @@
 namespace {
 
 constexpr int MAX_NESTING = 64;
+// A file that runs itself twice would be refused some 2^64 times: after so many refusals the whole nest ends.
+constexpr int MAX_REFUSALS = 64;
 constexpr std::string_view VERSIONING_WORDS[] = {"SET VERSIONING", "SET-VERSIONING"};
 
 // Counts a nested run for as long as it lives.
@@ -51,6 +53,7 @@ void Editor::abort_missing_command_file(const std::string& name) {
 void Editor::run_startup_command_file(const std::string& path) {
     TextBuffer file;
     if (!file.load(path)) abort_missing_command_file(path);
+    command_file_refusals_ = 0;
     const Nested startup(startup_file_depth_);
     const Nested run(command_file_depth_);
     for (size_t i = 0; i < file.line_count() && !input_ended_; ++i) {
@@ -113,7 +116,9 @@ std::optional<std::string> Editor::find_startup_file() const {
 }
 
 void Editor::run_command_file(const std::string& path, bool verbose) {
+    if (command_file_depth_ == 0) command_file_refusals_ = 0;
     if (command_file_depth_ >= MAX_NESTING) {
+        ++command_file_refusals_;
         kpe_complain(verbose, "Command files nested too deeply: " + path);
         return;
     }
@@ -123,7 +128,7 @@ void Editor::run_command_file(const std::string& path, bool verbose) {
         return;
     }
     const Nested run(command_file_depth_);
-    for (size_t i = 0; i < file.line_count() && !input_ended_; ++i) {
+    for (size_t i = 0; i < file.line_count() && !input_ended_ && command_file_refusals_ < MAX_REFUSALS; ++i) {
         const CommandResult result = execute_command(std::string(file.view(i)), verbose);
         const bool leaves = result == CommandResult::ExitSave || result == CommandResult::ExitNoSave;
         // A silent run goes on after EXIT and QUIT: a default startup file must not end the session.

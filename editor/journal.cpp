@@ -9,14 +9,19 @@
 
 namespace {
 
+// Whether the name is a symbolic link that somebody else made: one that may lead us anywhere.
+bool is_foreign_link(const std::string& path) {
+    struct stat link;
+    return lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode) && link.st_uid != geteuid();
+}
+
 // Opens the journal for appending, created for its owner alone; -1 if that cannot be. Symbolic links are
 // followed only if they are the user's own; a pipe or a device is no journal, and never waited for.
 int open_journal(const std::string& path) {
     constexpr int FLAGS = O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
     int fd = open(path.c_str(), FLAGS | O_NOFOLLOW, 0600);
     if (fd < 0 && errno == ELOOP) {
-        struct stat link;
-        if (lstat(path.c_str(), &link) != 0 || link.st_uid != geteuid()) return -1;
+        if (is_foreign_link(path)) return -1;
         fd = open(path.c_str(), FLAGS, 0600);
     }
     struct stat st;
@@ -65,7 +70,7 @@ void Editor::append_journal_line(const std::string& line) {
 
 void Editor::try_recover_journal() {
     const std::string path = journal_path();
-    if (file_exists(path)) {
+    if (file_exists(path) && !is_foreign_link(path)) {
         kpe_say(true, "Recovering from " + path);
         run_command_file(path, /*verbose=*/true);
     } else {

@@ -277,11 +277,11 @@ private:
     // --- Screen session and display: screen/loop.cpp, screen/draw.cpp ---
     void screen_mode();
     void screen_loop();
-    // The next key; redraw is called when the screen must be drawn anew meanwhile. At the end of input ERR, and
-    // input_ended_ is set.
-    int read_key(const std::function<void()>& redraw);
+    // The next key; draw is called before it waits, and with anew when all must be drawn again meanwhile. At the
+    // end of input ERR, and input_ended_ is set.
+    int read_key(const std::function<void(bool anew)>& draw);
     int read_key() {
-        return read_key([this] { draw_screen(); });
+        return read_key([this](bool) { draw_screen(); });
     }
     void draw_screen();
     void draw_line(int screen_row, size_t row, size_t width, const std::optional<SelSpan>& span) const;
@@ -377,6 +377,7 @@ private:
     bool no_command_ = false;                  // no startup command file at all
     int startup_file_depth_ = 0;               // nested runs of the explicit startup file
     int command_file_depth_ = 0;               // nested runs of any command file
+    int command_file_refusals_ = 0;            // of runs that were nested too deeply
     std::optional<std::string> output_file_;   // where EXIT writes MAIN instead
     bool read_only_ = false;
     bool recover_ = false;
@@ -403,6 +404,7 @@ private:
     bool gold_pending_ = false;
     int gold_repeat_count_ = 0;
     bool show_line_numbers_ = false;
+    bool screen_stale_ = false;                     // keys were typed faster than the screen was drawn
 
     // --- Search ---
     bool search_exact_ = true;

@@ -144,6 +144,10 @@ private:
             begin_session({"t.txt"});
             return;
         }
+        if (line.rfind("* ", 0) == 0) {
+            typed_with_answer(line.substr(2));
+            return;
+        }
         const size_t colon = line.find(':');
         if (colon == std::string::npos) throw std::runtime_error("no keyword with \":\"");
         if (cases_.empty()) throw std::runtime_error("a line before the first case");
@@ -151,6 +155,14 @@ private:
         const size_t blank = head.find(' ');
         pending_ = Directive{head.substr(0, blank), blank == std::string::npos ? "" : trimmed(head.substr(blank)),
                              cut(trimmed(line.substr(colon + 1))), line_};
+    }
+
+    // "lines => output": what is typed at the prompt, and what that shows.
+    void typed_with_answer(const std::string& line) {
+        if (cases_.empty()) throw std::runtime_error("a line before the first case");
+        const size_t arrow = line.find(" => ");
+        apply({"type", "", cut(trimmed(line.substr(0, arrow))), line_});
+        if (arrow != std::string::npos) pending_ = Directive{"shows", "", cut(trimmed(line.substr(arrow + 4))), line_};
     }
 
     void flush() {
