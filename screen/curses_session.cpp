@@ -18,6 +18,7 @@
 #include "editor/input.h"
 #include "editor/report.h"
 #include "screen/n3_kpe_keymap.h"
+#include "screen/shown_rows.h"
 
 namespace {
 
@@ -105,6 +106,7 @@ void adopt_size() {
     winsize size{};
     if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0) return;
     resize_term(size.ws_row, size.ws_col);
+    g_shown_rows.forget();
 }
 
 void leave_screen() {
@@ -150,6 +152,7 @@ CursesSession::CursesSession() : outermost_(!g_curses_active) {
         kpe_safe_endwin();
         return;
     }
+    endwin();  // until curses has come back from here once, it hands over every few bytes by themselves
     raw();
     noecho();
     keypad(stdscr, TRUE);
@@ -158,6 +161,8 @@ CursesSession::CursesSession() : outermost_(!g_curses_active) {
     nodelay(stdscr, TRUE);  // kpe_read_key waits
     g_typed_before = kpe_end_type_ahead();
     idlok(stdscr, TRUE);
+    typeahead(-1);  // the screen is only drawn when no key waits
+    g_shown_rows.forget();
     kpe_clear_keys();
 }
 
@@ -201,7 +206,13 @@ InterruptKey::~InterruptKey() {
 
 namespace {
 
-size_t g_keys_read = 0;
+size_t g_keys_read = 0, g_cancels_read = 0;
+
+int counted(int key) {
+    ++g_keys_read;
+    if (key == kpe_ctrl('C')) ++g_cancels_read;
+    return key;
+}
 
 // Holds back the signals that a wait for a key must notice, but while ppoll sleeps: none slips in between.
 class HeldSignals {
@@ -258,25 +269,28 @@ int next_key() {
 
 size_t kpe_keys_read() { return g_keys_read; }
 
+size_t kpe_cancels_read() { return g_cancels_read; }
+
 void kpe_repaint() { clearok(curscr, TRUE); }
 
-int kpe_read_key(bool pc_keypad, const std::function<void()>& redraw) {
+int kpe_read_key(bool pc_keypad, const KpeDraw& draw) {
     const HeldSignals held;
-    bool ready = false;
+    bool drawn = false, ready = false;
     for (;;) {
         if (g_kpe_end_signal) return ERR;
-        if (terminal_changed()) redraw();
+        if (terminal_changed()) {
+            draw(/*anew=*/true);
+            drawn = true;
+        }
         if (g_kpe_abort_requested) {
             g_kpe_abort_requested = 0;
-            ++g_keys_read;
-            return kpe_ctrl('C');
+            return counted(kpe_ctrl('C'));
         }
         const int key = next_key();
-        if (key != ERR && key != KEY_RESIZE) {
-            ++g_keys_read;
-            return kpe_normalize_key(key, pc_keypad);
-        }
+        if (key != ERR && key != KEY_RESIZE) return counted(kpe_normalize_key(key, pc_keypad));
         if (key == ERR && ready) return ERR;  // there is something to read, and it is no byte: the end
+        if (!drawn) draw(/*anew=*/false);
+        drawn = true;
         pollfd input = {STDIN_FILENO, POLLIN, 0};
         const int polled = ppoll(&input, 1, nullptr, &held.before());
         if (polled < 0 && errno != EINTR) return ERR;

@@ -52,11 +52,14 @@ private:
     bool changed_ = false;
 };
 
-// The next key, normalised; an interrupt counts as Ctrl/C. Calls redraw when the terminal's size changed or
-// its picture was lost, and goes on waiting. ERR when there will be no more: end of input, a hangup, or a
-// signal that ends the process.
-int kpe_read_key(bool pc_keypad, const std::function<void()>& redraw);
-// How many keys were read so far.
+// The next key, normalised; an interrupt counts as Ctrl/C. Calls draw before it waits (so not while keys are
+// typed faster than they are handled), and again, with anew, whenever the size of the terminal changed or its
+// picture was lost meanwhile. ERR when there will be no more keys: end of input, a hangup, or a signal that
+// ends the process.
+using KpeDraw = std::function<void(bool anew)>;
+int kpe_read_key(bool pc_keypad, const KpeDraw& draw);
+// How many keys were read so far, and how many of them were Ctrl/C.
 size_t kpe_keys_read();
+size_t kpe_cancels_read();
 // The next refresh repaints the whole screen.
 void kpe_repaint();

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cstdio>
 #include <curses.h>
 #include <string>
 #include <string_view>
@@ -9,6 +8,7 @@
 #include "editor/report.h"
 #include "screen/cells.h"
 #include "screen/curses_session.h"
+#include "screen/shown_rows.h"
 
 namespace {
 
@@ -43,12 +43,6 @@ size_t gutter_width(bool numbers, size_t cursor_row) {
     return numbers ? std::to_string(cursor_row + 1).size() + 1 : 0;
 }
 
-void show_text(int screen_row, size_t width, std::string_view text) {
-    CellRow row(width);
-    row.add(text);
-    row.show(screen_row);
-}
-
 size_t shown_cells(size_t width, std::string_view text) {
     CellRow row(width);
     row.add(text);
@@ -59,21 +53,27 @@ size_t shown_cells(size_t width, std::string_view text) {
 
 void Editor::draw_screen() {
     if (kpe_warned()) kpe_repaint();
-    erase();
     const Geometry screen(set_lines_);
+    g_shown_rows.begin(screen.rows, screen.cols, screen.rows <= ROWS_BELOW_TEXT);
     if (truncate_) left_col_ = 0;
     adjust_view();
     const auto span = active_select_span();
     for (int i = 0; i < screen.text_rows; ++i) {
         const size_t row = top_line_ + static_cast<size_t>(i);
-        if (row == buffer_.line_count()) show_text(i, screen.width(), "[EOB]");
-        if (row < buffer_.line_count()) draw_line(i, row, screen.width(), span);
+        if (row < buffer_.line_count()) {
+            draw_line(i, row, screen.width(), span);
+        } else {
+            g_shown_rows.show(i, {{}, row == buffer_.line_count() ? "[EOB]" : ""});
+        }
     }
-    mvhline(screen.rows - 3, 0, '-', std::max(screen.cols, 1));
-    show_text(screen.rows - 2, screen.width(), status_line());
-    show_text(screen.rows - 1, screen.width(), message_);
+    for (int i = screen.text_rows; i < screen.rows - ROWS_BELOW_TEXT; ++i) g_shown_rows.show(i, {});
+    const std::string separator(std::max<size_t>(screen.width(), 1), '-');
+    g_shown_rows.show(screen.rows - 3, {{}, separator});
+    g_shown_rows.show(screen.rows - 2, {{}, status_line()});
+    if (!message_.empty() || screen.rows > 1) g_shown_rows.show(screen.rows - 1, {{}, message_});
     place_cursor();
     refresh();
+    screen_stale_ = false;
 }
 
 // Only the bytes that can be seen are looked at, however long the line is.
@@ -84,15 +84,15 @@ void Editor::draw_line(int screen_row, size_t row, size_t width, const std::opti
         if (row == span->r1) from = std::min(span->c1, line.size());
         to = row == span->r2 ? std::min(span->c2, line.size()) : line.size();
     }
-    CellRow cells(width);
-    if (show_line_numbers_) cells.add(std::to_string(row + 1) + ' ');
-    if (cells.used() < width) {
-        const size_t left = std::min(truncate_ ? 0 : left_col_, line.size());
-        const std::string_view shown = kpe_text_from(kpe_text_until(line, left + width - cells.used()), left);
-        const size_t start = static_cast<size_t>(shown.data() - line.data());
-        if (!shown.empty()) cells.add(shown, from > start ? from - start : 0, to > start ? to - start : 0);
-    }
-    cells.show(screen_row);
+    const std::string gutter = show_line_numbers_ ? std::to_string(row + 1) + ' ' : "";
+    const size_t left = std::min(truncate_ ? 0 : left_col_, line.size());
+    const size_t room = width - std::min(gutter.size(), width);
+    const std::string_view shown = kpe_text_from(kpe_text_until(line, left + room), left);
+    const size_t start = shown.empty() ? 0 : static_cast<size_t>(shown.data() - line.data());
+    const auto shown_column = [&](size_t column) {
+        return std::min(column - std::min(column, start), shown.size());
+    };
+    g_shown_rows.show(screen_row, {gutter, shown, shown_column(from), shown_column(to)});
 }
 
 std::string Editor::status_line() const {

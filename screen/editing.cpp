@@ -47,14 +47,19 @@ std::vector<size_t> wrap_columns(std::string_view line, size_t width, size_t cur
 
 }  // namespace
 
+// A removed NUL looks like nothing in what the buffer returns, so whether there is a byte is asked before.
+
 void Editor::delete_char_left() {
+    const bool some = cursor_col_ > 0 ? cursor_col_ <= buffer_.length(cursor_row_)
+                                      : cursor_row_ > 0 && cursor_row_ < buffer_.line_count();
     const char removed = buffer_.backspace(cursor_row_, cursor_col_);
-    if (removed != 0) delete_char_buffer_.assign(1, removed);
+    if (some) delete_char_buffer_.assign(1, removed);
 }
 
 void Editor::delete_char_at_cursor() {
+    const bool some = cursor_col_ < buffer_.length(cursor_row_) || cursor_row_ + 1 < buffer_.line_count();
     const char removed = buffer_.delete_at(cursor_row_, cursor_col_);
-    if (removed != 0) delete_char_buffer_.assign(1, removed);
+    if (some) delete_char_buffer_.assign(1, removed);
 }
 
 void Editor::delete_line() {

@@ -4,6 +4,7 @@
 
 #include "app/process.h"
 #include "editor/kpe.h"
+#include "screen/shown_rows.h"
 
 namespace {
 
@@ -46,6 +47,7 @@ void draw_page() {
     std::snprintf(title.data(), title.size(), "%s  %s - screen help", kpe_version_string().c_str(),
                   "Copyright (c) 2026 the kpe authors");
     erase();
+    g_shown_rows.forget();
     mvaddstr(0, 0, title.data());
     int row = 1;
     for (const char* const line : PAGE) mvaddstr(row++, 0, line);
@@ -55,6 +57,5 @@ void draw_page() {
 }  // namespace
 
 void Editor::show_help_screen() {
-    draw_page();
-    read_key(draw_page);
+    read_key([](bool) { draw_page(); });
 }

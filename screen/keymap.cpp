@@ -50,8 +50,12 @@ std::vector<std::string> sequences_of(int code) {
 }  // namespace
 
 void kpe_clear_keys() {
-    for (char c = 1; c < ' '; ++c) define_key(std::string(1, c).c_str(), 0);
-    define_key("\177", 0);
+    const auto clear = [](char c) {
+        const std::string bytes(1, c);
+        if (key_defined(bytes.c_str()) != KEY_BACKSPACE) define_key(bytes.c_str(), 0);
+    };
+    for (char c = 1; c < ' '; ++c) clear(c);
+    clear(KPE_DELETE);
     for (int code = KPE_KP0; code <= KPE_KP_ENTER; ++code) {
         for (const std::string& bytes : sequences_of(code)) define_key(bytes.c_str(), UNUSED_CODES + code);
     }

@@ -236,7 +236,8 @@ static auto effect_of_keys(size_t row, size_t col, Editor::Direction direction, 
                       kpe_keys_read());
 }
 
-// A count is typed easily and may be huge: it ends at Ctrl/C, and when nothing has happened for long.
+// A count is typed easily and may be huge: it ends at Ctrl/C, also after a prompt that ignored it, and when
+// nothing has happened for long.
 void Editor::repeat_gold_key(int key, int count) {
     constexpr int PATIENCE = 100;
     if (count == 1) {
@@ -244,13 +245,15 @@ void Editor::repeat_gold_key(int key, int count) {
         return;
     }
     const InterruptKey interrupt;
+    const size_t cancels = kpe_cancels_read();
     const auto effect = [this] {
         return effect_of_keys(cursor_row_, cursor_col_, direction_, show_line_numbers_, buffer_);
     };
     auto before = effect();
     for (int idle = 0; count > 0 && idle <= PATIENCE && !input_ended_; --count) {
         if (handle_gold_key(key)) return;
-        if (g_kpe_abort_requested || message_ == "Abort") {
+        const bool cancelled = kpe_cancels_read() != cancels && count > 1;
+        if (g_kpe_abort_requested || cancelled || message_ == "Abort") {
             g_kpe_abort_requested = 0;
             message_ = "Abort";
             return;

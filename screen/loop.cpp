@@ -24,7 +24,7 @@ void Editor::screen_mode() {
 void Editor::screen_loop() {
     kpe_register_keypad(keypad_mode_ == "PC");
     for (bool done = false; !done && !input_ended_;) {
-        draw_screen();
+        screen_stale_ = true;
         const int key = read_key();
         if (input_ended_) return;
         if (debug_keys_) last_key_debug_ = key_debug_name(key);
@@ -38,9 +38,9 @@ void Editor::screen_loop() {
     }
 }
 
-int Editor::read_key(const std::function<void()>& redraw) {
+int Editor::read_key(const std::function<void(bool anew)>& draw) {
     if (input_ended_) return ERR;
-    const int key = kpe_read_key(keypad_mode_ == "PC", redraw);
+    const int key = kpe_read_key(keypad_mode_ == "PC", draw);
     if (key == ERR) input_ended_ = true;
     return key;
 }

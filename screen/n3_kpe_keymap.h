@@ -12,7 +12,8 @@ constexpr int KPE_BACKSPACE = 8, KPE_TAB = 9, KPE_LINEFEED = 10, KPE_RETURN = 13
 
 // Takes out of the terminal's own keys what would disturb ours: extended keys of modern terminals (Alt/Delete
 // and the like), which curses numbers from 512 up, get codes that nothing uses, and a control byte is always
-// read as itself (the Linux console's entry calls Ctrl/Z a key of its own). After curses is started.
+// read as itself (the Linux console's entry calls Ctrl/Z a key of its own), except that the terminal's
+// backspace key stays KEY_BACKSPACE. After curses is started.
 void kpe_clear_keys();
 // Teaches curses the sequences of the keypad and of PF1 to PF4.
 void kpe_register_keypad(bool pc_keypad);

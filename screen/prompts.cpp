@@ -7,6 +7,7 @@
 #include "editor/text_helpers.h"
 #include "screen/curses_session.h"
 #include "screen/n3_kpe_keymap.h"
+#include "screen/shown_rows.h"
 
 namespace {
 
@@ -14,6 +15,7 @@ namespace {
 void show_prompt(const std::string& prompt, const std::string& answer) {
     const std::string text = prompt + answer;
     const size_t width = static_cast<size_t>(std::max(getmaxx(stdscr) - 1, 1));
+    g_shown_rows.forget(getmaxy(stdscr) - 1);
     ::move(getmaxy(stdscr) - 1, 0);
     clrtoeol();
     addstr(text.c_str() + (text.size() > width ? text.size() - width : 0));
@@ -43,13 +45,12 @@ std::string Editor::prompt_line_dir(const std::string& prompt, std::optional<Dir
 
 std::string Editor::read_prompt(const std::string& prompt, std::optional<Direction>* dir, bool leaves) {
     std::string answer;
-    const auto redraw = [&] {
-        draw_screen();
+    const auto draw = [&](bool anew) {
+        if (anew || screen_stale_) draw_screen();
         show_prompt(prompt, answer);
     };
     for (;;) {
-        show_prompt(prompt, answer);
-        const int key = read_key(redraw);
+        const int key = read_key(draw);
         if (key == ERR) return {};  // an answer that was cut off is none
         if (ends_prompt(key)) return answer;
         if (dir && (key == KPE_KP4 || key == KPE_KP5)) {

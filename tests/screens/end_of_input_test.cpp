@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <ctime>
+#include <fstream>
+#include <iterator>
+#include <map>
 #include <string>
 #include <thread>
 
@@ -26,6 +28,14 @@ const std::map<std::string, std::string> PLACES = {
     {"the keypad-less session", "x" + command("SET KEYPAD NOKEYPAD") + command("CHANGE") + "W"},
     {"INSERT", "x" + command("INSERT") + "abc" + RETURN},
 };
+
+// 'S' sleeping, 'T' stopped, and so on.
+char state_of(pid_t pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    const std::string line{std::istreambuf_iterator<char>(stat), {}};
+    const size_t name_end = line.rfind(") ");
+    return name_end == std::string::npos ? '?' : line[name_end + 2];
+}
 
 }  // namespace
 
@@ -93,7 +103,8 @@ TEST(EndOfInput, StoppedAndContinuedTheScreenComesBack) {
     s.keys("x");
     s.forget_output();
     s.signal(SIGTSTP);
-    s.wait_until([&] { return s.sent("\033>") > 0; });
+    s.wait_until([&] { return state_of(s.pid()) == 'T'; });
+    EXPECT_GE(s.sent("\033>"), 1U);
     s.signal(SIGCONT);
     s.wait_until([&] { return s.sent("line 7") > 0; });
     s.keys("y");

@@ -105,20 +105,28 @@ TEST(Gold, UndefinedKeysAreNamed) {
     EXPECT_EQ(s.bells(), 2U);
     s.keys(GOLD + END);
     EXPECT_EQ(s.row(23), "Undefined GOLD key: End  (code 360 / 0x168)");
+    s.keys(GOLD + key_of("kbs"));
+    EXPECT_EQ(s.row(23), "Undefined GOLD key: Backspace  (code 263 / 0x107)");
     s.keys("y");
     EXPECT_EQ(s.row(0), "yalpha");
 }
 
 TEST(Gold, CtrlCEndsARepeat) {
     Terminal s({.files = {{"t.txt", "alpha\n"}}});
-    s.send(GOLD + "2147483647" + KP0);  // a line at a time, for ever
-    s.wait_until([&] { return s.has(22, "[GOLD 2147483647]"); });
+    s.keys(GOLD + "2147483647");
+    s.send(KP0);  // a line at a time, for ever
     std::this_thread::sleep_for(200ms);
     s.keys(Ctrl('c'));
     EXPECT_EQ(s.row(23), "Abort");
     s.keys("x" + GOLD + KP5);
     EXPECT_EQ(s.row(0), "");
     EXPECT_TRUE(s.running());
+    s.keys(GOLD + "999" + PF3 + Ctrl('c'));  // a prompt ignores it, but is not asked again
+    EXPECT_EQ(s.row(23), "Search for:");
+    s.keys(RETURN);
+    EXPECT_EQ(s.row(23), "Abort");
+    s.keys("y");
+    EXPECT_EQ(s.row(0), "y");
 }
 
 TEST(Gold, AnInterruptSignalIsCtrlC) {
