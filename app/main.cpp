@@ -112,9 +112,9 @@ bool configured_versioning() {
     if (n3rz::env_tagged("kpe", "_NO_RZCONFIG")) return false;
     std::string value;
     const bool found = n3rz::config_lookup("KPE/VERSIONING", value, "kpe");
-    const bool present = found || n3rz::runtime_present();
     const bool versioning = found && n3rz::config_is_on(value);
     if (n3rz::env_tagged("kpe", "_RZ_DEBUG")) {
+        const bool present = found || n3rz::runtime_present();  // nothing else asks, and the search takes time
         kpe_warn("kpe: rzrt_present=" + std::to_string(present) + " versioning=" + std::to_string(versioning));
     }
     return versioning;

@@ -76,8 +76,9 @@ bool Editor::match_constraints_ok(size_t row, size_t col, size_t len) const {
 }
 
 std::optional<Matcher::Match> Editor::next_allowed(const Matcher::Piece& line, size_t from) const {
+    const Matcher& search = matcher();
     while (!g_kpe_abort_requested) {
-        const auto match = matcher().first_in(line, from);
+        const auto match = search.first_in(line, from);
         if (!match || constraints_allow(line, *match)) return match;
         if (search_begin_) break;  // the later ones do not start the line either
         if (match->len == 0 && match->col == line.text.size()) break;

@@ -118,6 +118,7 @@ private:
 
     void replace_in_row(size_t row, std::string_view old, size_t from) {
         built.clear();
+        built.reserve(old.size() + old.size() / 8);
         GrowingLine line{built, {old}};
         const bool has_mark = editor.buffer_.has_mark() && editor.buffer_.mark_row() == row;
         size_t mark = has_mark ? editor.buffer_.mark_col() : 0;

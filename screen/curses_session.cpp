@@ -271,6 +271,11 @@ size_t kpe_keys_read() { return g_keys_read; }
 
 size_t kpe_cancels_read() { return g_cancels_read; }
 
+bool kpe_terminal_gone() {
+    pollfd input = {STDIN_FILENO, 0, 0};
+    return poll(&input, 1, 0) > 0;
+}
+
 void kpe_repaint() { clearok(curscr, TRUE); }
 
 int kpe_read_key(bool pc_keypad, const KpeDraw& draw) {

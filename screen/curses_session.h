@@ -61,5 +61,7 @@ int kpe_read_key(bool pc_keypad, const KpeDraw& draw);
 // How many keys were read so far, and how many of them were Ctrl/C.
 size_t kpe_keys_read();
 size_t kpe_cancels_read();
+// Whether the terminal has hung up: no key will come any more, not even the Ctrl/C that ends what lasts.
+bool kpe_terminal_gone();
 // The next refresh repaints the whole screen.
 void kpe_repaint();

@@ -87,6 +87,8 @@ struct Editor::KeyTable {
 
     static const Row ROWS[];
     static const Row* find(int key);
+    // Each key stands once, and each name does something.
+    static constexpr bool is_sound();
     // false when there is nothing to run.
     static bool run(Editor& e, const Action& action);
 };
@@ -150,7 +152,21 @@ constexpr Editor::KeyTable::Row Editor::KeyTable::ROWS[] = {
 };
 // clang-format on
 
+constexpr bool Editor::KeyTable::is_sound() {
+    const auto whole = [](const Function& f) {
+        return (*f.name == '\0') == std::holds_alternative<std::monostate>(f.run);
+    };
+    for (const Row& row : ROWS) {
+        if (!whole(row.plain) || !whole(row.gold)) return false;
+        for (const Row* other = ROWS; other != &row; ++other) {
+            if (other->code == row.code) return false;
+        }
+    }
+    return true;
+}
+
 const Editor::KeyTable::Row* Editor::KeyTable::find(int key) {
+    static_assert(is_sound());
     for (const Row& row : ROWS) {
         if (row.code == key) return &row;
     }
@@ -203,6 +219,12 @@ int with_digit(int count, int key) {
     return next > INT_MAX ? INT_MAX : static_cast<int>(next);
 }
 
+// What a key can change, as far as it is cheap to see. A function that asks for keys always has an effect.
+auto effect_of_keys(size_t row, size_t col, Editor::Direction direction, bool numbers, const TextBuffer& text) {
+    return std::tuple(row, col, direction, numbers, text.line_count(), text.length(row), text.has_mark(),
+                      kpe_keys_read());
+}
+
 }  // namespace
 
 bool Editor::handle_screen_key(int key) {
@@ -230,16 +252,10 @@ bool Editor::run_defined_key(int key, bool gold) {
     return try_defined_key(key, gold);
 }
 
-// What a key can change, as far as it is cheap to see. A function that asks for keys always has an effect.
-static auto effect_of_keys(size_t row, size_t col, Editor::Direction direction, bool numbers, const TextBuffer& text) {
-    return std::tuple(row, col, direction, numbers, text.line_count(), text.length(row), text.has_mark(),
-                      kpe_keys_read());
-}
-
-// A count is typed easily and may be huge: it ends at Ctrl/C, also after a prompt that ignored it, and when
-// nothing has happened for long.
+// A count is typed easily and may be huge: it ends at Ctrl/C, also after a prompt that ignored it, when nothing
+// has happened for long, and with the terminal.
 void Editor::repeat_gold_key(int key, int count) {
-    constexpr int PATIENCE = 100;
+    constexpr int PATIENCE = 100, TRUST = 1000;  // repeats without effect, and without a look at the terminal
     if (count == 1) {
         handle_gold_key(key);
         return;
@@ -258,6 +274,7 @@ void Editor::repeat_gold_key(int key, int count) {
             message_ = "Abort";
             return;
         }
+        if (count % TRUST == 0 && kpe_terminal_gone()) return;
         const auto after = effect();
         idle = after == before ? idle + 1 : 0;
         before = after;

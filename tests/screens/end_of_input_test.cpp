@@ -51,11 +51,14 @@ TEST(EndOfInput, AHangupEndsTheSessionAnywhereWithoutSaving) {
     }
 }
 
+// A session that is not told of a hangup.
+const Setup DEAF{.files = {{"t.txt", "one\n"}}, .args = {"-c", "trap '' HUP; exec \"$KPE\" t.txt"},
+                 .env = {{"KPE", KPE_PROGRAM}}, .program = "/bin/sh"};
+
 TEST(EndOfInput, SoItDoesWhereNoSignalComes) {
     for (const auto& [place, keys] : PLACES) {
         SCOPED_TRACE(place);
-        Terminal s({.files = {{"t.txt", "one\n"}}, .args = {"-c", "trap '' HUP; exec \"$KPE\" t.txt"},
-                    .env = {{"KPE", KPE_PROGRAM}}, .program = "/bin/sh"});
+        Terminal s(DEAF);
         s.keys(keys);
         s.hang_up();
         EXPECT_EQ(s.status(), 0);
@@ -82,6 +85,14 @@ TEST(EndOfInput, ASignalEndsALongRepeat) {
     std::this_thread::sleep_for(200ms);
     s.signal(SIGTERM);
     EXPECT_EQ(s.status(), -SIGTERM);
+}
+
+TEST(EndOfInput, AHangupEndsALongRepeatWhereNoSignalComes) {
+    Terminal s(DEAF);
+    s.send(GOLD + "2147483647" + KP0);
+    std::this_thread::sleep_for(200ms);
+    s.hang_up();
+    EXPECT_EQ(s.status(), 0);
 }
 
 TEST(EndOfInput, WaitingCostsNoTime) {

@@ -20,11 +20,11 @@
 //         Terminal s({.files = {{"t.txt", "one\ntwo\n"}}});   // kpe t.txt, 24 x 80, CHANGE typed
 //         EXPECT_EQ(s.row(0), "one");
 //         s.keys(GOLD + KP4);                                 // sent, and waited until all of it was handled
-//         EXPECT_EQ(s.cursor(), at(2, 0));
+//         EXPECT_EQ(s.cursor(), at(1, 3));
 //         EXPECT_TRUE(s.has(22, "[BOTTOM]"));
 //         s.keys("new" + Ctrl('z') + "EXIT" + RETURN);
 //         EXPECT_EQ(s.status(), 0);
-//         EXPECT_EQ(s.files().get("t.txt"), "one\ntwo\nnew\n");
+//         EXPECT_EQ(s.files().get("t.txt"), "one\ntwonew\n");
 //     }
 //
 // - Rows and columns are zero-based. A row is its text in UTF-8 without the blanks at its end, "" when there is no
