@@ -1,302 +1,342 @@
-// Plays dialogue files against the program: play [-p PROGRAM] [-k] FILE...
-// -p: another program than the one built; -k: keeps the directories of failed cases.
+// Plays dialogue files, as tests/README.md describes them, against the program: kpe_play [-k] FILE...
+// -k keeps the directories of failed cases.
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
-#include <chrono>
-#include <csignal>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <regex>
+#include <set>
+#include <sstream>
 #include <stdexcept>
-
-#include "script.h"
+#include <string>
+#include <vector>
 
 namespace fs = std::filesystem;
-using dialogue::Case, dialogue::Piece, dialogue::Session, dialogue::shown_as, dialogue::Step;
 
 namespace {
 
-constexpr std::chrono::seconds TIME_LIMIT{20};
+using std::string;
+using Lines = std::vector<string>;
+
+// In expected output: the rest of the line is a regular expression; any lines may be here.
+constexpr char LIKE = '\1';
+const string SKIPS = "\2";
 constexpr size_t SHOWN_LINES = 12;
 
-struct Failure {
-    int line;
-    std::string what;
-};
+string trimmed(const string& s) {
+    const size_t first = s.find_first_not_of(" \t");
+    return first == string::npos ? "" : s.substr(first, s.find_last_not_of(" \t") - first + 1);
+}
 
-struct Outcome {
-    std::string out, err, end;  // end: "status 0", "signal 9" or "no end within the time limit"
-};
-
-std::string replaced(std::string text, const std::string& from, const std::string& to) {
-    for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
-        text.replace(at, from.size(), to);
-    }
+string replaced(string text, const string& from, const string& to) {
+    for (size_t at = 0; (at = text.find(from, at)) != string::npos; at += to.size()) text.replace(at, from.size(), to);
     return text;
 }
 
-std::optional<std::string> content_of(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in || fs::is_directory(path)) return std::nullopt;
-    return std::string(std::istreambuf_iterator<char>(in), {});
+Lines split(const string& text, const string& at) {
+    Lines parts;
+    size_t from = 0;
+    for (size_t end; (end = text.find(at, from)) != string::npos; from = end + at.size())
+        parts.push_back(text.substr(from, end - from));
+    parts.push_back(text.substr(from));
+    return parts;
 }
 
-// A child process in a directory, with a whole environment, fed and watched to its end.
-class Child {
-public:
-    Child(const std::vector<std::string>& words, const std::vector<std::string>& env, const fs::path& dir) {
-        for (Pipe& pipe : pipes_) {
-            if (pipe2(pipe.ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+// The line with its end, unless "\c" takes that away. Throws for an escape that is none.
+string unescaped(const string& line) {
+    static const string NAMES = "str|\\", BYTES = " \t\r|\\";
+    string out;
+    for (size_t i = 0; i < line.size(); ++i) {
+        if (line[i] != '\\') {
+            out += line[i];
+            continue;
         }
-        pid_ = fork();
-        if (pid_ < 0) throw std::runtime_error("no process");
-        if (pid_ == 0) run(words, env, dir);
-        close(pipes_[0].ends[0]);
-        close(pipes_[1].ends[1]);
-        close(pipes_[2].ends[1]);
-        fcntl(pipes_[0].ends[1], F_SETFL, O_NONBLOCK);
+        const char name = line.at(++i);
+        if (const size_t at = NAMES.find(name); at != string::npos)
+            out += BYTES[at];
+        else if (name == '^')
+            out += static_cast<char>(line.at(++i) & 0x1f);
+        else if (name == 'x')
+            out += static_cast<char>(std::stoi(line.substr(i + 1, 2), nullptr, 16)), i += 2;
+        else if (name == 'c' && i + 1 == line.size())
+            return out;
+        else if (name != 'e')
+            throw std::runtime_error(string("unknown escape \\") + name);
     }
+    return out + '\n';
+}
 
-    // Until the child has closed both outputs and is gone.
-    Outcome watch(const std::string& input) {
-        Outcome outcome;
-        const auto deadline = std::chrono::steady_clock::now() + TIME_LIMIT;
-        std::array<pollfd, 3> fds = {pollfd{pipes_[0].ends[1], POLLOUT, 0}, pollfd{pipes_[1].ends[0], POLLIN, 0},
-                                     pollfd{pipes_[2].ends[0], POLLIN, 0}};
-        size_t fed = 0;
-        bool late = false;
-        while (fds[1].fd >= 0 || fds[2].fd >= 0) {
-            const auto left =
-                std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-            late = left.count() <= 0;
-            if (late || (poll(fds.data(), fds.size(), static_cast<int>(left.count())) < 0 && errno != EINTR)) break;
-            if (fds[0].revents != 0) feed(fds[0], input, fed);
-            if (fds[1].revents != 0) take(fds[1], outcome.out);
-            if (fds[2].revents != 0) take(fds[2], outcome.err);
-        }
-        for (const pollfd& fd : fds) {
-            if (fd.fd >= 0) close(fd.fd);
-        }
-        if (late) kill(-pid_, SIGKILL);
-        int status = 0;
-        waitpid(pid_, &status, 0);
-        if (late)
-            outcome.end = "no end within the time limit";
-        else if (WIFSIGNALED(status))
-            outcome.end = "signal " + std::to_string(WTERMSIG(status));
-        else
-            outcome.end = "status " + std::to_string(WEXITSTATUS(status));
-        return outcome;
-    }
+string text_of(const Lines& lines) {
+    string text;
+    for (const string& line : lines) text += unescaped(line);
+    return text;
+}
 
-private:
-    struct Pipe {
-        int ends[2];
-    };
-
-    [[noreturn]] void run(const std::vector<std::string>& words, const std::vector<std::string>& env,
-                          const fs::path& dir) {
-        setpgid(0, 0);
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        signal(SIGPIPE, SIG_DFL);
-        dup2(pipes_[0].ends[0], 0);
-        dup2(pipes_[1].ends[1], 1);
-        dup2(pipes_[2].ends[1], 2);
-        std::vector<char*> argv, envp;
-        for (const std::string& word : words) argv.push_back(const_cast<char*>(word.c_str()));
-        for (const std::string& pair : env) envp.push_back(const_cast<char*>(pair.c_str()));
-        argv.push_back(nullptr);
-        envp.push_back(nullptr);
-        if (chdir(dir.c_str()) == 0) execve(argv[0], argv.data(), envp.data());
-        fprintf(stderr, "%s: %s\n", argv[0], strerror(errno));
-        _exit(127);
-    }
-
-    static void feed(pollfd& fd, const std::string& input, size_t& fed) {
-        const ssize_t n = fed < input.size() ? write(fd.fd, input.data() + fed, input.size() - fed) : 0;
-        if (n > 0) fed += static_cast<size_t>(n);
-        if (n > 0 || (n < 0 && (errno == EAGAIN || errno == EINTR))) return;
-        close(fd.fd);  // all fed, or nobody reads
-        fd.fd = -1;
-    }
-
-    static void take(pollfd& fd, std::string& out) {
-        std::array<char, 65536> bytes;
-        const ssize_t n = read(fd.fd, bytes.data(), bytes.size());
-        if (n > 0) out.append(bytes.data(), static_cast<size_t>(n));
-        if (n > 0 || (n < 0 && errno == EINTR)) return;
-        close(fd.fd);
-        fd.fd = -1;
-    }
-
-    std::array<Pipe, 3> pipes_;
-    pid_t pid_ = -1;
+// "keyword name: value", the value cut at " | " and followed by its block.
+struct Directive {
+    string keyword, name;
+    Lines value;
 };
 
-// One case in a directory of its own, which is its home as well.
+// A file that is made before the session or compared after it, one that must be absent, or a command of the shell.
+struct Step {
+    string keyword, name, text;
+};
+
+struct Session {
+    Lines args = {"t.txt"};
+    std::vector<Step> before, after;
+    std::optional<string> banner;  // none: the usual one, from the file on disk
+    string input, expected, errors, last;
+    int status = 0;
+    bool raw = false, started = false, ended = false;
+
+    void feed(const Lines& lines, const string& prompt) {
+        if (lines.empty()) throw std::runtime_error("nothing to type: \\e is an empty line");
+        for (const string& line : lines) {
+            last = unescaped(line);
+            input += last;
+            expected += prompt;
+        }
+        static const std::regex ENDING("\\s*(EXIT|EX|QUIT|Q)\\s*", std::regex::icase);
+        ended = prompt == "*" && std::regex_match(last, ENDING);
+    }
+};
+
+struct Case {
+    string title;
+    int line = 0;
+    Lines env;
+    std::vector<Session> sessions = {Session{}};
+
+    void apply(const Directive& d) {
+        static const std::set<string> PREPARING = {"file", "shell", "absent", "args", "env", "banner", "raw", "again"};
+        Session& now = sessions.back();
+        now.started = now.started || PREPARING.count(d.keyword) == 0;
+        const string text = text_of(d.value), word = text.substr(0, text.find('\n'));
+        if (d.keyword == "file" || d.keyword == "shell" || d.keyword == "absent") {
+            const bool later = now.started || d.keyword == "absent";
+            const string name = d.keyword == "absent" ? word : d.name.empty() ? "t.txt" : d.name;
+            (later ? now.after : now.before).push_back({d.keyword, name, text});
+        } else if (d.keyword == "args" || d.keyword == "again") {
+            if (d.keyword == "again") sessions.emplace_back();
+            std::istringstream words(d.value.empty() ? "t.txt" : d.value[0]);
+            sessions.back().args = {std::istream_iterator<string>(words), {}};
+        } else if (d.keyword == "env") {
+            env.push_back(word);
+        } else if (d.keyword == "*") {
+            now.feed(d.value, now.raw ? "" : "*");
+        } else if (d.keyword == "answer") {
+            now.feed(d.value, "");
+        } else if (d.keyword == "more") {
+            now.feed(d.value, "_");
+        } else if (d.keyword == "shows") {
+            now.expected += text;
+        } else if (d.keyword == "like") {
+            now.expected += LIKE + text;
+        } else if (d.keyword == "skips") {
+            now.expected += SKIPS + '\n';
+        } else if (d.keyword == "banner") {
+            now.banner = text;
+        } else if (d.keyword == "raw") {
+            now.raw = true;
+        } else if (d.keyword == "stderr") {
+            now.errors = text;
+        } else if (d.keyword == "status") {
+            now.status = std::stoi(word);
+        } else {
+            throw std::runtime_error("unknown keyword " + d.keyword);
+        }
+    }
+};
+
+Lines cut(const string& value) {
+    Lines parts = split(value, " | ");
+    for (string& part : parts) part = trimmed(part);
+    return trimmed(value).empty() ? Lines{} : parts;
+}
+
+// Throws std::runtime_error with the line and what is wrong with it.
+std::vector<Case> read_cases(const string& path) {
+    std::vector<Case> cases;
+    std::vector<Directive> found;  // of the last line and what follows it
+    std::ifstream in(path);
+    int number = 0;
+    const auto flush = [&] {
+        if (!found.empty() && cases.empty()) throw std::runtime_error("a line before the first case");
+        for (const Directive& d : found) cases.back().apply(d);
+        found.clear();
+    };
+    try {
+        for (string raw; ++number, std::getline(in, raw);) {
+            const string line = raw.substr(0, raw.find_last_not_of(" \t") + 1);
+            if (line.starts_with("    ") && !found.empty()) {
+                found.back().value.push_back(line.substr(4));
+                continue;
+            }
+            flush();
+            if (line.empty() || line[0] == '#') continue;
+            const size_t arrow = line.find(" => "), colon = line.find(':');
+            if (line.starts_with("== ")) {
+                cases.push_back({trimmed(line.substr(3)), number, {}});
+            } else if (line.starts_with("* ")) {
+                found.push_back({"*", "", cut(line.substr(2, arrow == string::npos ? arrow : arrow - 2))});
+                if (arrow != string::npos) found.push_back({"shows", "", cut(line.substr(arrow + 4))});
+            } else {
+                const string head = line.substr(0, colon);
+                const size_t blank = std::min(head.find(' '), head.size());
+                if (colon == string::npos) throw std::runtime_error("no keyword with \":\"");
+                found.push_back({head.substr(0, blank), trimmed(head.substr(blank)), cut(line.substr(colon + 1))});
+            }
+        }
+        flush();
+    } catch (const std::exception& e) {
+        throw std::runtime_error("near line " + std::to_string(number) + ": " + e.what());
+    }
+    if (cases.empty()) throw std::runtime_error("no case in it");
+    return cases;
+}
+
+string shown(const Lines& lines, size_t from) {
+    string out;
+    for (size_t i = from; i < std::min(lines.size(), from + SHOWN_LINES); ++i) {
+        out += "    | ";
+        for (const char c : lines[i]) {
+            char hex[8];
+            snprintf(hex, sizeof hex, "\\x%02x", static_cast<unsigned>(static_cast<unsigned char>(c)));
+            out += c == LIKE ? "(like) " : c >= ' ' && c < 127 ? string(1, c) : string(hex);
+        }
+        out += '\n';
+    }
+    return out;
+}
+
+bool fits(const string& wanted, const string& got) {
+    const size_t like = wanted.find(LIKE);
+    if (like == string::npos) return wanted == got;
+    return got.compare(0, like, wanted, 0, like) == 0 &&
+           std::regex_match(got.substr(like), std::regex(wanted.substr(like + 1)));
+}
+
+// Empty when they are the same.
+string difference(const string& of, const string& wanted, const string& got) {
+    const Lines w = split(wanted, "\n");
+    Lines g = split(got, "\n");
+    const size_t skips = static_cast<size_t>(std::find(w.begin(), w.end(), SKIPS) - w.begin());
+    const auto at = [&](size_t row) { return g.begin() + static_cast<std::ptrdiff_t>(row); };
+    if (skips < w.size() && g.size() > w.size()) *g.erase(at(skips), at(skips + g.size() - w.size())) = SKIPS;
+    size_t i = 0;
+    while (i < w.size() && i < g.size() && fits(w[i], g[i])) ++i;
+    if (i == w.size() && i == g.size()) return "";
+    return "  " + of + ", expected from line " + std::to_string(i + 1) + " on:\n" + shown(w, i) + "  got:\n" +
+           shown(g, i);
+}
+
+std::optional<string> content_of(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in || fs::is_directory(path)) return std::nullopt;
+    return string(std::istreambuf_iterator<char>(in), {});
+}
+
+// Plays one case in a directory of its own, which is its home as well. Failures are added up in failed.
 class Stage {
 public:
-    Stage(const Case& c, const std::string& program, bool keep) : case_(c), program_(program), keep_(keep) {
-        std::string name = (fs::temp_directory_path() / "kpe_play_XXXXXX").string();
+    explicit Stage(const Case& c) : case_(c), root_(fs::temp_directory_path() / "kpe_play_XXXXXX") {
+        string name = root_.string();
         if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary directory");
-        dir_ = name;
-        std::map<std::string, std::string> env = {{"HOME", name},
-                                                  {"LC_ALL", "C"},
-                                                  {"PATH", "/usr/local/bin:/usr/bin:/bin"},
-                                                  {"TERM", "vt100"},
-                                                  {"SRC", KPE_SOURCE_DIR}};
-        for (const char* kept : {"ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS"}) {
-            if (const char* value = getenv(kept)) env[kept] = value;
+        root_ = name;
+        fs::create_directory(dir_ = root_ / "home");
+        for (const Session& session : c.sessions) {
+            if (failed.empty()) play(session);
         }
-        for (const auto& [key, value] : c.env) env[key] = value;
-        for (const auto& [key, value] : env) env_.push_back(key + "=" + here(value));
     }
-    ~Stage() {
-        std::error_code ignored;
-        if (!keep_) fs::remove_all(dir_, ignored);
-    }
-    Stage(const Stage&) = delete;
-    Stage& operator=(const Stage&) = delete;
-
-    // Throws the first Failure.
-    void play() {
-        for (const Session& session : case_.sessions) play(session);
-        keep_ = false;
-    }
-    const fs::path& dir() const { return dir_; }
+    const fs::path& root() const { return root_; }
+    string failed;
 
 private:
-    std::string here(const std::string& text) const { return replaced(text, "$DIR", dir_.string()); }
+    string here(const string& text) const { return replaced(text, "$DIR", dir_.string()); }
+    static string quoted(const string& word) { return " '" + replaced(word, "'", "'\\''") + "'"; }
+
+    // The exit status as the shell gives it (128 and more: a signal; the time limit is SIGKILL); out and err are set.
+    int run(const Lines& words, const string& input) {
+        std::ofstream(root_ / "in", std::ios::binary) << input;
+        string command = "cd" + quoted(dir_) + " && exec timeout -s KILL 20 env -i LC_ALL=C TERM=vt100";
+        for (const char* name : {"ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS"})
+            if (const char* value = getenv(name)) command += quoted(string(name) + "=" + value);
+        command += quoted("HOME=" + dir_.string()) + quoted(string("SRC=") + KPE_SOURCE_DIR);
+        command += " PATH=/usr/local/bin:/usr/bin:/bin";
+        for (const string& pair : case_.env) command += quoted(here(pair));
+        for (const string& word : words) command += quoted(here(word));
+        const int how = std::system((command + " <../in >../out 2>../err").c_str());
+        out_ = content_of(root_ / "out").value();
+        err_ = content_of(root_ / "err").value();
+        return WIFEXITED(how) ? WEXITSTATUS(how) : 128 + WTERMSIG(how);
+    }
 
     void play(const Session& session) {
-        for (const Step& step : session.before) prepare(step);
-        std::vector<Piece> shown = session.shown;
-        shown.insert(shown.begin(), {Piece::Text, session.banner.value_or(usual_banner(session)), "", session.line});
-        shown.insert(shown.begin(), {Piece::Text, session.preface, "", session.line});
+        for (const Step& step : session.before) {
+            if (step.keyword == "file")
+                std::ofstream(dir_ / step.name, std::ios::binary) << here(step.text);
+            else
+                shell(step);
+        }
+        string expected = session.raw ? "" : session.banner.value_or(usual_banner(session));
+        expected += session.expected + (session.raw || session.ended ? "" : "*");
+        Lines words = {KPE_PROGRAM};
+        words.insert(words.end(), session.args.begin(), session.args.end());
+        const int status = run(words, here(session.input));
+        failed += difference("standard output", here(expected), out_) +
+                  difference("standard error", here(session.errors), err_);
+        if (status != session.status) failed += "  ended with status " + std::to_string(status) + "\n";
+        for (const Step& step : session.after) {
+            const std::optional<string> found = content_of(dir_ / step.name);
+            if (step.keyword == "shell")
+                shell(step);
+            else if (step.keyword == "absent" ? fs::exists(fs::symlink_status(dir_ / step.name)) : !found)
+                failed += "  " + step.name + (found ? " is there\n" : " is missing\n");
+            else if (step.keyword == "file")
+                failed += difference(step.name, here(step.text), *found);
+        }
+    }
 
-        std::vector<std::string> words = {program_};
-        for (const std::string& arg : session.args) words.push_back(here(arg));
-        const Outcome outcome = Child(words, env_, dir_).watch(here(session.input));
-
-        const std::string wanted = "status " + std::to_string(session.status);
-        std::string ending =
-            outcome.end == wanted ? "" : "  ended with " + outcome.end + " instead of " + wanted + "\n";
-        if (outcome.err != here(session.errors))
-            ending += difference("standard error", here(session.errors), outcome.err);
-        compare(shown, outcome.out, ending);
-        if (!ending.empty()) throw Failure{session.line, ending};
-        for (const Step& step : session.after) look_at(step);
+    void shell(const Step& step) {
+        if (run({"/bin/sh", "-e", "-c", step.text}, "") != 0) failed += "  the shell failed: " + out_ + err_;
     }
 
     // What a session prints before its first prompt, when nothing was set otherwise.
-    std::string usual_banner(const Session& session) const {
-        for (const std::string& arg : session.args) {
-            if (arg.empty() || arg[0] == '-' || arg[0] == '/') continue;
-            const std::string start = "$ EDIT/KPE " + arg + "\n";
-            const std::optional<std::string> text = content_of(dir_ / here(arg));
-            if (!text) return start + "Input file does not exist\n[EOB]\n";
-            std::string first = text->substr(0, text->find('\n'));
-            if (!first.empty() && first.back() == '\r') first.pop_back();
-            return start + "1 " + replaced(first, "\f", "^L") + "\n";
+    string usual_banner(const Session& session) const {
+        for (const string& arg : session.args) {
+            if (arg[0] == '-' || arg[0] == '/') continue;
+            const std::optional<string> text = content_of(dir_ / here(arg));
+            const string first = text ? replaced(text->substr(0, text->find_first_of("\r\n")), "\f", "^L") : "";
+            return "$ EDIT/KPE " + arg + (text ? "\n1 " + first + "\n" : "\nInput file does not exist\n[EOB]\n");
         }
         return "";
     }
 
-    static std::string difference(const std::string& of, const std::string& wanted, const std::string& got) {
-        return "  expected " + of + ":\n" + shown_as(wanted, "    | ", SHOWN_LINES) + "  got:\n" +
-               shown_as(got, "    | ", SHOWN_LINES);
-    }
-
-    // All of out has to be the pieces one behind the other.
-    void compare(const std::vector<Piece>& pieces, const std::string& out, const std::string& more) const {
-        size_t at = 0;
-        for (size_t i = 0; i < pieces.size(); ++i) {
-            if (fits(pieces[i], out, at)) continue;
-            std::string rest;
-            for (size_t j = i; j < pieces.size(); ++j) {
-                rest += pieces[j].kind == Piece::Like ? "(like " + pieces[j].text + ")\n" : here(pieces[j].text);
-            }
-            fail(pieces[i].line, pieces[i].after, rest, out.substr(at), more);
-        }
-        if (at < out.size()) fail(pieces.back().line, pieces.back().after, "", out.substr(at), more);
-    }
-
-    bool fits(const Piece& piece, const std::string& out, size_t& at) const {
-        const std::string wanted = here(piece.text);
-        if (piece.kind == Piece::Text) {
-            if (out.compare(at, wanted.size(), wanted) != 0) return false;
-            at += wanted.size();
-            return true;
-        }
-        const size_t end = out.find('\n', at);
-        if (end == std::string::npos || !std::regex_match(out.substr(at, end - at), std::regex(wanted))) return false;
-        at = end + 1;
-        return true;
-    }
-
-    [[noreturn]] static void fail(int line, const std::string& after, const std::string& wanted, const std::string& got,
-                                  const std::string& more) {
-        const std::string typed = after.empty() ? "  before anything was typed\n" : "  after " + after + "\n";
-        throw Failure{line, typed + difference("from here on", wanted, got) + more};
-    }
-
-    void prepare(const Step& step) {
-        if (step.kind == Step::Shell) return shell(step);
-        std::ofstream(dir_ / step.name, std::ios::binary) << here(step.text);
-    }
-
-    void look_at(const Step& step) const {
-        if (step.kind == Step::Shell) return shell(step);
-        const std::optional<std::string> found = content_of(dir_ / step.name);
-        if (step.kind == Step::Absent) {
-            if (fs::exists(fs::symlink_status(dir_ / step.name)))
-                throw Failure{step.line, "  there is a " + step.name + "\n"};
-            return;
-        }
-        if (!found) throw Failure{step.line, "  there is no " + step.name + "\n"};
-        if (*found != here(step.text)) throw Failure{step.line, difference(step.name, here(step.text), *found)};
-    }
-
-    void shell(const Step& step) const {
-        const Outcome outcome = Child({"/bin/sh", "-e", "-c", here(step.text)}, env_, dir_).watch("");
-        if (outcome.end != "status 0") {
-            throw Failure{step.line, "  the shell ended with " + outcome.end + "\n" +
-                                         shown_as(outcome.out + outcome.err, "    | ", SHOWN_LINES)};
-        }
-    }
-
     const Case& case_;
-    std::string program_;
-    bool keep_;
-    fs::path dir_;
-    std::vector<std::string> env_;
+    fs::path root_, dir_;
+    string out_, err_;
 };
 
 // The number of failed cases.
-int play_file(const std::string& path, const std::string& program, bool keep) {
-    const std::vector<Case> cases = dialogue::read_cases(path);
-    if (cases.empty()) throw std::runtime_error("no case in it");
+int play_file(const string& path, bool keep) {
     int failed = 0;
+    const std::vector<Case> cases = read_cases(path);
     for (const Case& c : cases) {
-        Stage stage(c, program, keep);
-        try {
-            stage.play();
-        } catch (const Failure& failure) {
+        const Stage stage(c);
+        if (!stage.failed.empty()) {
             ++failed;
-            printf("%s:%d: %s\n%s", path.c_str(), failure.line, c.title.c_str(), failure.what.c_str());
-            if (keep) printf("  kept in %s\n", stage.dir().c_str());
+            printf("%s:%d: %s\n%s", path.c_str(), c.line, c.title.c_str(), stage.failed.c_str());
+            if (keep) printf("  kept in %s\n", stage.root().c_str());
         }
+        if (stage.failed.empty() || !keep) fs::remove_all(stage.root());
     }
     printf("%s: %zu cases, %d failed\n", fs::path(path).filename().c_str(), cases.size(), failed);
     return failed;
@@ -305,26 +345,11 @@ int play_file(const std::string& path, const std::string& program, bool keep) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string program = KPE_PROGRAM;
-    bool keep = false;
-    int option;
-    while ((option = getopt(argc, argv, "p:k")) != -1) {
-        if (option == 'p')
-            program = optarg;
-        else if (option == 'k')
-            keep = true;
-        else
-            return 2;
-    }
-    if (optind == argc) {
-        fprintf(stderr, "usage: %s [-p PROGRAM] [-k] FILE...\n", argv[0]);
-        return 2;
-    }
-    signal(SIGPIPE, SIG_IGN);
-    int failed = 0;
-    for (int i = optind; i < argc; ++i) {
+    const bool keep = argc > 1 && string(argv[1]) == "-k";
+    int failed = argc > (keep ? 2 : 1) ? 0 : 1;
+    for (int i = keep ? 2 : 1; i < argc; ++i) {
         try {
-            failed += play_file(argv[i], program, keep);
+            failed += play_file(argv[i], keep);
         } catch (const std::exception& e) {
             ++failed;
             printf("%s: %s\n", argv[i], e.what());

@@ -10,16 +10,15 @@
 
 #include <chrono>
 #include <csignal>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
 
+#include "unit/scratch.h"
+
 // Signals that reach a session in the middle of a command: each is sent when its output or the kernel tells
 // that the program has got there.
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -34,10 +33,8 @@ public:
 
     explicit Session(const std::string& text, const std::string& startup = "", Input input = Input::Pipe,
                      bool ignore_hangup = false) {
-        std::string name = (fs::temp_directory_path() / "kpe-test-XXXXXX").string();
-        dir_ = mkdtemp(name.data());
-        std::ofstream(dir_ / "t.txt", std::ios::binary) << text;
-        std::ofstream(dir_ / "startup", std::ios::binary) << startup;
+        dir_.put("t.txt", text);
+        dir_.put("startup", startup);
         int in[2], out[2];
         int terminal = -1;
         if (input == Input::Terminal) {
@@ -54,8 +51,8 @@ public:
             if (ignore_hangup) signal(SIGHUP, SIG_IGN);
             if (terminal < 0) dup2(in[0], 0);
             dup2(out[1], 1);
-            if (chdir(dir_.c_str()) != 0) _exit(126);
-            setenv("HOME", dir_.c_str(), 1);
+            if (chdir(dir_.root().c_str()) != 0) _exit(126);
+            setenv("HOME", dir_.root().c_str(), 1);
             execl(KPE_PROGRAM, "kpe", "-command=startup", "t.txt", static_cast<char*>(nullptr));
             _exit(127);
         }
@@ -72,8 +69,6 @@ public:
         }
         hang_up();
         close(from_);
-        std::error_code ignored;
-        fs::remove_all(dir_, ignored);
     }
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -101,7 +96,7 @@ public:
     }
     // Until the program waits for something.
     bool sleeps() {
-        return until([&] { return status("State:").starts_with("S"); });
+        return until([&] { return field(3) == "S"; });
     }
     // Until the program has worked for some time since this was called.
     bool works() {
@@ -129,22 +124,16 @@ private:
         }
         return false;
     }
-    std::string status(const std::string& key) const {
-        std::ifstream in("/proc/" + std::to_string(pid_) + "/status");
-        for (std::string word, rest; in >> word && std::getline(in >> std::ws, rest);)
-            if (word == key) return rest;
-        return "";
-    }
-    long clock_ticks() const {
+    // A field of the program's line in /proc, counted from one; its name holds no blank.
+    std::string field(int number) const {
         std::ifstream in("/proc/" + std::to_string(pid_) + "/stat");
-        std::string field;
-        for (int i = 0; i < 13; ++i) in >> field;  // the name of the program holds no blank
-        long user = 0;
-        in >> user;
-        return user;
+        std::string word;
+        while (number-- > 0) in >> word;
+        return word;
     }
+    long clock_ticks() const { return std::stol(field(14)); }
 
-    fs::path dir_;
+    Scratch dir_;
     pid_t pid_ = -1;
     int to_ = -1, from_ = -1;
     std::string out_;
@@ -245,7 +234,8 @@ TEST(Interrupt, AHangupEndsWhatWouldRepeatItselfForEver) {
 }
 
 TEST(Interrupt, EndsTheWaitingForTheOtherEndOfAPipe) {
-    const std::string pipe = (fs::temp_directory_path() / ("kpe-test-pipe-" + std::to_string(getpid()))).string();
+    const Scratch dir;
+    const std::string pipe = dir.path("pipe");
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     for (const std::string command : {"INCLUDE ", "WRITE "}) {
         Session session("a\n", command + pipe);
@@ -256,5 +246,4 @@ TEST(Interrupt, EndsTheWaitingForTheOtherEndOfAPipe) {
         session.type("TYPE WHOLE");
         EXPECT_EQ(session.read_to("*"), "1 a\n[EOB]\n*") << command;
     }
-    fs::remove(pipe);
 }

@@ -119,16 +119,6 @@ TEST_F(SavingFaults, AFullDiskLeavesTheOldText) {
     EXPECT_EQ(names, (std::set<std::string>{"t", "t.jou"}));
 }
 
-TEST_F(SavingFaults, LinksStayLinks) {
-    dir.put("t", "a\n");
-    ASSERT_EQ(symlink("t", dir.path("soft").c_str()), 0);
-    ASSERT_EQ(link(dir.path("t").c_str(), dir.path("hard").c_str()), 0);
-    EXPECT_EQ(run({"soft"}, "INSERT \"x\"\nEXIT\n").status, 0);
-    EXPECT_EQ(dir.get("hard"), "xa\n");
-    EXPECT_EQ(dir.get("t"), "xa\n");
-    EXPECT_TRUE(S_ISLNK(mode("soft")));
-}
-
 TEST_F(SavingFaults, WhatCouldNotBeReadIsNotOverwritten) {
     ASSERT_EQ(chmod(dir.root().c_str(), 0777), 0);
     dir.put("t", "secret\n");
@@ -141,18 +131,6 @@ TEST_F(SavingFaults, WhatCouldNotBeReadIsNotOverwritten) {
     EXPECT_EQ(dir.get("o"), "x\n");
     ASSERT_EQ(chmod(dir.path("t").c_str(), 0644), 0);
     EXPECT_EQ(dir.get("t"), "secret\n");
-}
-
-TEST_F(SavingFaults, AnUnwritableDirectoryTakesOldFilesButNoNewOnes) {
-    dir.put("d/t", "a\n");
-    ASSERT_EQ(chmod(dir.path("d/t").c_str(), 0666), 0);
-    ASSERT_EQ(chmod(dir.root().c_str(), 0777), 0);
-    ASSERT_EQ(chmod(dir.path("d").c_str(), 0555), 0);
-    EXPECT_EQ(run({"d/t"}, "INSERT \"x\"\nEXIT\n", without_privileges).status, 0);
-    expect_refused(run({"d/new"}, "INSERT \"x\"\nEXIT\n", without_privileges), "d/new");
-    ASSERT_EQ(chmod(dir.path("d").c_str(), 0755), 0);
-    EXPECT_EQ(dir.get("d/t"), "xa\n");
-    EXPECT_EQ(dir.names("d"), std::set<std::string>{"t"});
 }
 
 TEST_F(SavingFaults, TheJournalIsItsOwnersAlone) {

@@ -12,7 +12,6 @@
 
 #include <csignal>
 #include <functional>
-#include <optional>
 
 #include "buffer/file_handle.h"
 #include "buffer/safety_copy.h"
@@ -91,7 +90,8 @@ protected:
 
 TEST_F(Saving, ReplacesTextWithTheOldModeAndAttributes) {
     const std::string path = scratch.put("d/a", "old");
-    chmod(path.c_str(), 02754);
+    ASSERT_TRUE(getuid() != 0 || chown(path.c_str(), NOBODY, 12) == 0);
+    chmod(path.c_str(), 06754);
     const bool attributes = setxattr(path.c_str(), "user.kpe", "x", 1, 0) == 0;
     const struct stat old = stat_of(path);
     EXPECT_EQ(save(path, "new\n"), 0);
@@ -103,36 +103,25 @@ TEST_F(Saving, ReplacesTextWithTheOldModeAndAttributes) {
     EXPECT_EQ(now.st_gid, old.st_gid);
     char value = 0;
     EXPECT_EQ(getxattr(path.c_str(), "user.kpe", &value, 1) == 1, attributes);
+    {
+        FileWriter writer;  // that is never committed
+        ASSERT_TRUE(writer.open(path, Existing::Replace));
+        writer.write(numbered(2 * MB));
+    }
+    EXPECT_EQ(scratch.get("d/a"), "new\n");
     EXPECT_EQ(scratch.names("d"), Names{"a"});
-    EXPECT_EQ(save(path, ""), 0);
-    EXPECT_EQ(scratch.get("d/a"), "");
-}
-
-TEST_F(Saving, NewFilesFollowTheUmask) {
-    const mode_t before = umask(027);
-    const std::string longest(255, 'n');
-    EXPECT_EQ(save(scratch.path("d/" + longest), "x", Existing::Refuse), 0);
-    EXPECT_EQ(save(scratch.path("d/b"), "y"), 0);
-    umask(before);
-    EXPECT_EQ(stat_of(scratch.path("d/" + longest)).st_mode & 07777, 0640u);
-    EXPECT_EQ(stat_of(scratch.path("d/b")).st_mode & 07777, 0640u);
-    EXPECT_EQ(scratch.names("d"), (Names{longest, "b"}));
 }
 
 TEST_F(Saving, JoinsPiecesOfAnySize) {
     const std::string text = numbered(9 * MB + 7);
     FileWriter writer;
     ASSERT_TRUE(writer.open(scratch.path("d/a"), Existing::Replace));
-    size_t sizes[] = {0, 1, 3, MB - 5, 1, 1, MB, 2 * MB, 17, MB - 1, 3 * MB + 1, 1000}, at = 0;
-    for (const size_t size : sizes) {
+    size_t at = 0;
+    for (const size_t size : {size_t{0}, size_t{3}, MB - 5, size_t{2}, MB, 2 * MB, size_t{17}, MB - 1, 9 * MB}) {
         EXPECT_TRUE(writer.write(std::string_view(text).substr(at, size)));
         at += size;
     }
-    EXPECT_TRUE(writer.write(std::string_view(text).substr(at)));
     EXPECT_TRUE(writer.commit());
-    EXPECT_TRUE(scratch.get("d/a") == text);
-    EXPECT_FALSE(writer.commit());
-    EXPECT_FALSE(writer.write("late"));
     EXPECT_TRUE(scratch.get("d/a") == text);
 }
 
@@ -147,7 +136,6 @@ TEST_F(Saving, FollowsLinksAndLeavesThem) {
     EXPECT_EQ(save(scratch.path("first"), "new"), 0);
     EXPECT_EQ(save(scratch.path("dangling"), "made"), 0);
     EXPECT_EQ(save(scratch.path("loop"), "x"), ELOOP);
-    EXPECT_EQ(save(scratch.path("loop"), "x", Existing::Refuse), ELOOP);
     EXPECT_EQ(save(scratch.path("lost"), "x"), ENOENT);
     EXPECT_EQ(scratch.get("d/real/file"), "new");
     EXPECT_EQ(scratch.names("d/real"), (Names{"file", "made"}));
@@ -156,42 +144,25 @@ TEST_F(Saving, FollowsLinksAndLeavesThem) {
 
 TEST_F(Saving, FailsAtOpenWhereNoFileCanBe) {
     scratch.put("d/file", "old");
-    const struct {
-        std::string name;
-        int error;
-    } ROWS[] = {{"missing/a", ENOENT}, {"d", EISDIR},        {"d/file/a", ENOTDIR},
-                {"d/new/", ENOENT},    {"d/file/", ENOTDIR}, {"d/" + std::string(256, 'n'), ENAMETOOLONG},
-                {"d/..", EISDIR}};
-    for (const auto& row : ROWS) {
+    const std::pair<std::string, int> ROWS[] = {{"missing/a", ENOENT}, {"d", EISDIR},
+                                                {"d/file/a", ENOTDIR}, {"d/new/", ENOENT},
+                                                {"d/file/", ENOTDIR},  {"d/" + std::string(256, 'n'), ENAMETOOLONG},
+                                                {"d/..", EISDIR}};
+    for (const auto& [name, error] : ROWS) {
         FileWriter writer;
-        EXPECT_FALSE(writer.open(scratch.path(row.name), Existing::Replace)) << row.name;
-        EXPECT_EQ(errno, row.error) << row.name << ": " << strerror(errno);
+        EXPECT_FALSE(writer.open(scratch.path(name), Existing::Replace)) << name;
+        EXPECT_EQ(errno, error) << name << ": " << strerror(errno);
         EXPECT_FALSE(writer.write("x") || writer.commit());
     }
-    EXPECT_EQ(save("", "x"), ENOENT);
     EXPECT_EQ(scratch.names("d"), Names{"file"});
     EXPECT_EQ(scratch.get("d/file"), "old");
-}
-
-TEST_F(Saving, LeavesNothingBehindWithoutCommit) {
-    scratch.put("d/a", "old");
-    for (const char* name : {"d/a", "d/new"}) {
-        FileWriter writer;
-        ASSERT_TRUE(writer.open(scratch.path(name), Existing::Replace));
-        writer.write(numbered(2 * MB));
-    }
-    EXPECT_EQ(scratch.names("d"), Names{"a"});
-    EXPECT_EQ(scratch.get("d/a"), "old");
 }
 
 TEST_F(Saving, RefusesANameTakenMeanwhile) {
     FileWriter first, second;
     const std::string path = scratch.path("d/a;2");
-    ASSERT_TRUE(first.open(path, Existing::Refuse));
-    ASSERT_TRUE(second.open(path, Existing::Refuse));
-    first.write("first");
-    second.write("second");
-    EXPECT_TRUE(first.commit());
+    ASSERT_TRUE(first.open(path, Existing::Refuse) && second.open(path, Existing::Refuse));
+    EXPECT_TRUE(first.write("first") && second.write("second") && first.commit());
     EXPECT_FALSE(first.taken());
     EXPECT_FALSE(second.commit());
     EXPECT_EQ(errno, EEXIST);
@@ -252,35 +223,6 @@ TEST_F(Saving, WritesInPlaceInAnUnwritableDirectory) {
     EXPECT_EQ(stat_of(path).st_ino, inode);
     EXPECT_EQ(scratch.names("d"), Names{"a"});
     EXPECT_TRUE(state_is_clean());
-
-    chmod(path.c_str(), 0444);
-    EXPECT_EQ(in_child([&] { return save(path, "x"); }, /*as_user=*/true), EACCES);
-    EXPECT_EQ(scratch.get("d/a"), "new");
-}
-
-TEST_F(Saving, WritesSomebodyElsesFileInPlace) {
-    if (getuid() != 0) GTEST_SKIP() << "needs a second user";
-    const std::string path = scratch.put("d/a", "old");
-    chmod(path.c_str(), 0666);
-    const ino_t inode = stat_of(path).st_ino;
-    EXPECT_EQ(in_child([&] { return save(path, "new"); }, /*as_user=*/true), 0);
-    EXPECT_EQ(scratch.get("d/a"), "new");
-    EXPECT_EQ(stat_of(path).st_ino, inode);
-    EXPECT_EQ(stat_of(path).st_uid, 0u);
-    EXPECT_EQ(scratch.names("d"), Names{"a"});
-    EXPECT_TRUE(state_is_clean());
-}
-
-TEST_F(Saving, GivesTheOwnersFileBack) {
-    if (getuid() != 0) GTEST_SKIP() << "needs a second user";
-    const std::string path = scratch.put("d/a", "old");
-    ASSERT_EQ(chown(path.c_str(), NOBODY, 12), 0);
-    chmod(path.c_str(), 04711);
-    EXPECT_EQ(save(path, "new"), 0);
-    const struct stat now = stat_of(path);
-    EXPECT_EQ(now.st_uid, NOBODY);
-    EXPECT_EQ(now.st_gid, 12u);
-    EXPECT_EQ(now.st_mode & 07777, 04711u);
 }
 
 TEST_F(Saving, ASizeLimitLeavesTheOldText) {
@@ -306,8 +248,6 @@ TEST_F(Saving, ASizeLimitLeavesTheOldText) {
 }
 
 TEST_F(Saving, DevicesAndFifosAreWrittenPlainly) {
-    EXPECT_EQ(save("/dev/null", "x"), 0);
-    EXPECT_EQ(save("/dev/full", "x"), ENOSPC);
     EXPECT_EQ(save("/dev/full", numbered(2 * MB)), ENOSPC);
     EXPECT_TRUE(fs::is_character_file("/dev/full"));
 
@@ -367,7 +307,7 @@ TEST_F(Saving, WithoutAPlaceForTheSafetyCopyNothingIsTouched) {
     fs::create_hard_link(path, scratch.path("other"));
     setenv("XDG_STATE_HOME", path.c_str(), 1);  // a file
     const char* before = getenv("TMPDIR");
-    const std::optional<std::string> temporary = before ? std::optional<std::string>(before) : std::nullopt;
+    const std::string temporary = before ? before : "/tmp";
     setenv("TMPDIR", scratch.path("missing").c_str(), 1);
     chmod(scratch.root().c_str(), 0555);
     chmod(path.c_str(), 0666);
@@ -379,10 +319,7 @@ TEST_F(Saving, WithoutAPlaceForTheSafetyCopyNothingIsTouched) {
     EXPECT_EQ(save(path, "new"), 0);
     EXPECT_EQ(scratch.get("other"), "new");
     EXPECT_EQ(scratch.names("d"), Names{"a"});
-    if (temporary)
-        setenv("TMPDIR", temporary->c_str(), 1);
-    else
-        unsetenv("TMPDIR");
+    setenv("TMPDIR", temporary.c_str(), 1);
 }
 
 }  // namespace
