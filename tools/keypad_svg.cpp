@@ -1,5 +1,5 @@
 // Draws docs/keypad.svg: what the keypad and the editing keys do, plain and after GOLD, by the names that the
-// program itself uses. Writes the picture to standard output.
+// program itself uses. Writes the picture to standard output; a test compares the two.
 
 #include <cstdio>
 #include <curses.h>
@@ -35,10 +35,17 @@ std::string escaped(const char* text) {
     std::string result;
     for (; *text; ++text) {
         switch (*text) {
-            case '&': result += "&amp;"; break;
-            case '<': result += "&lt;"; break;
-            case '>': result += "&gt;"; break;
-            default: result += *text;
+            case '&':
+                result += "&amp;";
+                break;
+            case '<':
+                result += "&lt;";
+                break;
+            case '>':
+                result += "&gt;";
+                break;
+            default:
+                result += *text;
         }
     }
     return result;
@@ -56,8 +63,8 @@ void draw_key(const Key& key, int left, int top) {
     const char* const gold = kpe_function_name(key.code, /*gold=*/true);
     std::printf("<rect class=\"key\" x=\"%d\" y=\"%d\" width=\"%d\" height=\"%d\" rx=\"5\"/>\n", x, y, width, height);
     if (*gold) {
-        std::printf("<rect class=\"band\" x=\"%d\" y=\"%d\" width=\"%d\" height=\"%d\"/>\n", x + 1, y + height - band - 4,
-                    width - 2, band);
+        std::printf("<rect class=\"band\" x=\"%d\" y=\"%d\" width=\"%d\" height=\"%d\"/>\n", x + 1,
+                    y + height - band - 4, width - 2, band);
     }
     draw_text("label", middle, y + 17, kpe_key_label(key.code));
     draw_text("plain", middle, y + (height - band) / 2 + 12, kpe_function_name(key.code, /*gold=*/false));
@@ -68,7 +75,7 @@ constexpr const char* STYLE =
     "<style>\n"
     "rect.paper{fill:#fff}rect.key{fill:#f4f4f0;stroke:#555}rect.band{fill:#f2d675}\n"
     "text{font-family:DejaVu Sans,Helvetica,Arial,sans-serif;text-anchor:middle;fill:#111}\n"
-    "text.label{font-size:11px;fill:#666}text.plain{font-size:14px;font-weight:bold}text.gold{font-size:12px}\n"
+    "text.label{font-size:11px;fill:#666}text.plain{font-size:13px;font-weight:bold}text.gold{font-size:12px}\n"
     "text.title{font-size:14px;text-anchor:start}\n"
     "</style>\n";
 
@@ -80,8 +87,8 @@ int main() {
     const int height = top + 5 * (CELL_HEIGHT + GAP) - GAP + MARGIN;
     std::printf("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%d\" height=\"%d\" viewBox=\"0 0 %d %d\">\n", width,
                 height, width, height);
-    std::printf("<title>The keypad of kpe</title>\n%s<rect class=\"paper\" width=\"%d\" height=\"%d\"/>\n", STYLE, width,
-                height);
+    std::printf("<title>The keypad of kpe</title>\n%s<rect class=\"paper\" width=\"%d\" height=\"%d\"/>\n", STYLE,
+                width, height);
     draw_text("title", keypad_left, MARGIN + 16, "The numeric keypad. The yellow band: after GOLD (PF1).");
     draw_text("title", editing_left, MARGIN + 16, "Editing and arrow keys");
     for (const Key& key : KEYPAD) draw_key(key, keypad_left, top);
