@@ -20,7 +20,7 @@ LineStore numbered_lines(size_t count) {
         const int n = std::snprintf(line, sizeof line, "line %09zu\n", i);
         block->append({line, static_cast<size_t>(n)});
     }
-    return LineStore::from_block(std::move(block));
+    return LineStore::from_block(block);
 }
 
 // Bytes that the heap hands out now, its large pieces included.

@@ -47,7 +47,7 @@ LineStore::LineStore(const std::vector<std::string>& lines) {
     tree_ = out.finish();
 }
 
-LineStore LineStore::from_block(std::shared_ptr<Block> block) { return cut(std::move(block), Returns::Drop); }
+LineStore LineStore::from_block(const std::shared_ptr<Block>& block) { return cut(block, Returns::Drop); }
 
 LineStore LineStore::from_text(std::string_view text, Returns returns) {
     const auto block = std::make_shared<Block>(text.size() + 1);
@@ -56,7 +56,7 @@ LineStore LineStore::from_text(std::string_view text, Returns returns) {
 }
 
 // Where a carriage return goes, the bytes behind it move up, so that lines always adjoin.
-LineStore LineStore::cut(std::shared_ptr<Block> block, Returns returns) {
+LineStore LineStore::cut(const std::shared_ptr<Block>& block, Returns returns) {
     char *in = block->data(), *out = in, *end = in + block->size();
     if (in != end && end[-1] != '\n') *end++ = '\n';
     LineTreeBuilder tree;

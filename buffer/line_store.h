@@ -24,7 +24,7 @@ public:
     // The bytes of a block from begin to end as rows that each end in "\n" (the last may lack it, and
     // then the byte behind it must be writable: it becomes one). One carriage return before each
     // line end is dropped. No bytes: no rows. The block becomes immutable by this.
-    static LineStore from_block(std::shared_ptr<Block> block);
+    static LineStore from_block(const std::shared_ptr<Block>& block);
     // text cut at each "\n" as above; a last "\n" starts no further row.
     enum class Returns { Drop, Keep };  // the carriage return before a line end
     static LineStore from_text(std::string_view text, Returns returns = Returns::Drop);
@@ -86,7 +86,7 @@ public:
 
 private:
     explicit LineStore(std::shared_ptr<LineTree> tree) : tree_(std::move(tree)) {}
-    static LineStore cut(std::shared_ptr<Block> block, Returns returns);
+    static LineStore cut(const std::shared_ptr<Block>& block, Returns returns);
     struct Spot;
     Spot own_chunk(size_t row);
     void splice(size_t first, size_t last, const LineTree* middle);

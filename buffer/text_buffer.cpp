@@ -36,7 +36,7 @@ bool TextBuffer::load(const std::string& path, const volatile std::sig_atomic_t*
     load_state_ = content.end == End::Missing ? Load::Missing : content.end == End::Whole ? Load::Whole : Load::Broken;
     const std::string_view bytes = content.block->bytes();
     final_newline_ = bytes.empty() || bytes.back() == '\n';
-    if (!bytes.empty()) lines_ = LineStore::from_block(std::move(content.block));
+    if (!bytes.empty()) lines_ = LineStore::from_block(content.block);
     return opened;
 }
 
@@ -53,8 +53,8 @@ void TextBuffer::set_text(std::string_view text) {
 
 void TextBuffer::set_lines(const LineStore& lines) { replace_lines(lines); }
 
-void TextBuffer::replace_lines(LineStore lines) {
-    lines_ = lines.empty() ? one_empty_line() : std::move(lines);
+void TextBuffer::replace_lines(const LineStore& lines) {
+    lines_ = lines.empty() ? one_empty_line() : lines;
     clear_mark();
     modified_ = true;
 }

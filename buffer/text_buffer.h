@@ -105,7 +105,7 @@ public:
 
 private:
     bool is_blank() const;  // exactly one empty line
-    void replace_lines(LineStore lines);
+    void replace_lines(const LineStore& lines);
     template <typename Lines>
     void insert_any(size_t at, const Lines& lines);
     template <typename Lines>

@@ -191,7 +191,7 @@ void Editor::include_file_command(const std::string& args, bool report) {
         tell("%RMS-E-FNF, file not found");
         return;
     }
-    const LineStore lines = LineStore::from_block(std::move(content.block));
+    const LineStore lines = LineStore::from_block(content.block);
     buffer_.insert_lines(cursor_row_, lines);
     cursor_row_ += lines.size();
     if (content.end == End::Broken) tell("?Include file could not be read to its end: " + name);

@@ -220,7 +220,8 @@ public:
     HeldSignals() {
         sigset_t held;
         sigemptyset(&held);
-        for (const int number : {SIGINT, SIGHUP, SIGQUIT, SIGTERM, SIGWINCH, SIGTSTP, SIGCONT}) sigaddset(&held, number);
+        for (const int number : {SIGINT, SIGHUP, SIGQUIT, SIGTERM, SIGWINCH, SIGTSTP, SIGCONT})
+            sigaddset(&held, number);
         sigprocmask(SIG_BLOCK, &held, &before_);
     }
     ~HeldSignals() { sigprocmask(SIG_SETMASK, &before_, nullptr); }

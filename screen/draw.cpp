@@ -39,9 +39,7 @@ struct Margins {
 
 long long as_signed(size_t n) { return static_cast<long long>(n); }
 
-size_t gutter_width(bool numbers, size_t cursor_row) {
-    return numbers ? std::to_string(cursor_row + 1).size() + 1 : 0;
-}
+size_t gutter_width(bool numbers, size_t cursor_row) { return numbers ? std::to_string(cursor_row + 1).size() + 1 : 0; }
 
 size_t shown_cells(size_t width, std::string_view text) {
     CellRow row(width);
@@ -89,9 +87,7 @@ void Editor::draw_line(int screen_row, size_t row, size_t width, const std::opti
     const size_t room = width - std::min(gutter.size(), width);
     const std::string_view shown = kpe_text_from(kpe_text_until(line, left + room), left);
     const size_t start = shown.empty() ? 0 : static_cast<size_t>(shown.data() - line.data());
-    const auto shown_column = [&](size_t column) {
-        return std::min(column - std::min(column, start), shown.size());
-    };
+    const auto shown_column = [&](size_t column) { return std::min(column - std::min(column, start), shown.size()); };
     g_shown_rows.show(screen_row, {gutter, shown, shown_column(from), shown_column(to)});
 }
 

@@ -75,12 +75,19 @@ void kpe_register_keypad(bool pc_keypad) {
 
 int kpe_normalize_key(int key, bool) {
     switch (key) {
-        case KEY_ENTER: return KPE_KP_ENTER;
-        case KEY_A1: return KPE_KP7;
-        case KEY_A3: return KPE_KP9;
-        case KEY_B2: return KPE_KP5;
-        case KEY_C1: return KPE_KP1;
-        case KEY_C3: return KPE_KP3;
-        default: return key;
+        case KEY_ENTER:
+            return KPE_KP_ENTER;
+        case KEY_A1:
+            return KPE_KP7;
+        case KEY_A3:
+            return KPE_KP9;
+        case KEY_B2:
+            return KPE_KP5;
+        case KEY_C1:
+            return KPE_KP1;
+        case KEY_C3:
+            return KPE_KP3;
+        default:
+            return key;
     }
 }

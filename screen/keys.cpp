@@ -18,8 +18,8 @@
 // all come from here. Printable characters without a plain action are typed into the text.
 struct Editor::KeyTable {
     // A command word, or an operation; none: the key has no such function.
-    using Action = std::variant<std::monostate, const char*, void (Editor::*)(), void (Editor::*)(Direction),
-                                void (*)(Editor&)>;
+    using Action =
+        std::variant<std::monostate, const char*, void (Editor::*)(), void (Editor::*)(Direction), void (*)(Editor&)>;
     struct Function {
         const char* name = "";
         Action run = {};

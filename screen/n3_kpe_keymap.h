@@ -3,8 +3,8 @@
 // The keys of screen mode. A key is an int as curses reads it (a byte, or a KEY_ code), or one of the codes
 // of the numeric keypad, which lie above those of curses.
 
-constexpr int KPE_KP0 = 512, KPE_KP1 = 513, KPE_KP2 = 514, KPE_KP3 = 515, KPE_KP4 = 516, KPE_KP5 = 517,
-              KPE_KP6 = 518, KPE_KP7 = 519, KPE_KP8 = 520, KPE_KP9 = 521;
+constexpr int KPE_KP0 = 512, KPE_KP1 = 513, KPE_KP2 = 514, KPE_KP3 = 515, KPE_KP4 = 516, KPE_KP5 = 517, KPE_KP6 = 518,
+              KPE_KP7 = 519, KPE_KP8 = 520, KPE_KP9 = 521;
 constexpr int KPE_KP_MINUS = 522, KPE_KP_COMMA = 523, KPE_KP_PERIOD = 524, KPE_KP_ENTER = 525;
 
 constexpr int kpe_ctrl(char letter) { return letter - 'A' + 1; }

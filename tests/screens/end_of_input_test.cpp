@@ -52,8 +52,10 @@ TEST(EndOfInput, AHangupEndsTheSessionAnywhereWithoutSaving) {
 }
 
 // A session that is not told of a hangup.
-const Setup DEAF{.files = {{"t.txt", "one\n"}}, .args = {"-c", "trap '' HUP; exec \"$KPE\" t.txt"},
-                 .env = {{"KPE", KPE_PROGRAM}}, .program = "/bin/sh"};
+const Setup DEAF{.files = {{"t.txt", "one\n"}},
+                 .args = {"-c", "trap '' HUP; exec \"$KPE\" t.txt"},
+                 .env = {{"KPE", KPE_PROGRAM}},
+                 .program = "/bin/sh"};
 
 TEST(EndOfInput, SoItDoesWhereNoSignalComes) {
     for (const auto& [place, keys] : PLACES) {

@@ -13,8 +13,7 @@ TEST(Help, PageWaitsForAKeyAndDiscardsIt) {
     EXPECT_TRUE(s.row(0).starts_with("V1.11-0  "));
     EXPECT_TRUE(s.row(0).ends_with(" - screen help"));
     EXPECT_EQ(s.row(1), "");
-    EXPECT_EQ(s.row(2),
-              "GOLD = PF1 or F1 (Esc O P). Not Num Lock - map Num Lock->PF1 in the terminal if desired.");
+    EXPECT_EQ(s.row(2), "GOLD = PF1 or F1 (Esc O P). Not Num Lock - map Num Lock->PF1 in the terminal if desired.");
     EXPECT_EQ(s.row(28), "Keypad 7 PAGE  8 SECTION (16 lines)");
     EXPECT_EQ(s.row(30), "Press any key to continue");
     EXPECT_EQ(s.row(31), "");

@@ -163,7 +163,8 @@ TEST(Keypad, PcKeypadHasItsOwnSequences) {
 
 TEST(Keypad, UnknownKeysDoNothing) {
     Terminal s({.files = {{"t.txt", "alpha\n"}}});
-    s.keys(KP1 + HOME + "\033[15~\033[3;3~\033[3;5~\033[3;6~\033[1;5C" + Ctrl('x') + "\xc3\xa9" + Ctrl('g') + Ctrl('\\'));
+    s.keys(KP1 + HOME + "\033[15~\033[3;3~\033[3;5~\033[3;6~\033[1;5C" + Ctrl('x') + "\xc3\xa9" + Ctrl('g') +
+           Ctrl('\\'));
     EXPECT_EQ(s.row(0), "alpha");
     EXPECT_EQ(s.cursor(), at(0, 0));
     EXPECT_TRUE(s.has(22, "[beginning of line]"));

@@ -107,7 +107,9 @@ TEST(Prompts, SpecialInsertTakesCodesAndText) {
     EXPECT_EQ(s.row(0), "A^J^G\ufffd2566x99999999999999999999");
     s.keys(command("EXIT"));
     EXPECT_EQ(s.status(), 0);
-    EXPECT_EQ(s.files().get("t.txt"), "A\n\007\xe9" "2566x99999999999999999999\n");
+    EXPECT_EQ(s.files().get("t.txt"),
+              "A\n\007\xe9"
+              "2566x99999999999999999999\n");
 }
 
 TEST(Prompts, KeysAreDefinedInteractively) {
@@ -138,7 +140,8 @@ TEST(Prompts, KeysAreDefinedInteractively) {
 }
 
 TEST(Prompts, ALongSearchIsInterrupted) {
-    Terminal s({.files = {{"t.txt", times(200000, "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa\n")}}, .change = false});
+    Terminal s({.files = {{"t.txt", times(200000, "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa\n")}},
+                .change = false});
     // A wildcard match that the word rule refuses, found again and again.
     s.keys("SET SEARCH WORD" + RETURN + "END" + RETURN + "CHANGE" + RETURN + Ctrl('d'));
     s.send(GOLD + PF3 + "a*a" + RETURN);

@@ -10,7 +10,8 @@ using namespace screens;
 
 namespace {
 
-const std::string TYPES[] = {"vt100", "vt220", "xterm", "xterm-256color", "tmux-256color", "screen", "linux", "rxvt", "putty"};
+const std::string TYPES[] = {"vt100",  "vt220", "xterm", "xterm-256color", "tmux-256color",
+                             "screen", "linux", "rxvt",  "putty"};
 
 }  // namespace
 
@@ -86,8 +87,7 @@ TEST(Terminals, ExtendedKeysAreNeitherKeypadKeysNorText) {
 TEST(Terminals, TypeAheadSurvivesTheWayInAndOut) {
     Terminal s({.files = {{"t.txt", "alpha\n"}}, .change = false});
     s.keys("CHANGE" + RETURN + "a" + RETURN + "b");
-    s.keys(Ctrl('z') + "3" + RETURN + "CHANGE" + RETURN + "c" + RETURN + "d" +
-           Ctrl('z') + "EXIT" + RETURN);
+    s.keys(Ctrl('z') + "3" + RETURN + "CHANGE" + RETURN + "c" + RETURN + "d" + Ctrl('z') + "EXIT" + RETURN);
     EXPECT_EQ(s.status(), 0);
     EXPECT_EQ(s.files().get("t.txt"), "a\nbalphac\nd\n");
 }
