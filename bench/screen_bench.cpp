@@ -52,6 +52,7 @@ public:
     Session(const Kind& kind, const std::string& file, size_t line) {
         const std::vector<std::string> words = kind.command(file, line);
         std::vector<char*> argv;
+        argv.reserve(words.size() + 1);
         for (const std::string& word : words) argv.push_back(const_cast<char*>(word.c_str()));
         argv.push_back(nullptr);
         winsize size{24, 80, 0, 0};

@@ -32,10 +32,10 @@ void open_as(int descriptor, const char* path, int flags) {
 
 int main(int argc, char** argv) {
     if (argc < 6) return 2;
-    const int runs = std::atoi(argv[1]);
+    const long runs = std::strtol(argv[1], nullptr, 10);
     double best = 1e9;
     long peak = 0;
-    for (int i = 0; i <= runs; ++i) {
+    for (long i = 0; i <= runs; ++i) {
         if (*argv[4] && std::system(argv[4]) != 0) return 1;
         const auto start = std::chrono::steady_clock::now();
         const pid_t pid = fork();

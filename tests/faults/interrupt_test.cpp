@@ -90,7 +90,7 @@ public:
             if (n <= 0) return "ended after: " + out_;
             out_.append(bytes, static_cast<size_t>(n));
         }
-        const std::string seen = out_.substr(0, at + text.size());
+        std::string seen = out_.substr(0, at + text.size());
         out_.erase(0, seen.size());
         return seen;
     }
@@ -145,7 +145,7 @@ std::string endless_needle() {
     for (int i = 0; i < 5000; ++i) needle += "[a]";
     return needle + "[b]";
 }
-const std::string ENDLESS_TEXT = "x\n" + std::string(20'000'000, 'a') + "\nlast\n";
+const std::string ENDLESS_TEXT = std::string("x\n").append(20'000'000, 'a').append("\nlast\n");
 
 }  // namespace
 

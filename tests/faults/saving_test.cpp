@@ -36,6 +36,7 @@ protected:
         const std::string out = io.path("out"), err = io.path("err");
         args.insert(args.begin(), "kpe");
         std::vector<char*> argv;
+        argv.reserve(args.size() + 1);
         for (std::string& arg : args) argv.push_back(arg.data());
         argv.push_back(nullptr);
         const pid_t child = fork();
