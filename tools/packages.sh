@@ -61,4 +61,4 @@ BUILD_PACKAGES="g++ cmake ninja-build pkg-config libncurses-dev"
 # Terminal entries for the screen tests, and the terminal that they look at.
 TEST_PACKAGES="$BUILD_PACKAGES libgtest-dev libvterm-dev ncurses-term"
 LINT_PACKAGES="$TEST_PACKAGES libbenchmark-dev clang clang-format clang-tidy shellcheck man-db"
-BENCH_PACKAGES="$BUILD_PACKAGES libbenchmark-dev hyperfine time vim ed ne nano"
+BENCH_PACKAGES="$BUILD_PACKAGES libbenchmark-dev vim ed ne nano"

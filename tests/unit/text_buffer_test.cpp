@@ -98,7 +98,7 @@ TEST(TextBuffer, TellsWhyAFileCouldNotBeRead) {
         EXPECT_EQ(buffer.load(path), opened) << path;
         EXPECT_EQ(buffer.load_state(), state) << path;
         EXPECT_EQ(buffer.filename(), path);
-        EXPECT_EQ(buffer.line(0) == "", path != "/proc/self/status") << path;
+        EXPECT_EQ(buffer.line(0).empty(), path != "/proc/self/status") << path;
         EXPECT_TRUE(buffer.final_newline() && !buffer.modified()) << path;
     }
 }
