@@ -152,6 +152,12 @@ private:
     void begin_undo_unit();
     bool undo_last(bool report);
     bool redo_last(bool report);
+    struct ExchangeTexts {
+        const char *nothing, *message, *done;
+    };
+    // Puts the newest state of from in force and the present one on to; false, with a message, if from is empty.
+    bool exchange_state(std::deque<UndoSnapshot>& from, std::deque<UndoSnapshot>& to, const ExchangeTexts& texts,
+                        bool report);
 
     // --- Search: editor/search.cpp ---
     bool check_abort(bool report);

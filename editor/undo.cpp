@@ -46,33 +46,26 @@ void Editor::begin_undo_unit() {
 }
 
 bool Editor::undo_last(bool report) {
-    if (undo_stack_.empty()) {
-        message_ = "Nothing to undo";
-        kpe_complain(report, message_);
-        return false;
-    }
-    push(redo_stack_, capture_snapshot());
-    UndoSnapshot snapshot = pop(undo_stack_);
-    restore_snapshot(snapshot);
-    clamp_cursor();
-    save_current_buffer_state();
-    message_ = "UNDO";
-    kpe_say(report, "Undo completed");
-    return true;
+    return exchange_state(undo_stack_, redo_stack_, {"Nothing to undo", "UNDO", "Undo completed"}, report);
 }
 
 bool Editor::redo_last(bool report) {
-    if (redo_stack_.empty()) {
-        message_ = "Nothing to redo";
+    return exchange_state(redo_stack_, undo_stack_, {"Nothing to redo", "REDO", "Redo completed"}, report);
+}
+
+bool Editor::exchange_state(std::deque<UndoSnapshot>& from, std::deque<UndoSnapshot>& to, const ExchangeTexts& texts,
+                            bool report) {
+    if (from.empty()) {
+        message_ = texts.nothing;
         kpe_complain(report, message_);
         return false;
     }
-    push(undo_stack_, capture_snapshot());
-    UndoSnapshot snapshot = pop(redo_stack_);
+    push(to, capture_snapshot());
+    UndoSnapshot snapshot = pop(from);
     restore_snapshot(snapshot);
     clamp_cursor();
     save_current_buffer_state();
-    message_ = "REDO";
-    kpe_say(report, "Redo completed");
+    message_ = texts.message;
+    kpe_say(report, texts.done);
     return true;
 }
