@@ -289,10 +289,11 @@ private:
     int read_key() {
         return read_key([this](bool) { draw_screen(); });
     }
-    void draw_screen();
+    void draw_screen();     // composes it and paints it on the terminal
+    void compose_screen();  // all but the cursor, into g_shown_rows
     void draw_line(int screen_row, size_t row, size_t width, const std::optional<SelSpan>& span) const;
     std::string status_line() const;
-    void place_cursor() const;
+    std::pair<int, int> cursor_place() const;  // row and column on the screen
     void adjust_view();
     void show_cursor_cell(size_t width, size_t gutter);
     void clamp_cursor();
@@ -439,6 +440,8 @@ private:
 
     // --- Undo ---
     std::deque<UndoSnapshot> undo_stack_, redo_stack_;  // oldest first
+    // Too old to go back to. Freeing one takes as long as the rest of a key: it waits until the screen is painted.
+    std::vector<UndoSnapshot> dropped_states_;
 
     // --- Startup file ---
     std::string startup_file_;

@@ -5,10 +5,17 @@
 
 namespace {
 
-// Keeps the newest snapshots: the oldest one goes when there are more than the stack may hold.
-void push(std::deque<Editor::UndoSnapshot>& stack, Editor::UndoSnapshot snapshot) {
+// States that wait to be freed, at most.
+constexpr size_t MOST_DROPPED = 16;
+
+// Keeps the newest snapshots: the oldest one goes to dropped when there are more than the stack may hold.
+void push(std::deque<Editor::UndoSnapshot>& stack, Editor::UndoSnapshot snapshot,
+          std::vector<Editor::UndoSnapshot>& dropped) {
     stack.push_back(std::move(snapshot));
-    if (stack.size() > Editor::max_undo_) stack.pop_front();
+    if (stack.size() <= Editor::max_undo_) return;
+    if (dropped.size() == MOST_DROPPED) dropped.clear();
+    dropped.push_back(std::move(stack.front()));
+    stack.pop_front();
 }
 
 Editor::UndoSnapshot pop(std::deque<Editor::UndoSnapshot>& stack) {
@@ -42,7 +49,7 @@ void Editor::restore_snapshot(UndoSnapshot& snapshot) {
 
 void Editor::begin_undo_unit() {
     redo_stack_.clear();
-    push(undo_stack_, capture_snapshot());
+    push(undo_stack_, capture_snapshot(), dropped_states_);
 }
 
 bool Editor::undo_last(bool report) {
@@ -60,7 +67,7 @@ bool Editor::exchange_state(std::deque<UndoSnapshot>& from, std::deque<UndoSnaps
         kpe_complain(report, message_);
         return false;
     }
-    push(to, capture_snapshot());
+    push(to, capture_snapshot(), dropped_states_);
     UndoSnapshot snapshot = pop(from);
     restore_snapshot(snapshot);
     clamp_cursor();

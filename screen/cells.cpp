@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <curses.h>
 #include <cwchar>
 #include <langinfo.h>
 
@@ -15,6 +16,8 @@ bool is_utf8() { return MB_CUR_MAX > 1 && std::strcmp(nl_langinfo(CODESET), "UTF
 
 bool is_ascii(char c) { return static_cast<unsigned char>(c) < 0x80; }
 
+bool is_printable_ascii(char c) { return c >= ' ' && c <= '~'; }
+
 // One character of the text, and how it is shown: by wide if cells is 1 or 2, on the cell before it if cells
 // is 0, or by the characters of spelled, one a byte.
 struct Character {
@@ -24,7 +27,7 @@ struct Character {
 };
 
 Character control_or_ascii(char c) {
-    if (c >= ' ' && c <= '~') return {1, 1, static_cast<wchar_t>(c), nullptr};
+    if (is_printable_ascii(c)) return {1, 1, static_cast<wchar_t>(c), nullptr};
     const char* const spelled = unctrl(static_cast<chtype>(static_cast<unsigned char>(c)));
     return {1, std::strlen(spelled), 0, spelled};
 }
@@ -69,65 +72,88 @@ size_t character_start(std::string_view text, size_t col) {
 
 }  // namespace
 
-void CellRow::put_byte(char c, attr_t attributes) {
-    cchar_t& cell = cells_.emplace_back();
-    cell.attr = attributes;
-    cell.chars[0] = static_cast<unsigned char>(c);
-    ++used_;
-    ++text_cells_;
+void CellRow::clear(size_t width) {
+    cells_.assign(width, Cell{});
+    marks_.clear();
+    used_ = text_cells_ = last_ = 0;
+    all_single_ = true;
 }
 
-bool CellRow::put(wchar_t c, size_t cells, attr_t attributes) {
-    if (used_ + cells > width_) return false;
-    cchar_t& cell = cells_.emplace_back();
-    cell.attr = attributes;
-    cell.chars[0] = c;
+std::wstring_view CellRow::marks(size_t i) const {
+    const size_t mark = cells_[i].mark;
+    return mark > 0 ? std::wstring_view(marks_[mark - 1]) : std::wstring_view();
+}
+
+void CellRow::insert_blanks(size_t at, size_t count) {
+    const auto from = cells_.begin() + static_cast<std::ptrdiff_t>(at);
+    std::move_backward(from, cells_.end() - static_cast<std::ptrdiff_t>(count), cells_.end());
+    std::fill_n(from, count, Cell{});
+}
+
+void CellRow::remove(size_t at, size_t count) {
+    const auto from = cells_.begin() + static_cast<std::ptrdiff_t>(at);
+    std::move(from + static_cast<std::ptrdiff_t>(count), cells_.end(), from);
+    std::fill(cells_.end() - static_cast<std::ptrdiff_t>(count), cells_.end(), Cell{});
+}
+
+bool CellRow::put(wchar_t c, size_t cells, bool reverse) {
+    if (used_ + cells > cells_.size()) return false;
+    last_ = used_;
+    cells_[used_] = {c, 0, reverse};
+    for (size_t i = 1; i < cells; ++i) {
+        cells_[used_ + i] = {SECOND_HALF, 0, reverse};
+        all_single_ = false;
+    }
     used_ += cells;
     ++text_cells_;
     return true;
 }
 
+// More marks than curses keeps for a cell are left out.
 void CellRow::combine(wchar_t c) {
-    wchar_t* const end = cells_.back().chars + CCHARW_MAX;
-    wchar_t* const free = std::find(cells_.back().chars, end, L'\0');
-    if (free != end) *free = c;  // more marks than a cell holds are left out
+    Cell& cell = cells_[last_];
+    if (cell.mark == 0) {
+        marks_.emplace_back();
+        cell.mark = static_cast<std::uint16_t>(marks_.size());
+    }
+    std::wstring& marks = marks_[cell.mark - size_t{1}];
+    if (marks.size() + 1 < CCHARW_MAX) marks += c;
 }
 
 bool CellRow::add(std::string_view text, size_t reverse_from, size_t reverse_to) {
     text_cells_ = 0;  // a mark at the start does not go onto what stands before the text
+    const size_t width = cells_.size();
     size_t at = 0;
     while (at < text.size()) {
-        if (used_ >= width_ && is_ascii(text[at])) return false;
-        const auto attributes_to = [&](size_t end) {
-            return at < reverse_to && end > reverse_from ? attr_t{A_REVERSE} : attr_t{A_NORMAL};
-        };
+        if (used_ >= width && is_ascii(text[at])) return false;
+        const auto reverse_to_byte = [&](size_t end) { return at < reverse_to && end > reverse_from; };
         if (text[at] == '\t') {
-            const size_t stop = std::min(tab_stop(used_), width_);
-            while (used_ < stop) put_byte(' ', attributes_to(at + 1));
+            const size_t stop = std::min(tab_stop(used_), width);
+            const bool reverse = reverse_to_byte(at + 1);
+            while (used_ < stop) put(L' ', 1, reverse);
+            ++at;
+            continue;
+        }
+        if (is_printable_ascii(text[at])) {  // nearly all there is: kept short
+            put(static_cast<wchar_t>(text[at]), 1, reverse_to_byte(at + 1));
             ++at;
             continue;
         }
         const Character character = first_character(text.substr(at));
-        const attr_t attributes = attributes_to(at + character.bytes);
+        const bool reverse = reverse_to_byte(at + character.bytes);
         at += character.bytes;
         if (character.spelled) {
             for (const char* c = character.spelled; *c; ++c) {
-                if (used_ == width_) return false;
-                put_byte(*c, attributes);
+                if (!put(static_cast<unsigned char>(*c), 1, reverse)) return false;
             }
         } else if (character.cells > 0) {
-            if (!put(character.wide, character.cells, attributes)) return false;
+            if (!put(character.wide, character.cells, reverse)) return false;
         } else {
-            if (text_cells_ == 0 && !put(L' ', 1, attributes)) return false;
+            if (text_cells_ == 0 && !put(L' ', 1, reverse)) return false;
             combine(character.wide);
         }
     }
     return true;
-}
-
-void CellRow::show(int screen_row) const {
-    if (cells_.empty()) return;
-    mvadd_wchnstr(screen_row, 0, cells_.data(), static_cast<int>(cells_.size()));
 }
 
 std::string_view kpe_text_from(std::string_view text, size_t from) {

@@ -1,7 +1,8 @@
 #pragma once
 
 #include <cstddef>
-#include <curses.h>
+#include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -11,23 +12,48 @@
 // curses shows it, M-x or ~x). Nothing else of the text reaches the terminal.
 class CellRow {
 public:
-    explicit CellRow(size_t width) : width_(width) {}
+    struct Cell {
+        wchar_t base = L' ';     // SECOND_HALF for the right half of the character before
+        std::uint16_t mark = 0;  // 0, or the number of its combining characters, see marks()
+        bool reverse = false;
+    };
+    static constexpr wchar_t SECOND_HALF = L'\0';
+
+    explicit CellRow(size_t width = 0) : cells_(width) {}
+    void clear(size_t width);  // now width blanks
 
     // Appends characters until the row is full. Those that hold a byte of [reverse_from, reverse_to) are
     // shown in reverse video. false once something found no room.
     bool add(std::string_view text, size_t reverse_from = 0, size_t reverse_to = 0);
     // Cells used so far.
     size_t used() const { return used_; }
-    // Shows the row from its column 0 on; nothing when the screen has no such row.
-    void show(int screen_row) const;
+    // Cells in all; those behind the used ones are blank.
+    size_t width() const { return cells_.size(); }
+    // Whether every cell is a character of its own.
+    bool all_single() const { return all_single_; }
+    const Cell& operator[](size_t i) const { return cells_[i]; }
+    bool is_second_half(size_t i) const { return cells_[i].base == SECOND_HALF; }
+    // The combining characters of a cell, in the order of the text.
+    std::wstring_view marks(size_t i) const;
+    // Whether both cells look the same.
+    bool same(size_t i, const CellRow& other, size_t j) const {
+        const Cell &a = cells_[i], &b = other.cells_[j];
+        if (a.base != b.base || a.reverse != b.reverse) return false;
+        return (a.mark == 0 && b.mark == 0) || marks(i) == other.marks(j);
+    }
+    // Blanks come in between from cell at on, the last cells fall off; or the cells from at on go, blanks come in at
+    // the end. at + count <= width(), and all_single().
+    void insert_blanks(size_t at, size_t count);
+    void remove(size_t at, size_t count);
 
 private:
-    bool put(wchar_t c, size_t cells, attr_t attributes);
-    void put_byte(char c, attr_t attributes);
+    bool put(wchar_t c, size_t cells, bool reverse);
     void combine(wchar_t c);
 
-    size_t width_, used_ = 0, text_cells_ = 0;
-    std::vector<cchar_t> cells_;  // one a character
+    std::vector<Cell> cells_;
+    std::vector<std::wstring> marks_;
+    size_t used_ = 0, text_cells_ = 0, last_ = 0;  // last_: of the character added last
+    bool all_single_ = true;
 };
 
 // text's bytes from column from on (a byte column, lowered to the length): those of a character that begins

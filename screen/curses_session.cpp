@@ -106,7 +106,7 @@ void adopt_size() {
     winsize size{};
     if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0) return;
     resize_term(size.ws_row, size.ws_col);
-    g_shown_rows.forget();
+    kpe_repaint();
 }
 
 void leave_screen() {
@@ -152,17 +152,13 @@ CursesSession::CursesSession() : outermost_(!g_curses_active) {
         kpe_safe_endwin();
         return;
     }
-    endwin();  // until curses has come back from here once, it hands over every few bytes by themselves
     raw();
     noecho();
     keypad(stdscr, TRUE);
     nonl();
     set_escdelay(25);
-    nodelay(stdscr, TRUE);  // kpe_read_key waits
     g_typed_before = kpe_end_type_ahead();
-    idlok(stdscr, TRUE);
-    typeahead(-1);  // the screen is only drawn when no key waits
-    g_shown_rows.forget();
+    kpe_repaint();
     kpe_clear_keys();
 }
 
@@ -256,7 +252,9 @@ bool terminal_changed() {
     return false;
 }
 
-int next_key() {
+// ERR when there is none, or when ready is true and there will be none.
+int next_key(bool ready) {
+    nodelay(stdscr, !ready);  // that there is something to read need not be asked once more
     if (g_typed_before == 0) return getch();
     int before = 0, after = 0;
     ioctl(STDIN_FILENO, FIONREAD, &before);
@@ -277,7 +275,7 @@ bool kpe_terminal_gone() {
     return poll(&input, 1, 0) > 0;
 }
 
-void kpe_repaint() { clearok(curscr, TRUE); }
+void kpe_repaint() { g_shown_rows.forget(); }
 
 int kpe_read_key(bool pc_keypad, const KpeDraw& draw) {
     const HeldSignals held;
@@ -292,7 +290,7 @@ int kpe_read_key(bool pc_keypad, const KpeDraw& draw) {
             g_kpe_abort_requested = 0;
             return counted(kpe_ctrl('C'));
         }
-        const int key = next_key();
+        const int key = next_key(ready);
         if (key != ERR && key != KEY_RESIZE) return counted(kpe_normalize_key(key, pc_keypad));
         if (key == ERR && ready) return ERR;  // there is something to read, and it is no byte: the end
         if (!drawn) draw(/*anew=*/false);

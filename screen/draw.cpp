@@ -50,9 +50,15 @@ size_t shown_cells(size_t width, std::string_view text) {
 }  // namespace
 
 void Editor::draw_screen() {
+    compose_screen();
+    const auto [row, col] = cursor_place();
+    g_shown_rows.paint(row, col);
+}
+
+void Editor::compose_screen() {
     if (kpe_warned()) kpe_repaint();
     const Geometry screen(set_lines_);
-    g_shown_rows.begin(screen.rows, screen.cols, screen.rows <= ROWS_BELOW_TEXT);
+    g_shown_rows.begin(screen.rows, screen.cols);
     if (truncate_) left_col_ = 0;
     adjust_view();
     const auto span = active_select_span();
@@ -69,8 +75,6 @@ void Editor::draw_screen() {
     g_shown_rows.show(screen.rows - 3, {{}, separator});
     g_shown_rows.show(screen.rows - 2, {{}, status_line()});
     if (!message_.empty() || screen.rows > 1) g_shown_rows.show(screen.rows - 1, {{}, message_});
-    place_cursor();
-    refresh();
     screen_stale_ = false;
 }
 
@@ -104,7 +108,7 @@ std::string Editor::status_line() const {
 }
 
 // On the first cell of the character that holds the cursor's byte, or behind the message.
-void Editor::place_cursor() const {
+std::pair<int, int> Editor::cursor_place() const {
     const Geometry screen(set_lines_);
     const size_t gutter = gutter_width(show_line_numbers_, cursor_row_);
     const size_t width = screen.width();
@@ -112,10 +116,10 @@ void Editor::place_cursor() const {
         cursor_col_ >= left_col_ && cursor_col_ - left_col_ + gutter < width) {
         const size_t cell = kpe_cell_of(buffer_.view(cursor_row_), left_col_, cursor_col_, gutter);
         const int row = static_cast<int>(cursor_row_ - top_line_);
-        if (cell < width && ::move(row, static_cast<int>(cell)) != ERR) return;
+        if (cell < width && row < screen.rows) return {row, static_cast<int>(cell)};
     }
     const size_t end = std::min(shown_cells(width, message_), width > 0 ? width - 1 : 0);
-    ::move(screen.rows - 1, static_cast<int>(end));
+    return {screen.rows - 1, static_cast<int>(end)};
 }
 
 void Editor::adjust_view() {

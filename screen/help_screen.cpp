@@ -1,6 +1,10 @@
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <curses.h>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "app/process.h"
 #include "editor/kpe.h"
@@ -42,16 +46,28 @@ constexpr const char* PAGE[] = {
     "Press any key to continue",
 };
 
+// What does not fit into its row goes on in the next one, and the next line is written over it.
+void write_in_full(std::vector<std::string>& rows, size_t row, std::string_view text) {
+    const auto width = static_cast<size_t>(getmaxx(stdscr));
+    for (; row < rows.size() && !text.empty(); ++row) {
+        const std::string_view part = text.substr(0, width);
+        rows[row].replace(0, part.size(), part);
+        text.remove_prefix(part.size());
+    }
+}
+
 void draw_page() {
     std::array<char, 96> title{};
     std::snprintf(title.data(), title.size(), "%s  %s - screen help", kpe_version_string().c_str(),
                   "Copyright (c) 2026 the kpe authors");
-    erase();
-    g_shown_rows.forget();
-    mvaddstr(0, 0, title.data());
-    int row = 1;
-    for (const char* const line : PAGE) mvaddstr(row++, 0, line);
-    refresh();
+    std::vector<std::string> rows(static_cast<size_t>(getmaxy(stdscr)));
+    size_t row = 0;
+    write_in_full(rows, row++, title.data());
+    for (const char* const line : PAGE) write_in_full(rows, row++, line);
+    g_shown_rows.begin(getmaxy(stdscr), getmaxx(stdscr));
+    for (size_t i = 0; i < rows.size(); ++i) g_shown_rows.show(static_cast<int>(i), {{}, rows[i]});
+    const size_t last = std::min(row, rows.size()) - 1;
+    g_shown_rows.paint(static_cast<int>(last), std::min(static_cast<int>(rows[last].size()), getmaxx(stdscr) - 1));
 }
 
 }  // namespace

@@ -40,7 +40,11 @@ void Editor::screen_loop() {
 
 int Editor::read_key(const std::function<void(bool anew)>& draw) {
     if (input_ended_) return ERR;
-    const int key = kpe_read_key(keypad_mode_ == "PC", draw);
+    const auto draw_first = [&](bool anew) {
+        draw(anew);
+        dropped_states_.clear();
+    };
+    const int key = kpe_read_key(keypad_mode_ == "PC", draw_first);
     if (key == ERR) input_ended_ = true;
     return key;
 }

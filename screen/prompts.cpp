@@ -2,6 +2,7 @@
 #include <curses.h>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "editor/kpe.h"
 #include "editor/text_helpers.h"
@@ -15,11 +16,10 @@ namespace {
 void show_prompt(const std::string& prompt, const std::string& answer) {
     const std::string text = prompt + answer;
     const size_t width = static_cast<size_t>(std::max(getmaxx(stdscr) - 1, 1));
-    g_shown_rows.forget(getmaxy(stdscr) - 1);
-    ::move(getmaxy(stdscr) - 1, 0);
-    clrtoeol();
-    addstr(text.c_str() + (text.size() > width ? text.size() - width : 0));
-    refresh();
+    const std::string_view shown = std::string_view(text).substr(text.size() - std::min(text.size(), width));
+    const int row = getmaxy(stdscr) - 1;
+    g_shown_rows.show(row, {{}, shown});
+    g_shown_rows.paint(row, std::min(static_cast<int>(shown.size()), getmaxx(stdscr) - 1));
 }
 
 bool ends_prompt(int key) {
@@ -46,7 +46,7 @@ std::string Editor::prompt_line_dir(const std::string& prompt, std::optional<Dir
 std::string Editor::read_prompt(const std::string& prompt, std::optional<Direction>* dir, bool leaves) {
     std::string answer;
     const auto draw = [&](bool anew) {
-        if (anew || screen_stale_) draw_screen();
+        if (anew || screen_stale_) compose_screen();
         show_prompt(prompt, answer);
     };
     for (;;) {

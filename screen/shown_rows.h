@@ -5,8 +5,11 @@
 #include <string_view>
 #include <vector>
 
-// What each row of the screen shows. Text is only turned into cells, and given to curses, where it changed:
-// that is what makes a key cheap on any screen.
+#include "screen/cells.h"
+#include "screen/painter.h"
+
+// The picture on the terminal, row by row. Text is only turned into cells where it changed, and only cells that
+// changed are sent: that is what makes a key cheap on any screen.
 class ShownRows {
 public:
     // A row of the screen: lead, and text behind it with its bytes [reverse_from, reverse_to) in reverse video.
@@ -14,22 +17,36 @@ public:
         std::string_view lead, text;
         size_t reverse_from = 0, reverse_to = 0;
     };
-    // Begins a picture of this size; everything is shown anew if the size is another, or so small that
-    // rows lie on top of each other.
-    void begin(int rows, int cols, bool overlapping);
+    // Begins the next picture, of this size. Rows that nobody shows stay as they are.
+    void begin(int rows, int cols);
+    // A row that the screen does not have is left out; of two contents for a row the later one counts.
     void show(int row, const Content& content);
-    // Somebody else wrote on the row, or on the screen.
-    void forget(int row);
-    void forget() { rows_.clear(); }
+    // Sends what changed and leaves the cursor at row and col, which the screen has.
+    void paint(int row, int col);
+    // The screen shows something else, or nothing: the next picture is painted anew.
+    void forget() { lost_ = true; }
 
 private:
-    struct Row {
-        bool known = false;
+    struct Text {
         std::string lead, text;
         size_t reverse_from = 0, reverse_to = 0;
+        size_t hash = 0;
+        bool operator==(const Text& other) const = default;
     };
+    struct Row {
+        Text shown, wanted;
+        CellRow cells;
+        bool changes = false;
+    };
+    void set_size(size_t rows, size_t cols);
+    void scroll_rows();
+    void take_over(int first, int last, int distance);
+
     std::vector<Row> rows_;
-    size_t width_ = 0;
+    CellRow cells_;
+    size_t cols_ = 0;
+    bool lost_ = true;
+    Painter painter_;
 };
 
 // Of the one screen there is.

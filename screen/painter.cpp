@@ -1,0 +1,255 @@
+#include "screen/painter.h"
+
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cstdlib>
+#include <curses.h>
+#include <cwchar>
+#include <term.h>
+
+#include "editor/report.h"
+
+namespace {
+
+// Equal cells between two that differ are sent again rather than jumped over: a jump takes as many bytes.
+constexpr size_t JUMP = 6;
+// Inserting or removing so many cells is looked for: a typed character, a tab.
+constexpr size_t MOST_SHIFTED = 8;
+
+std::string* g_out = nullptr;  // tputs calls a plain function
+
+int put_byte(int c) {
+    *g_out += static_cast<char>(c);
+    return c;
+}
+
+bool is_blank(const CellRow& cells, size_t i) {
+    return cells[i].base == L' ' && !cells[i].reverse && cells[i].mark == 0;
+}
+
+// The column behind the last cell that is not blank.
+size_t end_of_text(const CellRow& cells) {
+    size_t end = cells.width();
+    while (end > 0 && is_blank(cells, end - 1)) --end;
+    return end;
+}
+
+// How many cells from column from on are not the same.
+size_t differing(const CellRow& a, const CellRow& b, size_t from, size_t a_offset, size_t b_offset) {
+    size_t count = 0;
+    const size_t end = a.width() - std::max(a_offset, b_offset);
+    for (size_t i = from; i < end; ++i) count += !a.same(i + a_offset, b, i + b_offset);
+    return count;
+}
+
+void append_number(std::string& out, int number) {
+    char digits[16];
+    const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+    out.append(digits, end);
+}
+
+}  // namespace
+
+void Painter::begin(int rows, int cols) {
+    rows_ = rows;
+    cols_ = cols;
+    reverse_ = false;
+    forget_cursor();
+    plain_address_ = cursor_address != nullptr && std::string_view(cursor_address) == "\033[%i%p1%d;%p2%dH";
+}
+
+void Painter::send(const char* capability) {
+    g_out = &out_;
+    tputs(capability, 1, put_byte);
+}
+
+void Painter::flush() {
+    reverse(false);
+    kpe_print(out_);
+    out_.clear();
+    kpe_flush();
+}
+
+void Painter::reverse(bool on) {
+    if (reverse_ == on) return;
+    const char* const turn_on = enter_reverse_mode ? enter_reverse_mode : enter_standout_mode;
+    // Attributes that take a cell of their own would push the text aside.
+    if (!turn_on || !exit_attribute_mode || magic_cookie_glitch > 0) return;
+    send(on ? turn_on : exit_attribute_mode);
+    reverse_ = on;
+}
+
+void Painter::move_cursor(int row, int col) {
+    if (row == row_ && col == col_) return;
+    reverse(false);  // not every terminal can move with it
+    if (row_ != UNKNOWN && col == 0 && (row == row_ || row == row_ + 1)) {
+        out_ += row == row_ ? "\r" : "\r\n";
+    } else if (plain_address_) {
+        // What nearly every terminal has; to have it formatted takes as long as the rest of a key.
+        out_ += "\033[";
+        append_number(out_, row + 1);
+        out_ += ';';
+        append_number(out_, col + 1);
+        out_ += 'H';
+    } else {
+        send(tiparm(cursor_address, row, col));
+    }
+    row_ = row;
+    col_ = col;
+}
+
+void Painter::send_wide(wchar_t c) {
+    char bytes[MB_LEN_MAX];
+    std::mbstate_t state{};
+    const size_t size = std::wcrtomb(bytes, c, &state);
+    if (size != static_cast<size_t>(-1)) {
+        out_.append(bytes, size);
+    } else {  // a byte of a one-byte character set that has no character for it
+        out_ += MB_CUR_MAX == 1 && c <= 0xFF ? static_cast<char>(c) : '?';
+    }
+}
+
+void Painter::send_character(const CellRow& cells, size_t i) {
+    const CellRow::Cell& cell = cells[i];
+    reverse(cell.reverse);
+    if (cell.base < 0x80) {
+        out_ += static_cast<char>(cell.base);
+    } else {
+        send_wide(cell.base);
+    }
+    for (const wchar_t mark : cells.marks(i)) send_wide(mark);
+}
+
+void Painter::send_cells(int row, const CellRow& cells, size_t from, size_t to) {
+    // The last cell of the screen would scroll it.
+    const bool wraps = auto_right_margin;
+    if (row == rows_ - 1 && to == cells.width() && wraps && !eat_newline_glitch) {
+        --to;
+        if (cells.is_second_half(to)) --to;
+    }
+    if (from >= to) return;
+    move_cursor(row, static_cast<int>(from));
+    bool sure = true;
+    for (size_t i = from; i < to; ++i) {
+        if (cells.is_second_half(i)) continue;
+        send_character(cells, i);
+        sure = sure && cells[i].base < 0x80 && cells[i].mark == 0;
+    }
+    col_ = static_cast<int>(to);
+    // Terminals disagree about the width of some characters, and about what follows the last column.
+    if (!sure || to >= cells.width()) forget_cursor();
+}
+
+bool Painter::insert_blanks(size_t count) {
+    const int n = static_cast<int>(count);
+    if (parm_ich) {
+        send(tiparm(parm_ich, n));
+    } else if (insert_character && !enter_insert_mode) {
+        for (int i = 0; i < n; ++i) send(insert_character);
+    } else {
+        return false;
+    }
+    return true;
+}
+
+bool Painter::remove_cells(size_t count) {
+    const int n = static_cast<int>(count);
+    if (parm_dch) {
+        send(tiparm(parm_dch, n));
+    } else if (delete_character && !enter_delete_mode) {
+        for (int i = 0; i < n; ++i) send(delete_character);
+    } else {
+        return false;
+    }
+    return true;
+}
+
+// Where the text behind from only moved aside, has the terminal move it; scratch_ is then what the row shows.
+bool Painter::shift(int row, const CellRow& was, const CellRow& now, size_t from) {
+    const size_t width = now.width();
+    const size_t unmoved = differing(was, now, from, 0, 0);
+    for (size_t count = 1; count <= MOST_SHIFTED && from + count < width && unmoved > count + JUMP; ++count) {
+        const bool inserted = differing(was, now, from, 0, count) == 0;
+        const bool removed = !inserted && differing(was, now, from, count, 0) == 0;
+        if (!inserted && !removed) continue;
+        move_cursor(row, static_cast<int>(from));
+        if (inserted ? !insert_blanks(count) : !remove_cells(count)) return false;
+        scratch_ = was;
+        if (inserted) {
+            scratch_.insert_blanks(from, count);
+        } else {
+            scratch_.remove(from, count);
+        }
+        return true;
+    }
+    return false;
+}
+
+// The cells of columns [from, to) that differ, whole characters of both rows.
+void Painter::send_difference(int row, const CellRow& was, const CellRow& now, size_t from, size_t to) {
+    const auto inside = [&](size_t i) { return i < to && (now.is_second_half(i) || was.is_second_half(i)); };
+    for (size_t i = from; i < to;) {
+        if (now.same(i, was, i)) {
+            ++i;
+            continue;
+        }
+        size_t start = i, end = i + 1;
+        for (size_t next = end; next < to && next - end <= JUMP; ++next) {
+            if (!now.same(next, was, next)) end = next + 1;
+        }
+        while (start > 0 && inside(start)) --start;
+        while (inside(end)) ++end;
+        send_cells(row, now, start, end);
+        i = end;
+    }
+}
+
+void Painter::change(int row, const CellRow& was, const CellRow& now) {
+    const size_t width = now.width();
+    size_t from = 0;
+    while (from < width && now.same(from, was, from)) ++from;
+    if (from == width) return;
+    if (was.all_single() && now.all_single() && shift(row, was, now, from)) {
+        send_difference(row, scratch_, now, from, width);
+        return;
+    }
+    const size_t text_end = end_of_text(now), old_end = end_of_text(was);
+    const bool clears = clr_eol && old_end > text_end + JUMP / 2 && text_end < width;
+    send_difference(row, was, now, from, clears ? text_end : width);
+    if (!clears) return;
+    move_cursor(row, static_cast<int>(text_end));
+    reverse(false);
+    send(clr_eol);
+}
+
+bool Painter::scroll_rows(int top, int bottom, int count) {
+    if (memory_above || memory_below || non_dest_scroll_region) return false;  // old text could come in
+    const int distance = count > 0 ? count : -count;
+    const char* const once = count > 0 ? scroll_forward : scroll_reverse;
+    const char* const several = count > 0 ? parm_index : parm_rindex;
+    if (change_scroll_region && (once || several)) {
+        reverse(false);
+        send(tiparm(change_scroll_region, top, bottom));
+        forget_cursor();
+        move_cursor(count > 0 ? bottom : top, 0);
+        if (several && (distance > 1 || !once)) {
+            send(tiparm(several, distance));
+        } else {
+            for (int i = 0; i < distance; ++i) send(once);
+        }
+        send(tiparm(change_scroll_region, 0, rows_ - 1));
+        forget_cursor();
+        return true;
+    }
+    if (!parm_insert_line || !parm_delete_line) return false;
+    const int removed_at = count > 0 ? top : bottom - distance + 1,
+              inserted_at = count > 0 ? bottom - distance + 1 : top;
+    move_cursor(removed_at, 0);
+    send(tiparm(parm_delete_line, distance));
+    forget_cursor();
+    move_cursor(inserted_at, 0);
+    send(tiparm(parm_insert_line, distance));
+    forget_cursor();
+    return true;
+}
