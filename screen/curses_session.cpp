@@ -29,6 +29,9 @@ constexpr std::string_view LIKE_XTERM[] = {
 };
 constexpr const char* XTERM = "xterm-256color";
 
+// What obstacle() found for the session to come.
+const char* g_entry = nullptr;
+
 // Of the last session; kept when it ends, so that the page size stays that of the screen.
 SCREEN* g_screen = nullptr;
 
@@ -88,13 +91,16 @@ Ability ability_of(const char* name) {
     return moves ? Ability::Screen : Ability::Limited;
 }
 
-// The entry to use; nothing when no entry fits.
-const char* usable_entry() {
-    const std::string_view name = terminal_name();
-    if (ability_of(terminal_name()) != Ability::Unknown) return terminal_name();
+// Finds the entry to use, g_entry: the terminal's own, or that of one like it; and what it can.
+Ability find_entry() {
+    g_entry = terminal_name();
+    const Ability ability = ability_of(g_entry);
+    if (ability != Ability::Unknown) return ability;
+    const std::string_view name = g_entry;
     const bool like_xterm = std::any_of(std::begin(LIKE_XTERM), std::end(LIKE_XTERM),
                                         [&](std::string_view start) { return name.starts_with(start); });
-    return like_xterm && ability_of(XTERM) == Ability::Screen ? XTERM : nullptr;
+    g_entry = XTERM;
+    return like_xterm ? ability_of(XTERM) : Ability::Unknown;
 }
 
 void keypad_application_mode() {
@@ -132,22 +138,23 @@ std::optional<std::string> CursesSession::obstacle() {
     if (!isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO)) return "Screen mode needs a terminal";
     const std::string name = terminal_name();
     if (name.empty()) return "Screen mode needs a terminal type: TERM is not set";
-    const char* const entry = usable_entry();
-    if (!entry) return "Unknown terminal type: " + name;
-    if (ability_of(entry) == Ability::Limited) return "Terminal type without full screen: " + name;
+    switch (find_entry()) {
+        case Ability::Unknown: return "Unknown terminal type: " + name;
+        case Ability::Limited: return "Terminal type without full screen: " + name;
+        case Ability::Screen: break;
+    }
     return std::nullopt;
 }
 
 CursesSession::CursesSession() : outermost_(!g_curses_active) {
     if (!outermost_) return;
-    const char* const entry = usable_entry();
     take_signals();
     g_curses_active = true;  // from here on a signal that ends the process waits for endwin
     std::setlocale(LC_CTYPE, "");
     keypad_application_mode();
     if (g_screen) delscreen(g_screen);
     use_tioctl(TRUE);  // LINES and COLUMNS would hide a change of size
-    g_screen = entry ? newterm(entry, stdout, stdin) : nullptr;
+    g_screen = newterm(g_entry, stdout, stdin);
     if (!g_screen) {
         kpe_safe_endwin();
         return;

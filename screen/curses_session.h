@@ -14,7 +14,7 @@ public:
     // Why there can be no session, as a message without its "?"; nothing when there can.
     static std::optional<std::string> obstacle();
 
-    CursesSession();
+    CursesSession();  // after obstacle() found none
     ~CursesSession();
     CursesSession(const CursesSession&) = delete;
     CursesSession& operator=(const CursesSession&) = delete;
