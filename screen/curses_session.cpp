@@ -139,9 +139,12 @@ std::optional<std::string> CursesSession::obstacle() {
     const std::string name = terminal_name();
     if (name.empty()) return "Screen mode needs a terminal type: TERM is not set";
     switch (find_entry()) {
-        case Ability::Unknown: return "Unknown terminal type: " + name;
-        case Ability::Limited: return "Terminal type without full screen: " + name;
-        case Ability::Screen: break;
+        case Ability::Unknown:
+            return "Unknown terminal type: " + name;
+        case Ability::Limited:
+            return "Terminal type without full screen: " + name;
+        case Ability::Screen:
+            break;
     }
     return std::nullopt;
 }
