@@ -1,26 +1,16 @@
 #include "buffer/safety_copy.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "buffer/state_directory.h"
+
 namespace {
 
-// The variable's value when it is an absolute path: a relative one would mean another place each time.
-std::string env_directory(const char* name) {
-    const char* value = getenv(name);
-    return value && *value == '/' ? value : "";
-}
-
-void make_directories(const std::string& path) {
-    for (size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1))
-        mkdir(path.substr(0, slash).c_str(), 0700);
-}
-
 FileHandle make_file(const std::string& directory, const std::string& prefix, std::string& path) {
-    make_directories(directory);
+    kpe_make_directories(directory);
     return FileHandle(kpe_with_new_name(directory + prefix, path, [](const char* name) {
         return open(name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     }));
@@ -87,12 +77,8 @@ bool put_back(const Overwrite& files, int copy, off_t size) {
 
 std::vector<std::string> kpe_state_directories() {
     std::vector<std::string> directories;
-    const std::string state = env_directory("XDG_STATE_HOME"), home = env_directory("HOME");
-    if (!state.empty())
-        directories.push_back(state + "/kpe/");
-    else if (!home.empty())
-        directories.push_back(home + "/.local/state/kpe/");
-    const std::string temporary = env_directory("TMPDIR");
+    const std::string state = kpe_state_directory(), temporary = kpe_env_directory("TMPDIR");
+    if (!state.empty()) directories.push_back(state);
     directories.push_back((temporary.empty() ? "/tmp" : temporary) + "/");
     return directories;
 }
