@@ -121,18 +121,21 @@ bool configured_versioning() {
 }
 
 int edit(Options&& options, bool versioning) {
+    std::optional<Editor> editor;  // its texts outlive an exception
     try {
-        Editor editor(std::move(options.files), std::move(options.command_file), std::move(options.output_file),
-                      options.read_only, options.recover, std::move(options.journal));
-        editor.set_debug_keys(options.debug_keys);
-        editor.set_no_command(options.no_command);
-        editor.enable_versioning(versioning);
-        const int status = editor.run();
+        editor.emplace(std::move(options.files), std::move(options.command_file), std::move(options.output_file),
+                       options.read_only, options.recover, std::move(options.journal));
+        editor->set_debug_keys(options.debug_keys);
+        editor->set_no_command(options.no_command);
+        editor->enable_versioning(versioning);
+        const int status = editor->run();
         kpe_safe_endwin();
         return status;
     } catch (const std::exception& e) {
+        kpe_limit_end(1);
         kpe_safe_endwin();
         kpe_warn(std::string("fatal: ") + e.what());
+        if (editor) editor->rescue();
         return 1;
     }
 }

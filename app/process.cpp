@@ -1,8 +1,13 @@
 #include "app/process.h"
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <curses.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include "editor/input.h"
@@ -19,31 +24,16 @@ bool g_curses_active = false;
 
 namespace {
 
-constexpr int ENDING_SIGNALS[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
-// Signals that arrive as an error of the write that caused them.
-constexpr int WRITE_SIGNALS[] = {SIGPIPE, SIGXFSZ};
+constexpr int ENDING_SIGNALS[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE};
+constexpr int MOST_SECONDS = 10;  // for the end of the process
 
-// Ends the process by the signal, with all that was printed handed over. A flush that the signal interrupted goes
-// on first, unless its reader has stopped and a second signal comes.
-void end_by(int signal_number) {
-    kpe_restore_input_in_handler();
-    if (!kpe_flush_in_handler() && g_kpe_end_signal == 0) {
-        g_kpe_end_signal = signal_number;
-        return;
-    }
-    std::signal(signal_number, SIG_DFL);
-    std::raise(signal_number);
-}
+volatile std::sig_atomic_t g_seconds_ending = 0;
+int g_end_status = 0;  // without a signal
 
-// With curses on the terminal, screen mode ends itself first: nothing of curses may run in a handler.
-void ending_signal_handler(int signal_number) {
-    if (!g_curses_active) {
-        end_by(signal_number);
-        return;
-    }
-    g_kpe_end_signal = signal_number;
-    g_kpe_abort_requested = 1;
-}
+termios g_terminal_before;
+volatile std::sig_atomic_t g_terminal_known = 0;
+char g_terminal_reset[64];
+volatile std::sig_atomic_t g_sent_nowhere = 0;
 
 void set_handler(int signal_number, void (*handler)(int)) {
     struct sigaction action {};
@@ -52,16 +42,102 @@ void set_handler(int signal_number, void (*handler)(int)) {
     sigaction(signal_number, &action, nullptr);
 }
 
+// Whether the terminal is another job's by now: its modes are not ours to set then.
+bool in_background() {
+    const pid_t foreground = tcgetpgrp(STDIN_FILENO);
+    return foreground > 0 && foreground != getpgrp();
+}
+
+bool takes_output(int fd) {
+    pollfd output = {fd, POLLOUT, 0};
+    return poll(&output, 1, 0) != 0;
+}
+
+// The modes only; for a signal handler as well.
+void restore_modes() {
+    if (in_background()) return;
+    kpe_restore_input();
+    if (g_terminal_known) tcsetattr(STDIN_FILENO, TCSANOW, &g_terminal_before);
+}
+
+[[noreturn]] void end_process() {
+    const int number = g_kpe_end_signal;
+    if (number == 0) _exit(g_end_status);
+    sigset_t only;
+    sigemptyset(&only);
+    sigaddset(&only, number);
+    std::signal(number, SIG_DFL);
+    sigprocmask(SIG_UNBLOCK, &only, nullptr);
+    std::raise(number);
+    _exit(128 + number);
+}
+
+// Wherever the process is: for a signal handler.
+[[noreturn]] void end_at_once() {
+    restore_modes();
+    if (g_curses_active && takes_output(STDOUT_FILENO)) {
+        const ssize_t ignored = write(STDOUT_FILENO, g_terminal_reset, strlen(g_terminal_reset));
+        static_cast<void>(ignored);
+    }
+    end_process();
+}
+
+void send_nowhere(int fd) {
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (nowhere < 0) return;
+    dup2(nowhere, fd);
+    close(nowhere);
+    g_sent_nowhere = 1;
+}
+
+void each_second(int) {
+    const int error = errno;
+    g_seconds_ending = g_seconds_ending + 1;
+    if (g_seconds_ending >= MOST_SECONDS) end_at_once();
+    for (const int fd : {STDOUT_FILENO, STDERR_FILENO})
+        if (!takes_output(fd)) send_nowhere(fd);
+    alarm(1);
+    errno = error;
+}
+
+void limit_end() {
+    set_handler(SIGTTOU, SIG_IGN);  // a job that was sent to the background must not stop at its last words
+    set_handler(SIGALRM, each_second);
+    alarm(1);
+}
+
+void ending_signal_handler(int signal_number) {
+    const int error = errno;
+    if (g_kpe_end_signal == 0) {
+        g_kpe_end_signal = signal_number;
+        g_kpe_abort_requested = 1;
+        limit_end();
+    } else if (g_seconds_ending > 0 && signal_number != SIGPIPE) {
+        end_at_once();
+    }
+    errno = error;
+}
+
 }  // namespace
 
 void kpe_sigint_handler(int) { g_kpe_abort_requested = 1; }
 
+void kpe_forget_interrupt() {
+    g_kpe_abort_requested = 0;
+    if (g_kpe_end_signal) g_kpe_abort_requested = 1;  // it may have come just now
+}
+
 void kpe_safe_endwin() {
     if (!g_curses_active) return;
+    if (g_kpe_end_signal && in_background()) {
+        g_curses_active = false;
+        return;
+    }
     endwin();
     g_curses_active = false;
     kpe_print("\033>");
     kpe_flush();
+    if (!g_sent_nowhere) g_terminal_known = 0;
 }
 
 void kpe_install_signal_handlers() {
@@ -70,15 +146,27 @@ void kpe_install_signal_handlers() {
         const bool ignored = sigaction(signal_number, nullptr, &now) == 0 && now.sa_handler == SIG_IGN;
         if (!ignored) set_handler(signal_number, ending_signal_handler);
     }
-    for (const int signal_number : WRITE_SIGNALS) set_handler(signal_number, SIG_IGN);
+    set_handler(SIGXFSZ, SIG_IGN);
 }
 
-void kpe_default_signals_for_child() {
-    for (const int signal_number : WRITE_SIGNALS) set_handler(signal_number, SIG_DFL);
+void kpe_default_signals_for_child() { set_handler(SIGXFSZ, SIG_DFL); }
+
+void kpe_end_by_signal() {
+    kpe_flush();
+    restore_modes();
+    end_process();
 }
 
-void kpe_obey_end_signal() {
-    if (g_kpe_end_signal != 0 && !g_curses_active) end_by(g_kpe_end_signal);
+void kpe_limit_end(int status) {
+    if (g_kpe_end_signal) return;  // limited already
+    g_end_status = status;
+    limit_end();
+}
+
+void kpe_remember_terminal() { g_terminal_known = tcgetattr(STDIN_FILENO, &g_terminal_before) == 0; }
+
+void kpe_set_terminal_reset(const std::string& bytes) {
+    g_terminal_reset[bytes.copy(g_terminal_reset, sizeof g_terminal_reset - 1)] = '\0';
 }
 
 std::string kpe_version_string() {

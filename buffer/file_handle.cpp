@@ -73,8 +73,12 @@ SignalHold::SignalHold() : SignalHold({SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGTSTP
 
 SignalHold::~SignalHold() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
 
-bool kpe_write_all(int fd, std::string_view first, std::string_view second) {
+bool kpe_write_all(int fd, std::string_view first, std::string_view second, const volatile std::sig_atomic_t* abort) {
     while (!first.empty() || !second.empty()) {
+        if (abort && *abort) {
+            errno = EINTR;
+            return false;
+        }
         const iovec pieces[] = {{const_cast<char*>(first.data()), first.size()},
                                 {const_cast<char*>(second.data()), second.size()}};
         const ssize_t n = writev(fd, pieces, 2);

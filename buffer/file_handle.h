@@ -33,14 +33,16 @@ public:
     ~SignalHold();
     SignalHold(const SignalHold&) = delete;
     SignalHold& operator=(const SignalHold&) = delete;
+    const sigset_t& before() const { return before_; }  // for a wait that lets them in
 
 private:
     sigset_t before_;
 };
 
 // Writes both pieces at the file's position, one behind the other and in one call where the kernel takes
-// them. false with errno set.
-bool kpe_write_all(int fd, std::string_view first, std::string_view second);
+// them. false with errno set. It gives up, with EINTR, once *abort is set.
+bool kpe_write_all(int fd, std::string_view first, std::string_view second,
+                   const volatile std::sig_atomic_t* abort = nullptr);
 // Copies bytes [begin, end) to the same place of another file. Returns where it stopped: end, or less
 // with errno set (EIO when the source ends early).
 off_t kpe_copy_bytes(int from, int to, off_t begin, off_t end);

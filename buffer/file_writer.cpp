@@ -44,13 +44,13 @@ bool on_proc(int directory) {
 bool sync_plain(int fd) { return fsync(fd) == 0 || errno == EINVAL || errno == EROFS || errno == EOPNOTSUPP; }
 
 // As kpe_write_all, but a reader that has gone is the error EPIPE and not the end of the process.
-bool write_to_pipe(int fd, std::string_view first, std::string_view second) {
+bool write_to_pipe(int fd, std::string_view first, std::string_view second, const volatile std::sig_atomic_t* abort) {
     sigset_t pipe, pending;
     sigemptyset(&pipe);
     sigaddset(&pipe, SIGPIPE);
     const SignalHold hold{SIGPIPE};
     sigpending(&pending);
-    const bool done = kpe_write_all(fd, first, second);
+    const bool done = kpe_write_all(fd, first, second, abort);
     if (done || errno != EPIPE || sigismember(&pending, SIGPIPE)) return done;
     const timespec at_once{};
     while (sigtimedwait(&pipe, nullptr, &at_once) < 0 && errno == EINTR) {
@@ -87,6 +87,7 @@ struct FileWriter::State {
     Way way = Way::Beside;
     std::string path;
     bool refuse = false, taken = false, done = false;
+    const volatile std::sig_atomic_t* abort = nullptr;
     FileHandle target;          // the old file, open for writing; not open when there is none
     FileHandle dir;             // the directory of the file that the links lead to,
     std::string base;           // and its name there
@@ -196,8 +197,8 @@ void FileWriter::State::discard() {
 
 // Sends what was gathered, and last behind it.
 bool FileWriter::State::put(std::string_view last) {
-    const bool sent =
-        way == Way::Plain ? write_to_pipe(target.fd(), gathered, last) : kpe_write_all(text.fd(), gathered, last);
+    const bool sent = way == Way::Plain ? write_to_pipe(target.fd(), gathered, last, abort)
+                                        : kpe_write_all(text.fd(), gathered, last);
     gathered.clear();
     return sent;
 }
@@ -275,10 +276,11 @@ bool FileWriter::State::overwrite() {
 FileWriter::FileWriter() = default;
 FileWriter::~FileWriter() = default;
 
-bool FileWriter::open(const std::string& path, Existing existing) {
+bool FileWriter::open(const std::string& path, Existing existing, const volatile std::sig_atomic_t* abort) {
     state_ = std::make_unique<State>();
     state_->path = path;
     state_->refuse = existing == Existing::Refuse;
+    state_->abort = abort;
     state_->gathered.reserve(GATHERED_SIZE);
     if (state_->open()) return true;
     state_->error = errno;

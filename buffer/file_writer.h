@@ -1,5 +1,6 @@
 #pragma once
 
+#include <csignal>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -18,8 +19,8 @@ public:
 
     // Makes ready to write path; false with errno set if that cannot be. Existing::Refuse is for a new
     // file: commit() fails with taken() if somebody else made that name meanwhile. A FIFO waits for its
-    // reader; a signal ends that with EINTR.
-    bool open(const std::string& path, Existing existing);
+    // reader; a signal ends that with EINTR, and if *abort is set then, also the waiting in write().
+    bool open(const std::string& path, Existing existing, const volatile std::sig_atomic_t* abort = nullptr);
     // Adds bytes; small pieces are gathered, large ones (1 MB and more) go out as they are. false after
     // the first failure; commit() fails then.
     bool write(std::string_view bytes);

@@ -176,6 +176,7 @@ struct Editor::VerbTable {
 
 Editor::CommandResult Editor::execute_command(const std::string& raw, bool report) {
     if (is_comment_or_blank(raw)) return CommandResult::Continue;
+    if (g_kpe_end_signal) return CommandResult::Continue;  // the rest of a macro or command file is left out
     std::string command = trim(raw);
     Qualifiers quals;
     // What a SUBSTITUTE searches and inserts is protected: only what follows it may hold qualifiers.
@@ -246,7 +247,6 @@ Editor::CommandResult Editor::change_command(const Call& call) {
     append_journal_line("CHANGE");
     nokeypad_mode();
     append_journal_line("! left CHANGE (nokeypad)");
-    if (!g_curses_active) kpe_obey_end_signal();
     return CommandResult::Continue;
 }
 

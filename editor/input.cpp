@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "app/process.h"
+#include "buffer/file_handle.h"
 #include "editor/report.h"
 
 namespace {
@@ -37,17 +38,15 @@ void take_typed(char& c) {
     kpe_print(control ? std::string_view(shown, 2) : std::string_view(&c, 1));
 }
 
-// Waits until there is something to read. An interrupt that comes between the test of its flag and the wait
+// Waits until there is something to read. A signal that comes between the test of its flag and the wait
 // is held back until the wait itself: no question goes on after Ctrl/C. false: it asked to stop.
 bool wait_for_input() {
-    sigset_t interrupt, before;
-    sigemptyset(&interrupt);
-    sigaddset(&interrupt, SIGINT);
-    sigprocmask(SIG_BLOCK, &interrupt, &before);
-    pollfd input = {STDIN_FILENO, POLLIN, 0};
-    while (!g_kpe_abort_requested && ppoll(&input, 1, nullptr, &before) < 0 && errno == EINTR) {
+    {
+        const SignalHold hold({SIGINT, SIGHUP, SIGQUIT, SIGTERM});
+        pollfd input = {STDIN_FILENO, POLLIN, 0};
+        while (!g_kpe_abort_requested && ppoll(&input, 1, nullptr, &hold.before()) < 0 && errno == EINTR) {
+        }
     }
-    sigprocmask(SIG_SETMASK, &before, nullptr);
     return !g_kpe_abort_requested;
 }
 
@@ -115,10 +114,10 @@ CtrlZAsInput::CtrlZAsInput() {
 }
 
 CtrlZAsInput::~CtrlZAsInput() {
-    if (changed_) kpe_restore_input_in_handler();
+    if (changed_) kpe_restore_input();
 }
 
-void kpe_restore_input_in_handler() {
+void kpe_restore_input() {
     if (!g_terminal_changed) return;
     tcsetattr(STDIN_FILENO, TCSANOW, &g_saved_terminal);
     g_terminal_changed = 0;

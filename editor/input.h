@@ -6,7 +6,7 @@
 
 // Standard input, line by line, without the "\n". Output is flushed before kpe waits. Nothing at the end of
 // input (an unterminated last line counts as a line), on a read error, and when g_kpe_abort_requested gets
-// set while waiting; other interruptions go on reading.
+// set while waiting, also by a signal that ends the process; other interruptions go on reading.
 std::optional<std::string> kpe_read_line();
 // What was typed up to now was typed while the terminal was raw: in it a carriage return ends a line, and
 // nothing was shown, so kpe_read_line shows it when its turn comes. After the terminal has its usual mode again.
@@ -26,5 +26,5 @@ public:
 private:
     bool changed_ = false;
 };
-// Puts the terminal back as it was, for a signal handler.
-void kpe_restore_input_in_handler();
+// Puts the terminal back as it was, at once; for a signal handler as well.
+void kpe_restore_input();

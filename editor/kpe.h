@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "buffer/file_handle.h"
 #include "buffer/match.h"
 #include "buffer/text_buffer.h"
 
@@ -89,6 +90,10 @@ public:
     int line_mode();
     void handle_command_result(CommandResult r, bool exit_allowed);
     void reset_state();
+
+    // --- Rescue: editor/rescue.cpp ---
+    // For the end of a session: keeps every text that is only here, and tells where. Throws nothing.
+    void rescue();
 
     struct KeyTable;  // what each key is called and does: screen/keys.cpp
 
@@ -263,6 +268,21 @@ private:
     CommandResult next_file_command(bool verbose);
     CommandResult previous_file_command(bool verbose);
     void walk_to_file(size_t index, bool verbose);
+
+    // --- Rescue: editor/rescue.cpp ---
+    // A file holds the buffer's text as it is now; buffer is buffer_ or one of buffers_.
+    void note_on_disk(const TextBuffer& buffer);
+    const TextBuffer& newest_text(const std::string& name) const;
+    // Whether the buffer of that (normalized) name has text that is not what was last loaded or saved.
+    bool is_only_here(const std::string& name) const;
+    // Writes the text of one or of every buffer to a rescue file if it is only here. tell_kept() tells the user on a
+    // terminal, and makes the files last.
+    void keep_text(const std::string& name);
+    void keep_texts();
+    void tell_kept();
+    // If a signal asked for the end of the process, ends it now; nothing while curses has the terminal. Called
+    // between commands, where every text is whole.
+    void obey_end_signal();
 
     // --- Journal: editor/journal.cpp ---
     std::string journal_path() const;
@@ -473,6 +493,15 @@ private:
     // --- The file list ---
     std::vector<std::string> all_files_;
     size_t current_file_idx_ = 0;
+
+    // --- Texts that must not be lost ---
+    struct Rescued {
+        FileHandle file;
+        std::string message;
+    };
+    std::map<std::string, LineStore> on_disk_;  // by buffer name: what was last loaded or saved
+    std::vector<Rescued> rescued_;              // and not told yet
+    bool at_terminal_ = false;                  // standard input was one at the start
 
     // --- The journal, held open; see append_journal_line ---
     struct OpenJournal {

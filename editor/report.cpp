@@ -1,20 +1,17 @@
 #include "editor/report.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <poll.h>
 #include <unistd.h>
 
-#include "app/process.h"
-
 namespace {
 
-// What was printed and not handed over yet. Plain memory, so that a signal handler can write it out.
+// What was printed and not handed over yet.
 constexpr size_t OUTPUT_SIZE = 256 * 1024;
 char g_output[OUTPUT_SIZE];
-volatile size_t g_output_used = 0;
-volatile std::sig_atomic_t g_flushing = 0;
+size_t g_output_used = 0;
+char g_last_printed = '\n';
 bool g_warned = false;
 
 // All bytes, or as many as the reader takes: a reader that has gone is no reason to stop editing.
@@ -36,6 +33,7 @@ void write_all(int fd, const char* data, size_t size) {
 }  // namespace
 
 void kpe_print(std::string_view text) {
+    if (!text.empty()) g_last_printed = text.back();
     if (text.size() > OUTPUT_SIZE - g_output_used) {
         kpe_flush();
         if (text.size() >= OUTPUT_SIZE) {
@@ -44,7 +42,7 @@ void kpe_print(std::string_view text) {
         }
     }
     std::memcpy(g_output + g_output_used, text.data(), text.size());
-    g_output_used = g_output_used + text.size();
+    g_output_used += text.size();
 }
 
 void kpe_say(bool report, std::string_view line) {
@@ -73,18 +71,11 @@ bool kpe_warned() {
 }
 
 void kpe_flush() {
-    g_flushing = 1;
     write_all(STDOUT_FILENO, g_output, g_output_used);
     g_output_used = 0;
-    g_flushing = 0;
-    kpe_obey_end_signal();
 }
 
-bool kpe_flush_in_handler() {
-    if (g_flushing) return false;
-    write_all(STDOUT_FILENO, g_output, g_output_used);
-    return true;
-}
+bool kpe_at_line_start() { return g_last_printed == '\n'; }
 
 std::string kpe_counted(size_t n, std::string_view noun) {
     std::string text = std::to_string(n);

@@ -14,7 +14,7 @@ void kpe_warn(std::string_view line);                   // line + "\n" on standa
 // Whether something went to standard error since the last call.
 bool kpe_warned();
 void kpe_flush();
-// kpe_flush for a signal handler: only write(2). false when a flush was interrupted, which then has to go on.
-bool kpe_flush_in_handler();
+// Whether the last byte that was printed ended its line.
+bool kpe_at_line_start();
 std::string kpe_counted(size_t n, std::string_view noun);  // "1 line", "2 lines"
 inline const char* kpe_on_off(bool on) { return on ? "ON" : "OFF"; }

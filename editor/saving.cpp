@@ -66,7 +66,8 @@ std::string Editor::resolve_write_path(const std::string& path) const {
 Editor::Written Editor::write_lines_file(const std::string& path, const LineStore& lines, bool must_be_new) {
     kpe_flush();  // the file may be the terminal or the pipe that the output goes to
     FileWriter file;
-    if (!file.open(path, must_be_new ? FileWriter::Existing::Refuse : FileWriter::Existing::Replace)) {
+    const auto existing = must_be_new ? FileWriter::Existing::Refuse : FileWriter::Existing::Replace;
+    if (!file.open(path, existing, &g_kpe_abort_requested)) {
         return file.taken() ? Written::Taken : Written::Failed;
     }
     const bool records = rms_fixed_ && rms_fixed_len_ > 0;
@@ -102,6 +103,7 @@ bool Editor::save_lines(const LineStore& lines, const std::string& name, std::st
 
 bool Editor::save_buffer_to_path(TextBuffer& buf, const std::string& name, std::string& path) {
     if (!save_lines(buf.lines(), name, path)) return false;
+    if (file_exists(path)) note_on_disk(buf);  // a device keeps nothing
     if (strip_vms_version(buf.filename()) == strip_vms_version(path)) buf.clear_modified();
     return true;
 }
@@ -125,12 +127,18 @@ void Editor::save_and_exit_now(bool show_eob) {
     std::string path;
     if (!save_buffer_to_path(main_buffer, main_buffer.filename(), path)) {
         kpe_warn("?Unable to write " + path);
+        obey_end_signal();
+        if (at_terminal_) {  // a script is there to be run again
+            kpe_limit_end(2);
+            rescue();
+        }
         std::exit(2);
     }
     delete_journal_file();
     kpe_say(summary_, path + " " + std::to_string(main_buffer.line_count()) + " lines");
     kpe_say(show_eob && !quiet_, text_eob_);
     kpe_flush();
+    obey_end_signal();
     std::exit(0);
 }
 
@@ -166,6 +174,9 @@ void Editor::walk_to_file(size_t index, bool verbose) {
     TextBuffer& main_buffer = stored_buffer("MAIN");
     std::string path;
     save_buffer_to_path(main_buffer, main_buffer.filename(), path);
+    keep_text("MAIN");                // it could not be saved then
+    keep_text(current_buffer_name_);  // its text goes as well
+    tell_kept();
     current_file_idx_ = index;
     filename_ = resolve_read_path(all_files_[index]);
     load_current_file();

@@ -11,7 +11,7 @@
 // --- Interrupts ---
 
 Editor::AbortGuard::AbortGuard() {
-    g_kpe_abort_requested = 0;
+    kpe_forget_interrupt();
     struct sigaction action = {};
     action.sa_handler = kpe_sigint_handler;
     sigemptyset(&action.sa_mask);  // and no SA_RESTART: Ctrl/C also ends a read that waits for an answer
@@ -21,12 +21,12 @@ Editor::AbortGuard::AbortGuard() {
 Editor::AbortGuard::~AbortGuard() {
     sigaction(SIGINT, &prev_, nullptr);
     // A Ctrl/C that came when all was done must not end the next read of a command.
-    if (prev_.sa_handler != kpe_sigint_handler) g_kpe_abort_requested = 0;
+    if (prev_.sa_handler != kpe_sigint_handler) kpe_forget_interrupt();
 }
 
 bool Editor::check_abort(bool report) {
     if (!g_kpe_abort_requested) return false;
-    g_kpe_abort_requested = 0;
+    kpe_forget_interrupt();
     message_ = "Abort";
     kpe_say(report, "*Abort*");
     return true;

@@ -1,6 +1,7 @@
 #include <cstdlib>
 #include <exception>
 #include <new>
+#include <unistd.h>
 
 #include "app/process.h"
 #include "editor/input.h"
@@ -25,6 +26,7 @@ void Editor::enable_versioning(bool on) {
 }
 
 int Editor::run() {
+    at_terminal_ = isatty(STDIN_FILENO) != 0;
     std::optional<std::string> startup;
     if (!no_command_) {
         startup = command_file_ ? resolve_command_file(*command_file_) : find_startup_file();
@@ -54,10 +56,12 @@ void Editor::load_current_file() {
     buffer_.set_filename(filename_);
     broken_file_ = buffer_.load_state() == TextBuffer::Load::Broken ? filename_ : "";
     check_abort(!quiet_);
-    buffers_["MAIN"] = buffer_;
+    note_on_disk(buffers_["MAIN"] = buffer_);
+    note_on_disk(buffer_);
 }
 
 int Editor::line_mode() {
+    obey_end_signal();
     if (!quiet_) {
         kpe_say(true, "$ EDIT/KPE " + filename_);
         if (!file_existed_ && fnf_) {
@@ -69,18 +73,23 @@ int Editor::line_mode() {
     }
     while (!input_ended_) {
         kpe_print(prompt_);
-        g_kpe_abort_requested = 0;  // a late Ctrl/C belongs to the command before
+        kpe_forget_interrupt();  // a late Ctrl/C belongs to the command before
         const auto line = kpe_read_line();
-        if (!line) break;
+        if (!line || g_kpe_end_signal) break;
         append_journal_line(*line);
         try {
             handle_command_result(execute_command(*line, !quiet_), /*exit_allowed=*/true);
         } catch (const std::bad_alloc&) {
             kpe_complain(true, "Not enough memory");  // the text before the command is all there
         }
+        obey_end_signal();
+    }
+    obey_end_signal();
+    if (at_terminal_) {
+        kpe_limit_end(0);
+        rescue();
     }
     kpe_flush();
-    kpe_obey_end_signal();
     return 0;
 }
 

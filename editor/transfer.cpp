@@ -51,7 +51,7 @@ int run_in_shell(const std::string& command) {
     int status = -1;
     if (child > 0) {
         while (waitpid(child, &status, 0) < 0) {
-            if (errno == EINTR) continue;
+            if (errno == EINTR && !g_kpe_end_signal) continue;
             status = -1;
             break;
         }

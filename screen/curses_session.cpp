@@ -70,7 +70,7 @@ void take_signals() {
 
 void give_signals_back() {
     for (const SignalRow& row : g_signals) sigaction(row.number, &row.before, nullptr);
-    g_kpe_abort_requested = 0;
+    kpe_forget_interrupt();
 }
 
 const char* terminal_name() {
@@ -152,7 +152,8 @@ std::optional<std::string> CursesSession::obstacle() {
 CursesSession::CursesSession() : outermost_(!g_curses_active) {
     if (!outermost_) return;
     take_signals();
-    g_curses_active = true;  // from here on a signal that ends the process waits for endwin
+    kpe_remember_terminal();
+    g_curses_active = true;
     std::setlocale(LC_CTYPE, "");
     keypad_application_mode();
     if (g_screen) delscreen(g_screen);
@@ -162,6 +163,7 @@ CursesSession::CursesSession() : outermost_(!g_curses_active) {
         kpe_safe_endwin();
         return;
     }
+    kpe_set_terminal_reset((exit_ca_mode ? exit_ca_mode : "") + std::string("\033>"));
     raw();
     noecho();
     keypad(stdscr, TRUE);
@@ -196,7 +198,7 @@ LineModePause::~LineModePause() {
 
 InterruptKey::InterruptKey() {
     if (!g_curses_active || tcgetattr(STDIN_FILENO, &before_) != 0 || (before_.c_lflag & ISIG)) return;
-    g_kpe_abort_requested = g_kpe_end_signal != 0;
+    kpe_forget_interrupt();
     termios now = before_;
     now.c_lflag |= ISIG | NOFLSH;
     now.c_cc[VINTR] = static_cast<cc_t>(kpe_ctrl('C'));
@@ -221,23 +223,29 @@ int counted(int key) {
 }
 
 // Holds back the signals that a wait for a key must notice, but while ppoll sleeps: none slips in between.
+// Drawing lets them in, or none of them could end a session whose terminal takes no more output.
 class HeldSignals {
 public:
     HeldSignals() {
-        sigset_t held;
-        sigemptyset(&held);
+        sigemptyset(&held_);
         for (const int number : {SIGINT, SIGHUP, SIGQUIT, SIGTERM, SIGWINCH, SIGTSTP, SIGCONT})
-            sigaddset(&held, number);
-        sigprocmask(SIG_BLOCK, &held, &before_);
+            sigaddset(&held_, number);
+        hold();
     }
-    ~HeldSignals() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+    ~HeldSignals() { let_in(); }
     HeldSignals(const HeldSignals&) = delete;
     HeldSignals& operator=(const HeldSignals&) = delete;
+    void hold() { sigprocmask(SIG_BLOCK, &held_, &before_); }
+    void let_in() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
     const sigset_t& before() const { return before_; }
 
 private:
-    sigset_t before_;
+    sigset_t held_, before_;
 };
+
+bool signal_noted() {
+    return g_stop_asked || g_continued || g_size_changed || g_kpe_abort_requested || g_kpe_end_signal;
+}
 
 // Acts on what happened to the terminal; whether the screen must be drawn again.
 bool terminal_changed() {
@@ -245,10 +253,10 @@ bool terminal_changed() {
         g_stop_asked = 0;
         leave_screen();
         std::raise(SIGSTOP);
-        take_screen_back();
-        return true;
+        g_continued = 1;
     }
-    if (g_continued) {  // whoever had the terminal meanwhile may have changed it
+    if (g_kpe_end_signal) return false;  // that is why it goes on, and the terminal may be another job's
+    if (g_continued) {                   // whoever had the terminal meanwhile may have changed it
         g_continued = 0;
         take_screen_back();
         return true;
@@ -288,23 +296,32 @@ bool kpe_terminal_gone() {
 void kpe_repaint() { g_shown_rows.forget(); }
 
 int kpe_read_key(bool pc_keypad, const KpeDraw& draw) {
-    const HeldSignals held;
+    HeldSignals held;
     bool drawn = false, ready = false;
     for (;;) {
-        if (g_kpe_end_signal) return ERR;
-        if (terminal_changed()) {
-            draw(/*anew=*/true);
-            drawn = true;
+        if (signal_noted()) {
+            held.let_in();
+            if (terminal_changed()) {
+                draw(/*anew=*/true);
+                drawn = true;
+            }
+            held.hold();
         }
+        if (g_kpe_end_signal) return ERR;
         if (g_kpe_abort_requested) {
-            g_kpe_abort_requested = 0;
+            kpe_forget_interrupt();
             return counted(kpe_ctrl('C'));
         }
         const int key = next_key(ready);
         if (key != ERR && key != KEY_RESIZE) return counted(kpe_normalize_key(key, pc_keypad));
         if (key == ERR && ready) return ERR;  // there is something to read, and it is no byte: the end
-        if (!drawn) draw(/*anew=*/false);
-        drawn = true;
+        if (!drawn) {
+            held.let_in();
+            draw(/*anew=*/false);
+            held.hold();
+            drawn = true;
+        }
+        if (signal_noted()) continue;
         pollfd input = {STDIN_FILENO, POLLIN, 0};
         const int polled = ppoll(&input, 1, nullptr, &held.before());
         if (polled < 0 && errno != EINTR) return ERR;

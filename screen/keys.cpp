@@ -270,7 +270,7 @@ void Editor::repeat_gold_key(int key, int count) {
         if (handle_gold_key(key)) return;
         const bool cancelled = kpe_cancels_read() != cancels && count > 1;
         if (g_kpe_abort_requested || cancelled || message_ == "Abort") {
-            g_kpe_abort_requested = 0;
+            kpe_forget_interrupt();
             message_ = "Abort";
             return;
         }

@@ -16,9 +16,9 @@ void Editor::screen_mode() {
     {
         const CursesSession session;
         if (session.started()) screen_loop();
+        if (input_ended_) keep_texts();  // before anything waits for the terminal
     }
     append_journal_line("! left CHANGE");
-    if (!g_curses_active) kpe_obey_end_signal();
 }
 
 void Editor::screen_loop() {

@@ -14,6 +14,7 @@ void Editor::nokeypad_mode() {
     {
         const CursesSession session;
         if (session.started()) nokeypad_loop();
+        if (input_ended_) keep_texts();  // before anything waits for the terminal
     }
     message_ = "Command mode";
 }

@@ -27,6 +27,9 @@ const std::map<std::string, std::string> PLACES = {
     {"a nested session", "x" + command("CHANGE") + "y"},
     {"the keypad-less session", "x" + command("SET KEYPAD NOKEYPAD") + command("CHANGE") + "W"},
     {"INSERT", "x" + command("INSERT") + "abc" + RETURN},
+    {"DEFINE MACRO", "x" + command("DEFINE MACRO m")},
+    {"line mode", "x" + Ctrl('z')},
+    {"a question", "x" + Ctrl('z') + "S/o/y/ WHOLE/QUERY" + RETURN},
 };
 
 // 'S' sleeping, 'T' stopped, and so on.
@@ -35,6 +38,11 @@ char state_of(pid_t pid) {
     const std::string line{std::istreambuf_iterator<char>(stat), {}};
     const size_t name_end = line.rfind(") ");
     return name_end == std::string::npos ? '?' : line[name_end + 2];
+}
+
+bool is_rescued(const Terminal& s) {
+    const auto names = s.files().names(".local/state/kpe/rescue");
+    return names.size() == 1 && names.begin()->starts_with("t.txt-MAIN-");
 }
 
 }  // namespace
@@ -48,6 +56,7 @@ TEST(EndOfInput, AHangupEndsTheSessionAnywhereWithoutSaving) {
         EXPECT_EQ(s.status(), -SIGHUP);
         EXPECT_EQ(s.files().get("t.txt"), "one\n");
         EXPECT_TRUE(s.files().get("t.txt.jou").starts_with("CHANGE\n"));
+        EXPECT_TRUE(is_rescued(s));
     }
 }
 
@@ -63,8 +72,11 @@ TEST(EndOfInput, SoItDoesWhereNoSignalComes) {
         Terminal s(DEAF);
         s.keys(keys);
         s.hang_up();
+        const auto start = std::chrono::steady_clock::now();
         EXPECT_EQ(s.status(), 0);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
         EXPECT_EQ(s.files().get("t.txt"), "one\n");
+        EXPECT_TRUE(is_rescued(s));
     }
 }
 

@@ -189,7 +189,7 @@ void Terminal::start() {
 
 void Terminal::draw() {
     char piece[65536];
-    for (ssize_t n; master_ >= 0 && (n = read(master_, piece, sizeof piece)) > 0;) {
+    for (ssize_t n; reading_ && master_ >= 0 && (n = read(master_, piece, sizeof piece)) > 0;) {
         screen_->output.append(piece, static_cast<size_t>(n));
         vterm_input_write(screen_->terminal, piece, static_cast<size_t>(n));
     }
@@ -271,6 +271,8 @@ void Terminal::hang_up() {
     if (master_ >= 0) close(master_);
     master_ = slave_ = -1;
 }
+
+void Terminal::stop_reading() { reading_ = false; }
 
 void Terminal::reap(bool block) {
     if (ended_ || pid_ <= 0) return;
@@ -357,6 +359,12 @@ size_t Terminal::sent(std::string_view bytes) const {
     size_t count = 0;
     for (size_t from = 0; (from = output().find(bytes, from)) != std::string::npos; from += bytes.size()) ++count;
     return count;
+}
+
+termios Terminal::modes() const {
+    termios modes{};
+    tcgetattr(slave_, &modes);
+    return modes;
 }
 
 pid_t Terminal::pid() const { return pid_; }

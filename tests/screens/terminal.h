@@ -1,6 +1,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <termios.h>
 
 #include <chrono>
 #include <functional>
@@ -93,6 +94,7 @@ public:
     void resize(int rows, int cols);   // then settle
     void signal(int number);           // to the program; no waiting
     void hang_up();                    // closes the terminal; rows and cursor stay as they were
+    void stop_reading();               // takes no more output from the program
 
     // --- Waiting; false (and a failure of the test) when it takes longer than PATIENCE ---
     // Until the program has taken all input and waits for more, or has ended, and all its output is drawn.
@@ -116,6 +118,7 @@ public:
     const std::string& output() const;          // every byte sent to the terminal
     void forget_output();                       // sent() and output() start anew
 
+    termios modes() const;  // of the terminal
     pid_t pid() const;
     const Scratch& files() const;
 
@@ -134,7 +137,7 @@ private:
     int master_ = -1;
     int slave_ = -1;  // ours, to see whether the program has read everything
     pid_t pid_ = -1;
-    bool ended_ = false;
+    bool ended_ = false, reading_ = true;
     int status_ = 0;
 };
 

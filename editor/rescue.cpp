@@ -1,0 +1,108 @@
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <unistd.h>
+
+#include "app/process.h"
+#include "buffer/rescue_file.h"
+#include "editor/kpe.h"
+#include "editor/report.h"
+
+namespace {
+
+// Runs that lie at the same place are the same bytes: a store that was changed a little is compared fast.
+bool same_text(const LineStore& a, const LineStore& b) {
+    if (a.size() != b.size()) return false;
+    for (size_t row = 0; row < a.size();) {
+        const LineStore::Run in_a = a.run_from(row), in_b = b.run_from(row);
+        const size_t end = row + std::min(in_a.rows, in_b.rows);
+        const bool shared = in_a.terminated && in_b.terminated && in_a.bytes.data() == in_b.bytes.data();
+        for (; row < end && !shared; ++row)
+            if (a.view(row) != b.view(row)) return false;
+        row = end;
+    }
+    return true;
+}
+
+// The rows, each with its line break. false with errno set; the file may hold a part then.
+bool write_rows(int fd, const LineStore& lines) {
+    for (size_t row = 0; row < lines.size();) {
+        const LineStore::Run run = lines.run_from(row);
+        if (!kpe_write_all(fd, run.bytes, run.terminated ? "" : "\n")) return false;
+        row += run.rows;
+    }
+    return true;
+}
+
+}  // namespace
+
+void Editor::note_on_disk(const TextBuffer& buffer) {
+    if (&buffer == &buffer_) on_disk_[current_buffer_name_] = buffer.lines();
+    for (const auto& [name, stored] : buffers_)
+        if (&buffer == &stored) on_disk_[name] = buffer.lines();
+}
+
+const TextBuffer& Editor::newest_text(const std::string& name) const {
+    return name == current_buffer_name_ ? buffer_ : buffers_.at(name);
+}
+
+bool Editor::is_only_here(const std::string& name) const {
+    const TextBuffer& text = newest_text(name);
+    if (text.line_count() == 1 && text.length(0) == 0) return false;
+    const auto known = on_disk_.find(name);
+    return known == on_disk_.end() || !same_text(known->second, text.lines());
+}
+
+void Editor::keep_text(const std::string& name) {
+    if (!is_only_here(name)) return;
+    const LineStore& lines = newest_text(name).lines();
+    std::string path;
+    FileHandle file = kpe_make_rescue_file(filename_, name, path);
+    if (path.empty()) return;
+    const bool whole = file.is_open() && write_rows(file.fd(), lines);
+    const std::string reason = whole ? "" : std::strerror(errno);
+    if (!whole && (!file.is_open() || lseek(file.fd(), 0, SEEK_CUR) <= 0)) {
+        if (file.is_open()) unlink(path.c_str());
+        rescued_.push_back({{}, "?Unable to keep the text of " + kpe_safe_name(name) + ": " + reason});
+        return;
+    }
+    const char* const what = whole ? "The text of " : "?Only a part of the text of ";
+    rescued_.push_back({std::move(file), what + kpe_safe_name(name) + " is kept in " + path});
+    on_disk_[name] = lines;
+}
+
+void Editor::keep_texts() {
+    keep_text(current_buffer_name_);
+    for (const auto& [name, text] : buffers_) keep_text(name);
+}
+
+void Editor::tell_kept() {
+    const bool terminal = isatty(STDERR_FILENO) != 0;
+    for (const Rescued& text : rescued_) {
+        if (!terminal) break;
+        if (g_curses_active) message_ = text.message;
+        if (!kpe_at_line_start() && isatty(STDOUT_FILENO) != 0) kpe_print("\n");
+        kpe_warn(text.message);
+    }
+    for (const Rescued& text : rescued_)
+        if (text.file.is_open()) fsync(text.file.fd());
+    rescued_.clear();
+}
+
+void Editor::rescue() {
+    try {
+        undo_stack_.clear();  // there may be no memory left, and nothing will be undone any more
+        redo_stack_.clear();
+        keep_texts();
+        tell_kept();
+    } catch (const std::exception&) {
+        // There is nothing left to try.
+    }
+}
+
+void Editor::obey_end_signal() {
+    if (g_kpe_end_signal == 0 || g_curses_active) return;
+    rescue();
+    kpe_end_by_signal();
+}
