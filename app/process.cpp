@@ -129,13 +129,10 @@ void kpe_forget_interrupt() {
 
 void kpe_safe_endwin() {
     if (!g_curses_active) return;
-    if (g_kpe_end_signal && in_background()) {
-        g_curses_active = false;
-        return;
-    }
-    endwin();
+    const bool ours = g_kpe_end_signal == 0 || !in_background();
+    if (ours) endwin();
     g_curses_active = false;
-    kpe_print("\033>");
+    kpe_print(ours ? "\033>" : g_terminal_reset);
     kpe_flush();
     if (!g_sent_nowhere) g_terminal_known = 0;
 }

@@ -176,8 +176,8 @@ TEST(Rescue, ADiskThatHangsDoesNotHoldUpTheEnd) {
     for (Terminal* s : {&waits, &hurries}) {
         s->keys(EDIT + typed("CHANGE"));
         s->signal(SIGTERM);
-        s->signal(SIGTERM);  // signals come in pairs: no reason to leave the text behind
         s->wait_until([&] { return s->sent("is kept in") > 0; });
+        s->signal(SIGTERM);  // signals come in pairs: no haste yet
         EXPECT_EQ(rescued(s->files()), (Texts{{"t.txt-MAIN", CHANGED}}));
     }
     std::this_thread::sleep_for(1500ms);
