@@ -304,6 +304,7 @@ int kpe_read_key(bool pc_keypad, const KpeDraw& draw) {
             if (terminal_changed()) {
                 draw(/*anew=*/true);
                 drawn = true;
+                ready = false;  // somebody else may have read it
             }
             held.hold();
         }
