@@ -2,13 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <curses.h>
-#include <poll.h>
 #include <string_view>
 #include <sys/ioctl.h>
 #include <term.h>
@@ -17,6 +15,7 @@
 #include "app/process.h"
 #include "editor/input.h"
 #include "editor/report.h"
+#include "screen/key_reader.h"
 #include "screen/n3_kpe_keymap.h"
 #include "screen/shown_rows.h"
 
@@ -34,9 +33,6 @@ const char* g_entry = nullptr;
 
 // Of the last session; kept when it ends, so that the page size stays that of the screen.
 SCREEN* g_screen = nullptr;
-
-// Bytes yet to be read that were typed before the terminal was raw: Return is a line feed there.
-size_t g_typed_before = 0;
 
 volatile std::sig_atomic_t g_size_changed = 0, g_stop_asked = 0, g_continued = 0;
 
@@ -126,7 +122,7 @@ void take_screen_back() {
     keypad_application_mode();
     g_curses_active = true;
     reset_prog_mode();
-    g_typed_before = kpe_end_type_ahead();
+    kpe_expect_typed_before(kpe_end_type_ahead());
     adopt_size();
     kpe_repaint();
 }
@@ -168,8 +164,7 @@ CursesSession::CursesSession() : outermost_(!g_curses_active) {
     noecho();
     keypad(stdscr, TRUE);
     nonl();
-    set_escdelay(25);
-    g_typed_before = kpe_end_type_ahead();
+    kpe_expect_typed_before(kpe_end_type_ahead());
     kpe_repaint();
     kpe_clear_keys();
 }
@@ -210,45 +205,9 @@ InterruptKey::~InterruptKey() {
     if (changed_ && g_curses_active) tcsetattr(STDIN_FILENO, TCSANOW, &before_);
 }
 
-// --- Reading keys ---
+bool kpe_terminal_signal_noted() { return g_stop_asked || g_continued || g_size_changed; }
 
-namespace {
-
-size_t g_keys_read = 0, g_cancels_read = 0;
-
-int counted(int key) {
-    ++g_keys_read;
-    if (key == kpe_ctrl('C')) ++g_cancels_read;
-    return key;
-}
-
-// Holds back the signals that a wait for a key must notice, but while ppoll sleeps: none slips in between.
-// Drawing lets them in, or none of them could end a session whose terminal takes no more output.
-class HeldSignals {
-public:
-    HeldSignals() {
-        sigemptyset(&held_);
-        for (const int number : {SIGINT, SIGHUP, SIGQUIT, SIGTERM, SIGWINCH, SIGTSTP, SIGCONT})
-            sigaddset(&held_, number);
-        hold();
-    }
-    ~HeldSignals() { let_in(); }
-    HeldSignals(const HeldSignals&) = delete;
-    HeldSignals& operator=(const HeldSignals&) = delete;
-    void hold() { sigprocmask(SIG_BLOCK, &held_, &before_); }
-    void let_in() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
-    const sigset_t& before() const { return before_; }
-
-private:
-    sigset_t held_, before_;
-};
-
-bool signal_noted() {
-    return g_stop_asked || g_continued || g_size_changed || g_kpe_abort_requested || g_kpe_end_signal;
-}
-
-// Acts on what happened to the terminal; whether the screen must be drawn again.
-bool terminal_changed() {
+bool kpe_follow_terminal() {
     if (g_stop_asked) {
         g_stop_asked = 0;
         leave_screen();
@@ -270,62 +229,4 @@ bool terminal_changed() {
     return false;
 }
 
-// ERR when there is none, or when ready is true and there will be none.
-int next_key(bool ready) {
-    nodelay(stdscr, !ready);  // that there is something to read need not be asked once more
-    if (g_typed_before == 0) return getch();
-    int before = 0, after = 0;
-    ioctl(STDIN_FILENO, FIONREAD, &before);
-    const int key = getch();
-    ioctl(STDIN_FILENO, FIONREAD, &after);
-    g_typed_before -= std::min(g_typed_before, static_cast<size_t>(std::max(before - after, 0)));
-    return key == KPE_LINEFEED ? KPE_RETURN : key;
-}
-
-}  // namespace
-
-size_t kpe_keys_read() { return g_keys_read; }
-
-size_t kpe_cancels_read() { return g_cancels_read; }
-
-bool kpe_terminal_gone() {
-    pollfd input = {STDIN_FILENO, 0, 0};
-    return poll(&input, 1, 0) > 0;
-}
-
 void kpe_repaint() { g_shown_rows.forget(); }
-
-int kpe_read_key(bool pc_keypad, const KpeDraw& draw) {
-    HeldSignals held;
-    bool drawn = false, ready = false;
-    for (;;) {
-        if (signal_noted()) {
-            held.let_in();
-            if (terminal_changed()) {
-                draw(/*anew=*/true);
-                drawn = true;
-                ready = false;  // somebody else may have read it
-            }
-            held.hold();
-        }
-        if (g_kpe_end_signal) return ERR;
-        if (g_kpe_abort_requested) {
-            kpe_forget_interrupt();
-            return counted(kpe_ctrl('C'));
-        }
-        const int key = next_key(ready);
-        if (key != ERR && key != KEY_RESIZE) return counted(kpe_normalize_key(key, pc_keypad));
-        if (key == ERR && ready) return ERR;  // there is something to read, and it is no byte: the end
-        if (!drawn) {
-            held.let_in();
-            draw(/*anew=*/false);
-            held.hold();
-            drawn = true;
-        }
-        if (signal_noted()) continue;
-        pollfd input = {STDIN_FILENO, POLLIN, 0};
-        const int polled = ppoll(&input, 1, nullptr, &held.before());
-        if (polled < 0 && errno != EINTR) return ERR;
-        ready = polled > 0;
-    }
-}

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstddef>
-#include <functional>
 #include <optional>
 #include <string>
 #include <termios.h>
@@ -52,16 +50,10 @@ private:
     bool changed_ = false;
 };
 
-// The next key, normalised; an interrupt counts as Ctrl/C. Calls draw before it waits (so not while keys are
-// typed faster than they are handled), and again, with anew, whenever the size of the terminal changed or its
-// picture was lost meanwhile. ERR when there will be no more keys: end of input, a hangup, or a signal that
-// ends the process.
-using KpeDraw = std::function<void(bool anew)>;
-int kpe_read_key(bool pc_keypad, const KpeDraw& draw);
-// How many keys were read so far, and how many of them were Ctrl/C.
-size_t kpe_keys_read();
-size_t kpe_cancels_read();
-// Whether the terminal has hung up: no key will come any more, not even the Ctrl/C that ends what lasts.
-bool kpe_terminal_gone();
-// The next refresh repaints the whole screen.
+// Whether a signal told of the terminal and kpe_follow_terminal was not called since.
+bool kpe_terminal_signal_noted();
+// Stops the process if the terminal's user asked for it, takes the terminal back after a stop, adopts its size.
+// Whether the screen must be drawn again.
+bool kpe_follow_terminal();
+// The next picture is painted on a screen made blank.
 void kpe_repaint();

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdlib>
 #include <curses.h>
 #include <string>
@@ -59,6 +60,14 @@ void kpe_clear_keys() {
     for (int code = KPE_KP0; code <= KPE_KP_ENTER; ++code) {
         for (const std::string& bytes : sequences_of(code)) define_key(bytes.c_str(), UNUSED_CODES + code);
     }
+}
+
+int kpe_code_of(const std::string& bytes) {
+    for (int code = KEY_MIN; code <= UNUSED_CODES + KPE_KP_ENTER; ++code) {
+        const auto bound = sequences_of(code);
+        if (std::find(bound.begin(), bound.end(), bytes) != bound.end()) return code;
+    }
+    return 0;
 }
 
 void kpe_register_keypad(bool pc_keypad) {

@@ -12,6 +12,7 @@
 #include "editor/kpe.h"
 #include "editor/text_helpers.h"
 #include "screen/curses_session.h"
+#include "screen/key_reader.h"
 #include "screen/n3_kpe_keymap.h"
 
 // One row a key: its label, and what it is called and does, plain and after GOLD. Names, labels and behaviour

@@ -5,6 +5,7 @@
 #include "editor/kpe.h"
 #include "editor/report.h"
 #include "screen/curses_session.h"
+#include "screen/key_reader.h"
 #include "screen/n3_kpe_keymap.h"
 
 void Editor::screen_mode() {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 // The keys of screen mode. A key is an int as curses reads it (a byte, or a KEY_ code), or one of the codes
 // of the numeric keypad, which lie above those of curses.
 
@@ -17,6 +19,9 @@ constexpr int KPE_BACKSPACE = 8, KPE_TAB = 9, KPE_LINEFEED = 10, KPE_RETURN = 13
 void kpe_clear_keys();
 // Teaches curses the sequences of the keypad and of PF1 to PF4.
 void kpe_register_keypad(bool pc_keypad);
+// The key that exactly these bytes are; 0 for none. Slow, but unlike key_defined it knows a key whose bytes also
+// begin those of others.
+int kpe_code_of(const std::string& bytes);
 // Folds curses' own codes for keypad keys onto the codes above; every other key is returned as it is.
 int kpe_normalize_key(int key, bool pc_keypad);
 

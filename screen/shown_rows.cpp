@@ -83,10 +83,11 @@ void ShownRows::scroll_rows() {
 
 // Rows first to last were scrolled up by distance, or down by -distance.
 void ShownRows::take_over(int first, int last, int distance) {
+    const auto top = rows_.begin() + first;
     const int count = last - first + 1;
     std::vector<std::pair<Text, CellRow>> before;
-    for (int row = first; row <= last; ++row) {
-        Row& old = rows_[static_cast<size_t>(row)];
+    for (auto row = top; row != top + count; ++row) {
+        Row& old = *row;
         if (!old.changes) {
             old.wanted = old.shown;
             old.changes = true;
@@ -94,7 +95,7 @@ void ShownRows::take_over(int first, int last, int distance) {
         before.emplace_back(std::move(old.shown), std::move(old.cells));
     }
     for (int i = 0; i < count; ++i) {
-        Row& row = rows_[static_cast<size_t>(first + i)];
+        Row& row = top[i];
         const int from = i + distance;
         if (from >= 0 && from < count) {
             row.shown = std::move(before[static_cast<size_t>(from)].first);

@@ -1,0 +1,135 @@
+#include "screen/key_reader.h"
+
+#include <cerrno>
+#include <csignal>
+#include <curses.h>
+#include <optional>
+#include <poll.h>
+#include <string>
+#include <unistd.h>
+
+#include "app/process.h"
+#include "buffer/file_handle.h"
+#include "screen/curses_session.h"
+#include "screen/n3_kpe_keymap.h"
+
+namespace {
+
+// After this time the bytes of a sequence are no sequence any more: Escape was pressed by itself.
+constexpr timespec ESCAPE_DELAY = {0, 25'000'000};
+
+size_t g_keys_read = 0, g_cancels_read = 0, g_typed_before = 0;
+
+int counted(int key) {
+    ++g_keys_read;
+    if (key == kpe_ctrl('C')) ++g_cancels_read;
+    return key;
+}
+
+// Makes keys of bytes by the sequences that curses knows. Curses could read them itself, but not without asking
+// the terminal twice more for every byte.
+class KeyDecoder {
+public:
+    void add(char byte) { bytes_ += byte; }
+    // Whether bytes wait for others.
+    bool begun() const { return !bytes_.empty(); }
+    // The next key; nothing when there is none, or while it may become a longer sequence, unless no more bytes come.
+    std::optional<int> key(bool no_more) {
+        for (size_t size = 1; size <= bytes_.size(); ++size) {
+            const std::string start = bytes_.substr(0, size);
+            int code = bytes_.front() == '\0' ? OK : key_defined(start.c_str());
+            if (code == ERR && size == bytes_.size()) {  // it begins longer sequences
+                if (!no_more) return std::nullopt;
+                code = kpe_code_of(start);
+            }
+            if (code == OK) break;
+            if (code != ERR) return take(size, code);
+        }
+        if (bytes_.empty()) return std::nullopt;
+        return take(1, static_cast<unsigned char>(bytes_.front()));
+    }
+
+private:
+    int take(size_t size, int code) {
+        bytes_.erase(0, size);
+        return code;
+    }
+
+    std::string bytes_;
+};
+
+KeyDecoder g_decoder;
+
+bool signal_noted() { return kpe_terminal_signal_noted() || g_kpe_abort_requested || g_kpe_end_signal; }
+
+bool byte_waits() {
+    pollfd input = {STDIN_FILENO, POLLIN, 0};
+    return poll(&input, 1, 0) > 0;
+}
+
+enum class Waited { Input, Signal, TimeUp };
+
+// A signal that comes between the test of its flag and the wait is held back until the wait itself.
+Waited wait_for_byte(const timespec* limit) {
+    const SignalHold hold({SIGINT, SIGHUP, SIGQUIT, SIGTERM, SIGWINCH, SIGTSTP, SIGCONT});
+    if (signal_noted()) return Waited::Signal;
+    pollfd input = {STDIN_FILENO, POLLIN, 0};
+    const int polled = ppoll(&input, 1, limit, &hold.before());
+    if (polled < 0 && errno == EINTR) return Waited::Signal;
+    return polled == 0 ? Waited::TimeUp : Waited::Input;
+}
+
+// One byte and no more: what was typed ahead stays the terminal's, for a command that reads lines. false: there
+// will be no more.
+bool read_byte() {
+    char byte = 0;
+    const ssize_t n = read(STDIN_FILENO, &byte, 1);
+    if (n < 0 && (errno == EINTR || errno == EAGAIN)) return true;
+    if (n <= 0) return false;
+    if (g_typed_before > 0) {
+        --g_typed_before;
+        if (byte == KPE_LINEFEED) byte = KPE_RETURN;
+    }
+    g_decoder.add(byte);
+    return true;
+}
+
+}  // namespace
+
+size_t kpe_keys_read() { return g_keys_read; }
+
+size_t kpe_cancels_read() { return g_cancels_read; }
+
+void kpe_expect_typed_before(size_t bytes) { g_typed_before = bytes; }
+
+bool kpe_terminal_gone() {
+    pollfd input = {STDIN_FILENO, 0, 0};
+    return poll(&input, 1, 0) > 0;
+}
+
+int kpe_read_key(bool pc_keypad, const KpeDraw& draw) {
+    bool drawn = false;
+    for (bool no_more = false;;) {
+        if (signal_noted()) {
+            if (kpe_follow_terminal()) {
+                draw(/*anew=*/true);
+                drawn = true;
+            }
+            if (g_kpe_end_signal) return ERR;
+            if (g_kpe_abort_requested) {
+                kpe_forget_interrupt();
+                return counted(kpe_ctrl('C'));
+            }
+        }
+        if (const auto key = g_decoder.key(no_more)) return counted(kpe_normalize_key(*key, pc_keypad));
+        const bool inside = g_decoder.begun();
+        if (inside || drawn || !byte_waits()) {
+            if (!inside && !drawn) draw(/*anew=*/false);
+            drawn = drawn || !inside;
+            const Waited waited = wait_for_byte(inside ? &ESCAPE_DELAY : nullptr);
+            no_more = waited == Waited::TimeUp;
+            if (waited != Waited::Input) continue;
+        }
+        if (!read_byte()) return ERR;
+    }
+}
