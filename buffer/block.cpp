@@ -9,25 +9,24 @@
 
 namespace {
 
-constexpr size_t PAGE = 4096, LARGE_PAGE = size_t{2} << 20;
-constexpr size_t MAPPED_FROM = size_t{1} << 20;  // bytes; smaller blocks are heap memory
-constexpr size_t LARGE_FROM = 2 * LARGE_PAGE;    // bytes; from here on in large pages
+constexpr size_t LARGE_PAGE = size_t{2} << 20;
+// Smaller blocks are heap memory. From here on one large page is set up sooner than the small ones it stands for.
+constexpr size_t MAPPED_FROM = size_t{512} << 10;  // bytes
 
 bool is_mapped(size_t capacity) { return capacity >= MAPPED_FROM; }
 
-// The bytes of address space behind a mapped block of that capacity.
+// The bytes of address space behind a mapped block of that capacity: whole large pages, as the kernel uses one
+// only where all of it is mapped.
 size_t mapped_size(size_t capacity) {
     if (capacity > SIZE_MAX / 2) throw std::bad_alloc();
-    return (capacity + PAGE - 1) / PAGE * PAGE;
+    return (capacity + LARGE_PAGE - 1) / LARGE_PAGE * LARGE_PAGE;
 }
 
-// A large page is only used where its whole aligned range is mapped: map one more, cut off what is over.
+// Large pages are aligned: maps one more, and cuts off what is over.
 char* map_aligned(size_t bytes) {
-    const size_t asked = bytes < LARGE_FROM ? bytes : bytes + LARGE_PAGE;
-    void* const got = mmap(nullptr, asked, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    void* const got = mmap(nullptr, bytes + LARGE_PAGE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (got == MAP_FAILED) throw std::bad_alloc();
     char* start = static_cast<char*>(got);
-    if (asked == bytes) return start;
     const size_t beyond = reinterpret_cast<uintptr_t>(start) % LARGE_PAGE;
     const size_t head = beyond == 0 ? 0 : LARGE_PAGE - beyond;
     if (head > 0) munmap(start, head);
@@ -78,7 +77,7 @@ void Block::resize(size_t capacity) {
         void* const got = mremap(data_, mapped_size(capacity_), mapped_size(capacity), MREMAP_MAYMOVE);
         if (got == MAP_FAILED) throw std::bad_alloc();
         moved = static_cast<char*>(got);
-        if (capacity >= LARGE_FROM) madvise(moved, mapped_size(capacity), MADV_HUGEPAGE);
+        madvise(moved, mapped_size(capacity), MADV_HUGEPAGE);
     } else if (!is_mapped(capacity) && !is_mapped(capacity_)) {
         moved = static_cast<char*>(std::realloc(data_, capacity));
         if (!moved) throw std::bad_alloc();
