@@ -192,6 +192,50 @@ size_t ByteSearch::find_within(std::string_view text, size_t first, size_t last)
     return NONE;
 }
 
+void ByteSearch::find_all(std::string_view text, std::vector<const char*>& places, Patience& patience) const {
+    if (size() == 0 || text.size() < size()) return;
+    const size_t end = text.size() - size() + 1;  // of the places
+    size_t from = 0;                              // behind the last one found
+    for (size_t start = 0; start < end;) {
+        const size_t stop = start + std::min(window(), end - start);
+        if (!all_within(text, start, stop, from, places)) {
+            // Dear candidates: one by one, each in a time linear in the way to it.
+            while (from < end && !patience.over()) {
+                const size_t place = find(text, from, patience);
+                if (place == NONE) return;
+                places.push_back(text.data() + place);
+                from = place + size();
+            }
+            return;
+        }
+        if (!patience.spend(stop - start)) return;
+        start = stop;
+    }
+}
+
+// The places in [first, last) at from or later; from becomes the end of the last one. false once going on is dearer
+// than find(); what is left begins at from then.
+bool ByteSearch::all_within(std::string_view text, size_t first, size_t last, size_t& from,
+                            std::vector<const char*>& places) const {
+    Effort effort;
+    for (size_t at = first; at < last; at += BLOCK) {
+        uint64_t bits = candidates(text, at, std::min(BLOCK, last - at));
+        for (; bits != 0; bits &= bits - 1) {
+            const size_t place = at + static_cast<size_t>(std::countr_zero(bits));
+            if (place < from) continue;
+            const size_t agreed = agreement(text.data() + place);
+            if (agreed == size()) {
+                places.push_back(text.data() + place);
+                from = place + size();
+            } else if (effort.wasted(agreed, place - first)) {
+                from = std::max(from, place);
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
 size_t ByteSearch::rfind_within(std::string_view text, size_t first, size_t last) const {
     Effort effort;
     for (size_t end = last + 1; end > first;) {

@@ -48,6 +48,8 @@ public:
     // NONE if there is none, or if patience ended.
     size_t find(std::string_view text, size_t from, Patience& patience) const;
     size_t rfind(std::string_view text, size_t from, Patience& patience) const;
+    // Adds all places to places, each behind the end of the one before. Those found so far if patience ended.
+    void find_all(std::string_view text, std::vector<const char*>& places, Patience& patience) const;
 
 private:
     struct Probe {  // one byte of the needle
@@ -62,6 +64,8 @@ private:
     size_t window() const;
     size_t find_within(std::string_view text, size_t first, size_t last) const;
     size_t rfind_within(std::string_view text, size_t first, size_t last) const;
+    bool all_within(std::string_view text, size_t first, size_t last, size_t& from,
+                    std::vector<const char*>& places) const;
     template <bool BACKWARD>
     size_t one_pass(std::string_view text, size_t first, size_t last) const;
 

@@ -9,6 +9,8 @@
 
 #include "buffer/block.h"
 
+class ByteSearch;
+class Patience;
 struct LineTree;
 
 // The lines of one buffer, in chunks that copies share. A copy costs one pointer; the first
@@ -64,6 +66,15 @@ public:
     // The row of the run in which the byte at offset (below bytes.size()) lies.
     size_t row_at(const Run& run, size_t offset) const;
     static constexpr size_t RUN_LIMIT = size_t{4} << 20;
+
+    // Replaces what in rows first to last (inclusive; last is lowered to the last row), from left to right in each;
+    // what must not hold a line break. Rows without it are shared as they were. Once patience ended, the places
+    // found until then are replaced.
+    struct Replaced {
+        size_t count = 0, last_row = 0, last_col = 0;  // of the last place, in the new text; if count is not 0
+        bool changed = false;                          // some bytes became other ones
+    };
+    Replaced replace(size_t first, size_t last, const ByteSearch& what, std::string_view by, Patience& patience);
 
     // New texts for many rows, put in ascending order. Each touched chunk is rebuilt once, in blocks
     // of large size, so that changing every line costs little more than copying the bytes. Until

@@ -137,6 +137,13 @@ bool Matcher::exact() const { return program_->exact; }
 
 bool Matcher::wild() const { return program_->wild; }
 
+const ByteSearch* Matcher::literal() const {
+    const bool single = !wild() && needle().find('\n') == std::string::npos;
+    return single ? program_->pattern.key() : nullptr;
+}
+
+const volatile std::sig_atomic_t* Matcher::abort() const { return program_->abort; }
+
 // --- In one line ---
 
 std::optional<Matcher::Match> Matcher::Program::at_line_start(const Piece& line, Patience& patience) const {

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "buffer/byte_search.h"
+
 class LineStore;
 
 // A search string made ready: read once, then asked about many lines. What it finds is what
@@ -41,6 +43,9 @@ public:
     const std::string& needle() const;
     bool exact() const;
     bool wild() const;
+    // What a literal string is found with; null for one with wildcards, an empty one and one with a line break.
+    const ByteSearch* literal() const;
+    Patience patience() const { return Patience(abort()); }
 
     // The first match that starts at column from or later (from is lowered to the length of text).
     std::optional<Match> first_in(const Piece& line, size_t from) const;
@@ -57,6 +62,7 @@ public:
     std::optional<Place> find_backward(const LineStore& lines, size_t row, size_t col) const;
 
 private:
+    const volatile std::sig_atomic_t* abort() const;
     struct Program;
     std::unique_ptr<Program> program_;
 };

@@ -77,6 +77,8 @@ public:
     // replaced bytes it shifts, inside them it goes to their start, at the start it stays. The same bytes
     // again are no change.
     void replace_in_line(size_t row, size_t col, size_t count, std::string_view text);
+    // LineStore::replace with a search string that has a literal(); the mark must not lie in these rows.
+    LineStore::Replaced replace_all(size_t first, size_t last, const Matcher& what, std::string_view by);
     // Replaces whole lines in ascending order (see LineStore::Rewriter). A line that gets other bytes sets
     // modified(); the caller lowers the mark's column to its line afterwards, by clamp_mark(). The buffer
     // must stay where it is meanwhile.

@@ -245,4 +245,11 @@ void TextBuffer::replace_in_line(size_t row, size_t col, size_t count, std::stri
     modified_ = true;
 }
 
+LineStore::Replaced TextBuffer::replace_all(size_t first, size_t last, const Matcher& what, std::string_view by) {
+    Patience patience = what.patience();
+    const LineStore::Replaced done = lines_.replace(first, last, *what.literal(), by, patience);
+    modified_ = modified_ || done.changed;
+    return done;
+}
+
 LineStore::Rewriter TextBuffer::rewrite() { return LineStore::Rewriter(lines_, &modified_); }

@@ -95,6 +95,7 @@ struct Editor::Replacing {
 
     // From (row, col), where col may lie inside the row, to the row last.
     void run(size_t row, size_t col, size_t last) {
+        if (col == 0 && can_be_at_once(row, last)) return run_at_once(row, last);
         const Candidates candidates(editor.buffer_.lines(), row, last, editor.matcher());
         for (auto at = std::optional(Matcher::Place{row, col, 0}); at; at = candidates.from(at->row + 1)) {
             replace_in_row(at->row, candidates.lines().view(at->row), at->col);
@@ -107,7 +108,8 @@ struct Editor::Replacing {
     void note_changed(size_t row) { typed_rows.push_back(row); }
 
 private:
-    static constexpr size_t TYPED_TOGETHER = 500;  // so few that Ctrl/C stops soon after what is seen
+    static constexpr size_t LONG_ROW = size_t{64} << 10;  // bytes
+    static constexpr size_t TYPED_TOGETHER = 500;         // so few that Ctrl/C stops soon after what is seen
 
     const bool with_empty;
     std::unique_ptr<LineStore::Rewriter> rewriter;
@@ -115,6 +117,22 @@ private:
     std::string single_text, built;
     std::optional<size_t> mark_col;  // where the mark goes in its row, which was changed
     std::vector<size_t> typed_rows;
+
+    // Whether nothing has to be looked at row by row. A short row by itself is sooner changed where it is.
+    bool can_be_at_once(size_t first, size_t last) const {
+        const TextBuffer& buffer = editor.buffer_;
+        const bool marked = buffer.has_mark() && first <= buffer.mark_row() && buffer.mark_row() <= last;
+        const bool limited = editor.search_begin_ || editor.search_end_ || editor.search_word_;
+        if (typed || marked || limited || (first == last && buffer.length(first) < LONG_ROW)) return false;
+        return editor.matcher().literal() != nullptr;
+    }
+
+    void run_at_once(size_t first, size_t last) {
+        const LineStore::Replaced done = editor.buffer_.replace_all(first, last, editor.matcher(), text);
+        count += done.count;
+        last_row = done.last_row;
+        last_col = done.last_col;
+    }
 
     void replace_in_row(size_t row, std::string_view old, size_t from) {
         built.clear();

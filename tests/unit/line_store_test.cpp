@@ -7,8 +7,11 @@
 #include <new>
 #include <random>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
+
+#include "buffer/byte_search.h"
 
 namespace {
 
@@ -72,7 +75,7 @@ public:
     }
 
     void step(std::mt19937& random) {
-        const size_t n = plain.size(), kind = random() % 12;
+        const size_t n = plain.size(), kind = random() % 13;
         if (n == 0) return insert(0, some_lines(3000, random), random() % 2 == 0);
         const size_t row = random() % n, last = row + random() % (random() % 10 == 0 ? 2000 : 5);
         if (kind <= 1) {
@@ -99,6 +102,8 @@ public:
             plain.insert(at(to), copy.begin(), copy.end());
         } else if (kind == 10) {
             rewrite(row, random);
+        } else if (kind == 11) {
+            replace(row, last, random);
         } else if (n > 20000) {
             store.erase(100, n - 100);
             plain.erase(at(100), at(n - 100));
@@ -125,6 +130,24 @@ private:
             plain[to] = some_lines(1, random)[0];
             rewriter.put(to, plain[to]);
         }
+    }
+
+    void replace(size_t first, size_t last, std::mt19937& random) {
+        const char letter = static_cast<char>('a' + random() % 26);
+        const std::string what = random() % 8 == 0 ? "break" : std::string(1 + random() % 3, letter);
+        const std::string by[] = {"", what, "another\ntext", std::string(2, letter), "E"};
+        const std::string& text = by[random() % std::size(by)];
+        LineStore::Replaced expected;
+        for (size_t row = first; row <= std::min(last, plain.size() - 1); ++row) {
+            for (size_t col = 0; (col = plain[row].find(what, col)) != std::string::npos; col += text.size()) {
+                plain[row].replace(col, what.size(), text);
+                expected = {expected.count + 1, row, col, text != what};
+            }
+        }
+        Patience patience(nullptr);
+        const LineStore::Replaced done = store.replace(first, last, ByteSearch(what, false), text, patience);
+        ASSERT_EQ(std::tie(done.count, done.last_row, done.last_col, done.changed),
+                  std::tie(expected.count, expected.last_row, expected.last_col, expected.changed));
     }
 };
 

@@ -280,6 +280,11 @@ TEST(ByteSearch, EqualsNaiveAroundBlocksAndWindows) {
             ASSERT_EQ(search.rfind(string_view(text).substr(0, end), from, patience),
                       last == string::npos || last < from ? ByteSearch::NONE : last)
                 << needle << " in " << size;
+            std::vector<const char*> all, naive;
+            search.find_all(text, all, patience);
+            for (size_t at = 0; (at = lower_text.find(needle, at)) != string::npos; at += length)
+                naive.push_back(text.data() + at);
+            ASSERT_TRUE(all == naive) << needle << " in " << size;
         }
     }
 }
