@@ -4,8 +4,19 @@
 #include <functional>
 #include <iterator>
 
+namespace {
+
+// The first edit of that row or a later one.
+template <class Edits>
+auto edit_from(Edits& edits, size_t row) {
+    return std::find_if(edits.begin(), edits.end(), [&](const LineChunk::Edit& edit) { return edit.row >= row; });
+}
+
+}  // namespace
+
 std::string_view LineChunk::view(size_t row) const {
     if (const Slice* slice = std::get_if<Slice>(&body_)) {
+        if (const auto* own = edited_text(row)) return **own;
         const size_t start = slice->start(row);
         return {slice->base + start, slice->start(row + 1) - start - 1};
     }
@@ -13,6 +24,7 @@ std::string_view LineChunk::view(size_t row) const {
 }
 
 const std::string& LineChunk::string(size_t row) {
+    if (const auto* own = edited_text(row)) return **own;
     Line& line = mixed().lines[row];
     if (!line.own) line.own = std::make_shared<std::string>(line.slice);
     return *line.own;
@@ -20,18 +32,30 @@ const std::string& LineChunk::string(size_t row) {
 
 // --- Runs ---
 
+const std::shared_ptr<std::string>* LineChunk::edited_text(size_t row) const {
+    if (const Slice* slice = std::get_if<Slice>(&body_)) {
+        const auto edit = edit_from(slice->edits, row);
+        return edit != slice->edits.end() && edit->row == row ? &edit->own : nullptr;
+    }
+    const Line& line = std::get<Mixed>(body_).lines[row];
+    return line.edited() ? &line.own : nullptr;
+}
+
 // Of the lines row and row + 1, whether both are untouched and the second lies behind the first.
 bool LineChunk::adjoin(size_t row) const {
+    if (edited_text(row) || edited_text(row + 1)) return false;
     const auto* mixed = std::get_if<Mixed>(&body_);
     if (!mixed) return true;
     const Line &a = mixed->lines[row], &b = mixed->lines[row + 1];
-    return !a.edited() && !b.edited() && a.slice.data() + a.slice.size() + 1 == b.slice.data();
+    return a.slice.data() + a.slice.size() + 1 == b.slice.data();
 }
 
 LineChunk::Run LineChunk::run_from(size_t row, size_t limit) const {
     const std::string_view first = view(row);
+    if (edited_text(row)) return {1, first, true};
     if (const Slice* slice = std::get_if<Slice>(&body_)) {
-        size_t low = row + 1, high = rows_;  // the run ends between them
+        const auto edit = edit_from(slice->edits, row);
+        size_t low = row + 1, high = edit == slice->edits.end() ? rows_ : edit->row;  // the run ends between them
         while (low < high) {
             const size_t middle = (low + high + 1) / 2;
             if (slice->start(middle) - slice->start(row) <= limit)
@@ -41,7 +65,6 @@ LineChunk::Run LineChunk::run_from(size_t row, size_t limit) const {
         }
         return {low - row, {first.data(), slice->start(low) - slice->start(row)}, false};
     }
-    if (std::get<Mixed>(body_).lines[row].edited()) return {1, first, true};
     Run run{1, {first.data(), first.size() + 1}, false};
     for (size_t next = row + 1; next < rows_ && adjoin(next - 1); ++next) {
         const size_t bytes = run.bytes.size() + view(next).size() + 1;
@@ -52,8 +75,7 @@ LineChunk::Run LineChunk::run_from(size_t row, size_t limit) const {
 }
 
 LineChunk::Run LineChunk::run_to(size_t row, size_t limit) const {
-    const auto* mixed = std::get_if<Mixed>(&body_);
-    if (mixed && mixed->lines[row].edited()) return {1, view(row), true};
+    if (edited_text(row)) return {1, view(row), true};
     size_t first = row, bytes = view(row).size() + 1;
     while (first > 0 && adjoin(first - 1)) {
         const size_t more = view(first - 1).size() + 1;
@@ -66,19 +88,32 @@ LineChunk::Run LineChunk::run_to(size_t row, size_t limit) const {
 
 // --- Changes ---
 
-std::string& LineChunk::edit(size_t row) {
-    Line& line = mixed().lines[row];
-    if (!line.own || line.own.use_count() > 1) line.own = std::make_shared<std::string>(line.text());
-    line.slice = {};
-    return *line.own;
+void LineChunk::put(size_t row, std::shared_ptr<std::string> own) {
+    if (Slice* slice = std::get_if<Slice>(&body_)) {
+        const auto edit = edit_from(slice->edits, row);
+        if (edit != slice->edits.end() && edit->row == row) {
+            edit->own = std::move(own);
+            return;
+        }
+        if (slice->edits.size() < FEW_EDITS) {
+            slice->edits.insert(edit, {row, std::move(own)});
+            return;
+        }
+    }
+    mixed().lines[row] = {{}, std::move(own)};
 }
 
-void LineChunk::set(size_t row, std::string_view text) {
-    Line& line = mixed().lines[row];
-    // A string of its own in any case: text may be part of the old one.
-    line.own = std::make_shared<std::string>(text);
-    line.slice = {};
+std::string& LineChunk::edit(size_t row) {
+    const auto* own = edited_text(row);
+    if (!own || own->use_count() > 1) {
+        put(row, std::make_shared<std::string>(view(row)));
+        own = edited_text(row);
+    }
+    return **own;
 }
+
+// A string of its own in any case: text may be part of the old one.
+void LineChunk::set(size_t row, std::string_view text) { put(row, std::make_shared<std::string>(text)); }
 
 void LineChunk::set_slice(size_t row, std::string_view text, const std::shared_ptr<const Block>& block) {
     Mixed& body = mixed();
@@ -122,6 +157,9 @@ std::shared_ptr<LineChunk> LineChunk::part(size_t first, size_t last) const {
             some.base += first * some.stride;
         else
             some.starts = {slice->starts, slice->starts.get() + first};
+        some.edits.erase(edit_from(some.edits, last), some.edits.end());
+        some.edits.erase(some.edits.begin(), edit_from(some.edits, first));
+        for (Edit& edit : some.edits) edit.row -= first;
         return std::make_shared<LineChunk>(std::move(some), last - first);
     }
     Mixed some = mixed_part(*this, first, last);
@@ -136,6 +174,8 @@ LineChunk::Mixed LineChunk::mixed_part(const LineChunk& from, size_t first, size
     if (const Slice* slice = std::get_if<Slice>(&from.body_)) {
         part.lines.reserve(last - first);
         for (size_t row = first; row < last; ++row) part.lines.push_back({from.view(row), nullptr});
+        for (const Edit& edit : slice->edits)
+            if (first <= edit.row && edit.row < last) part.lines[edit.row - first] = {{}, edit.own};
         part.blocks.push_back(slice->block);
     } else {
         const Mixed& mixed = std::get<Mixed>(from.body_);

@@ -12,9 +12,10 @@
 
 // Some hundred lines of a LineStore, the piece that its copies share. Part of the store's inside.
 //
-// A chunk is a slice of a block, with the line starts, until one of its lines is edited; from then on
-// it holds a record for each line, which still points into the block where the line is untouched.
-// Whichever it is, each line that lies in a block is followed there by one "\n" that ends it.
+// A chunk is a slice of a block, with the line starts and a few lines that were edited. Once there are
+// many of these, or other rows than before, it holds a record for each line, which still points into the
+// block where the line is untouched. Whichever it is, each line that lies in a block is followed there
+// by one "\n" that ends it.
 //
 // Rows count from the chunk's first one. A chunk that has more than one owner must not be changed.
 class LineChunk {
@@ -27,11 +28,19 @@ public:
 
     using Blocks = std::vector<std::shared_ptr<const Block>>;
 
+    static constexpr size_t FEW_EDITS = 16;  // of a slice; cloning one must cost next to nothing
+
+    struct Edit {
+        size_t row;
+        std::shared_ptr<std::string> own;
+    };
+
     struct Slice {
         std::shared_ptr<const Block> block;
         const char* base = nullptr;
         size_t stride = 0;                         // bytes of each line if they are all alike, else 0
         std::shared_ptr<const uint16_t[]> starts;  // without stride: offsets from base, one more than rows
+        std::vector<Edit> edits = {};              // by row; these lines are no longer what the block says
 
         size_t start(size_t row) const { return stride != 0 ? row * stride : starts[static_cast<ptrdiff_t>(row)]; }
     };
@@ -84,6 +93,8 @@ private:
     static void drop_unused_blocks(Mixed& mixed);
     static void tidy(Mixed& mixed);
     Mixed& mixed();
+    const std::shared_ptr<std::string>* edited_text(size_t row) const;  // null where the row is untouched
+    void put(size_t row, std::shared_ptr<std::string> own);
     bool adjoin(size_t row) const;
 
     size_t rows_ = 0;

@@ -80,8 +80,10 @@ public:
         const size_t row = random() % n, last = row + random() % (random() % 10 == 0 ? 2000 : 5);
         if (kind <= 1) {
             const std::string text = some_lines(1, random)[0];
-            store.edit(row) += text;
-            plain[row] += text;
+            for (size_t i = row; i <= std::min({last, row + 60, n - 1}); i += 3) {  // more than a slice keeps apart
+                store.edit(i) += text;
+                plain[i] += text;
+            }
         } else if (kind == 2) {
             plain[row] = "set " + std::to_string(random() % 1000);
             store.set(row, plain[row]);
