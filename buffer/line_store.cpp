@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "buffer/line_breaks.h"
 #include "buffer/line_tree.h"
 
 namespace {
@@ -62,8 +63,7 @@ LineStore LineStore::cut(const std::shared_ptr<Block>& block, Returns returns) {
     LineTreeBuilder tree;
     SliceCutter cutter(tree);
     cutter.start_at(block, in);
-    while (in != end) {
-        char* const line_end = static_cast<char*>(std::memchr(in, '\n', static_cast<size_t>(end - in)));
+    kpe_each_line_break(in, end, [&](char* line_end) {
         size_t length = static_cast<size_t>(line_end - in);
         if (returns == Returns::Drop && length > 0 && line_end[-1] == '\r') --length;
         if (in != out) std::memmove(out, in, length);
@@ -71,7 +71,7 @@ LineStore LineStore::cut(const std::shared_ptr<Block>& block, Returns returns) {
         cutter.add(length);
         out += length + 1;
         in = line_end + 1;
-    }
+    });
     cutter.finish();
     block->set_size(static_cast<size_t>(out - block->data()));
     return LineStore(tree.finish());

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <new>
 #include <random>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -192,6 +193,20 @@ TEST(LineStore, HoldsTextsOfEverySize) {
             store.erase(1, count - 1);
             EXPECT_TRUE(lines_of(store) == (Lines{lines.front(), lines.back()}));
         }
+    }
+}
+
+TEST(LineStore, CutsAtLineEndsWhereverTheyLie) {
+    std::mt19937 random(6);
+    for (int round = 0; round < 2000; ++round) {
+        const std::string letters = round % 2 == 0 ? "\n\rabc" : "\n\rabcdefghijklmnopqrstuvwxyz0123456789";
+        std::string text(random() % 300, '\0');
+        for (char& c : text) c = letters[random() % letters.size()];
+        Lines lines;
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line); lines.push_back(line))
+            if (line.ends_with('\r')) line.pop_back();
+        ASSERT_EQ(lines_of(LineStore::from_text(text)), lines);
     }
 }
 
