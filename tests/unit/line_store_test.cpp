@@ -136,7 +136,7 @@ private:
     }
 
     void replace(size_t first, size_t last, std::mt19937& random) {
-        const char letter = static_cast<char>('a' + random() % 26);
+        const char letter = plain[first].find_first_not_of("\n") == 0 ? plain[first].front() : 'a';
         const std::string what = random() % 8 == 0 ? "break" : std::string(1 + random() % 3, letter);
         const std::string by[] = {"", what, "another\ntext", std::string(2, letter), "E"};
         const std::string& text = by[random() % std::size(by)];
@@ -241,6 +241,11 @@ TEST(LineStore, TakesItselfAndItsOwnText) {
     LineStore store = LineStore::from_text("one\ntwo\n");
     store.insert(1, store);
     EXPECT_EQ(lines_of(store), (Lines{"one", "one", "two", "two"}));
+    LineStore copy = store;
+    Patience patience(nullptr);
+    const LineStore::Replaced done = copy.replace(0, 3, ByteSearch("o", false), "00", patience);
+    EXPECT_EQ(lines_of(copy), (Lines{"00ne", "00ne", "tw00", "tw00"}));
+    EXPECT_EQ(std::tuple(done.count, done.last_row, done.last_col), std::tuple(4u, 3u, 2u));
     store.set(0, store.view(3).substr(1));
     store.set(0, store.view(0).substr(1));
     EXPECT_EQ(store.view(0), "o");
