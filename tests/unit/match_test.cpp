@@ -14,108 +14,19 @@
 #include "buffer/line_store.h"
 #include "buffer/match.h"
 #include "buffer/text_buffer.h"
+#include "unit/naive_match.h"
 
 namespace {
 
 using std::string;
 using std::string_view;
 
-// The pattern language by plain backtracking, a rule a line: what every other way must find.
-int backtrack(string_view p, string_view t) {
-    const auto then = [&](size_t used, int taken) {
-        const int rest = backtrack(p.substr(used), t.substr(static_cast<size_t>(taken)));
-        return rest < 0 ? -1 : rest + taken;
-    };
-    const auto byte = [](char c) { return static_cast<unsigned char>(c); };
-    if (p.empty()) return 0;
-    if (p == "$") return t.empty() ? 0 : -1;
-    if (p[0] == '*') {
-        size_t stars = 0;
-        while (stars < p.size() && p[stars] == '*') ++stars;
-        for (size_t k = 0; k <= t.size(); ++k)
-            if (const int found = then(stars, static_cast<int>(k)); found >= 0) return found;
-        return -1;
-    }
-    if (t.empty()) return -1;
-    if (p[0] == '\\') return p.size() > 1 && p[1] == t[0] ? then(2, 1) : -1;
-    if (p[0] == '?' || p[0] == '%') return then(1, 1);
-    if (p[0] != '[') return p[0] == t[0] ? then(1, 1) : -1;
-    size_t i = 1;
-    bool member = false;
-    const bool negated = i < p.size() && p[i] == '^';
-    if (negated) ++i;
-    while (i < p.size() && p[i] != ']') {
-        const bool range = i + 2 < p.size() && p[i + 1] == '-' && p[i + 2] != ']';
-        const char last = range ? p[i + 2] : p[i];
-        if (byte(p[i]) <= byte(t[0]) && byte(t[0]) <= byte(last)) member = true;
-        i += range ? 3 : 1;
-    }
-    return member != negated ? then(std::min(i + 1, p.size()), 1) : -1;
-}
-
-bool wild(string_view s) {
-    for (size_t i = 0; i < s.size(); ++i) {
-        if (s[i] == '\\')
-            ++i;
-        else if (string_view("*?%[^$").find(s[i]) != string_view::npos)
-            return true;
-    }
-    return false;
-}
-
-// A search string, tried at every column of a line one by one. The needle is not empty.
-struct Naive {
-    string needle, line;
-    bool is_wild, anchored;
-    std::vector<int> lengths;  // by column, -1 for no match
-
-    Naive(string_view n, string_view l, bool exact)
-        : needle(exact ? string(n) : TextBuffer::to_lower(string(n))),
-          line(exact ? string(l) : TextBuffer::to_lower(string(l))),
-          is_wild(wild(n)),
-          anchored(is_wild && n[0] == '^') {
-        const string_view pattern = string_view(needle).substr(anchored ? 1 : 0);
-        for (size_t col = 0; col <= line.size(); ++col) {
-            const string_view rest = string_view(line).substr(col);
-            if (is_wild)
-                lengths.push_back(backtrack(pattern, rest));
-            else
-                lengths.push_back(rest.starts_with(needle) ? static_cast<int>(needle.size()) : -1);
-        }
-    }
-    std::optional<size_t> first(size_t from) const {
-        for (size_t col = std::min(from, line.size()); col <= line.size(); ++col)
-            if (lengths[col] >= 0 && (!anchored || col == 0)) return col;
-        return std::nullopt;
-    }
-    std::optional<size_t> last(size_t limit) const {
-        limit = std::min(limit, line.size());
-        for (size_t col = anchored ? 0 : limit;; --col) {
-            const size_t end = col + (is_wild ? 0 : needle.size());
-            if (lengths[col] >= 0 && end <= limit) return col;
-            if (col == 0) return std::nullopt;
-        }
-    }
-    size_t length_at(size_t col) const {
-        return is_wild && lengths[col] >= 0 ? static_cast<size_t>(lengths[col]) : needle.size();
-    }
-};
-
 // Every start and every limit of one line. False and a note at the first difference.
 bool same_as_naive(const string& needle, const string& line, bool exact, const Matcher& matcher) {
-    const Naive naive(needle, line, exact);
-    const auto agrees = [&](const std::optional<Matcher::Match>& got, const std::optional<size_t>& col) {
-        return got ? col == got->col && got->len == naive.length_at(got->col) : !col;
-    };
-    for (size_t col = 0; col <= line.size(); ++col) {
-        if (agrees(matcher.first_in({line}, col), naive.first(col)) &&
-            agrees(matcher.last_in({line}, col), naive.last(col)) &&
-            matcher.length_at(line, col) == naive.length_at(col))
-            continue;
-        ADD_FAILURE() << "needle " << needle << ", line " << line << ", column " << col << (exact ? "" : ", any case");
-        return false;
-    }
-    return true;
+    const std::optional<size_t> col = naive_difference(needle, line, exact, matcher);
+    if (col)
+        ADD_FAILURE() << "needle " << needle << ", line " << line << ", column " << *col << (exact ? "" : ", any case");
+    return !col;
 }
 
 std::vector<string> all_strings(string_view alphabet, size_t longest) {
@@ -210,7 +121,7 @@ TEST(Matcher, CaseFoldsLettersOnly) {
     for (int c = 0; c < 256; ++c) {
         const string line(1, static_cast<char>(c)), other(1, static_cast<char>(c ^ 0x20));
         const bool letter = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-        if (!wild(other)) {
+        if (!naive_wild(other)) {
             EXPECT_EQ(col(other, line, false), letter ? 0 : -1) << c;
         }
         if (other[0] != '\0') {
@@ -307,9 +218,10 @@ TEST(Scans, EqualNaiveOverUntouchedAndEditedRows) {
             const size_t row = below(random, rows.size() + 1), col = below(random, 13);
             std::optional<std::pair<size_t, size_t>> down, up;
             for (size_t r = row; r < rows.size() && !down; ++r)
-                if (const auto c = Naive(needle, rows[r], exact).first(r == row ? col : 0)) down = {r, *c};
+                if (const auto c = NaiveSearch(needle, rows[r], exact).first(r == row ? col : 0)) down = {r, *c};
             for (size_t r = std::min(row + 1, rows.size()); r-- > 0 && !up;)
-                if (const auto c = Naive(needle, rows[r], exact).last(r == std::min(row, rows.size() - 1) ? col : 99))
+                if (const auto c =
+                        NaiveSearch(needle, rows[r], exact).last(r == std::min(row, rows.size() - 1) ? col : 99))
                     up = {r, *c};
             const auto place = [](const auto& got) {
                 return got ? std::optional(std::pair(got->row, got->col)) : std::nullopt;
