@@ -44,6 +44,10 @@ void kpe_limit_end(int status);
 void kpe_remember_terminal();
 void kpe_set_terminal_reset(const std::string& bytes);
 
+// Ends the process with that status, after everything is handed over and put back. In a file of its own, so that
+// a test that runs sessions one after the other can have another one.
+[[noreturn]] void kpe_exit(int status);
+
 // "V1.11-0"
 std::string kpe_version_string();
 // The version with its notice, and the release date, each with "\n".

@@ -47,7 +47,7 @@ void Editor::abort_missing_command_file(const std::string& name) {
     kpe_say(true, "%RMS-E-FNF, file not found");
     kpe_say(true, "%KPE-F-EDITORABO, Editor aborted");
     kpe_flush();
-    std::exit(KPE_EXIT_EDITORABO);
+    kpe_exit(KPE_EXIT_EDITORABO);
 }
 
 void Editor::run_startup_command_file(const std::string& path) {

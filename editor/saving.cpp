@@ -132,14 +132,14 @@ void Editor::save_and_exit_now(bool show_eob) {
             kpe_limit_end(2);
             rescue();
         }
-        std::exit(2);
+        kpe_exit(2);
     }
     delete_journal_file();
     kpe_say(summary_, path + " " + std::to_string(main_buffer.line_count()) + " lines");
     kpe_say(show_eob && !quiet_, text_eob_);
     kpe_flush();
     obey_end_signal();
-    std::exit(0);
+    kpe_exit(0);
 }
 
 void Editor::quit_without_saving_now(bool report) {
@@ -148,7 +148,7 @@ void Editor::quit_without_saving_now(bool report) {
     const bool any = std::any_of(buffers_.begin(), buffers_.end(), [](const auto& b) { return b.second.modified(); });
     kpe_say(report && any, "Changes discarded");
     kpe_flush();
-    std::exit(0);
+    kpe_exit(0);
 }
 
 Editor::CommandResult Editor::next_file_command(bool verbose) {
