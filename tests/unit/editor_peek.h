@@ -1,6 +1,8 @@
 #pragma once
 
+#include <map>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "editor/kpe.h"
@@ -27,6 +29,25 @@ struct EditorPeek {
         editor.search_begin_ = modes.begin;
         editor.search_end_ = modes.end;
         editor.search_word_ = modes.word;
+    }
+    auto parse(const std::string& line) { return editor.parse_command(line); }
+    static auto qualifiers(std::string& line) { return Editor::extract_qualifiers(line); }
+    auto line_ref(const std::string& text) { return editor.parse_line_ref(text); }
+    auto line_range(const std::string& text) { return editor.parse_line_range(text); }
+    bool undo() { return editor.undo_last(/*report=*/false); }
+    bool redo() { return editor.redo_last(/*report=*/false); }
+    // Every buffer as it would be kept now, the edited one included.
+    const std::map<std::string, TextBuffer>& buffers() {
+        editor.save_current_buffer_state();
+        return editor.buffers_;
+    }
+    const std::string& buffer_name() { return editor.current_buffer_name_; }
+    bool writes_records() { return editor.rms_fixed_; }
+    const std::string& saved_path() { return editor.last_saved_path_; }
+    std::string journal_path() { return editor.journal_path(); }
+    void close_journal() {
+        if (editor.journal_.fd >= 0) close(editor.journal_.fd);
+        editor.journal_.fd = -1;
     }
     bool is_delim(char c) { return editor.is_delim(c); }
     auto search_forward(size_t row, size_t col) { return editor.search_forward(row, col); }

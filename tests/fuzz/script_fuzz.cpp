@@ -1,0 +1,21 @@
+#include <algorithm>
+
+#include "fuzz/session.h"
+#include "fuzz/targets.h"
+
+// A byte of options, and what is typed at the prompt.
+void fuzz_script(std::string_view input) {
+    const unsigned options = input.empty() ? 0 : static_cast<unsigned char>(input.front());
+    input.remove_prefix(std::min<size_t>(1, input.size()));
+    fuzz_clear_directory();
+    fuzz_directory().put("t.txt",
+                         "alpha beta\n\tgamma  delta\n\nDon't (stop) here.\nalpha alpha\n100 last\xc3\xa9 line");
+    fuzz_directory().put("u.txt", "second\r\nfile\n");
+    fuzz_directory().put("c.kpe", "TYPE\nFIND alpha\n! a comment\nSET COMMAND c.kpe\n");
+    FuzzSession session;
+    session.typed = input;
+    session.read_only = (options & 3) == 3;
+    session.versions = (options & 12) == 12;
+    if ((options & 48) == 48) session.output_file = "out.txt";
+    fuzz_run(session);
+}

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+// What is fuzzed: each target takes any bytes, does with them what kpe would, and compares what comes out with a
+// plain oracle or with what must always hold. A fault aborts. kpe_fuzz drives one of them by coverage, kpe_replay
+// runs the files of corpus/ through them.
+constexpr size_t LONGEST_INPUT = 4096;  // longer ones are cut
+
+void fuzz_parser(std::string_view input);    // a command line: recognition, qualifiers, ranges
+void fuzz_match(std::string_view input);     // search strings over lines, against backtracking
+void fuzz_versions(std::string_view input);  // file names with versions over a directory of them
+void fuzz_config(std::string_view input);    // a configuration file of the runtime
+void fuzz_script(std::string_view input);    // a whole session in line mode, typed
+void fuzz_startup(std::string_view input);   // startup and command files, journals to recover from
+void fuzz_keys(std::string_view input);      // keys typed in screen mode, with changes of the terminal's size
+
+struct FuzzTarget {
+    std::string_view name;
+    void (*run)(std::string_view input);
+};
+inline constexpr FuzzTarget FUZZ_TARGETS[] = {
+    {"parser", fuzz_parser}, {"match", fuzz_match},     {"versions", fuzz_versions}, {"config", fuzz_config},
+    {"script", fuzz_script}, {"startup", fuzz_startup}, {"keys", fuzz_keys},
+};
+
+// The target of that name, or null.
+const FuzzTarget* fuzz_target(std::string_view name);
+// Aborts, after a line on standard error that tells what did not hold and where.
+void fuzz_check(bool holds, std::string_view what, std::string_view where = {});
+// What comes before the first cut, which input loses together with it; all of input when it has none.
+std::string_view fuzz_take(std::string_view& input, char cut);
