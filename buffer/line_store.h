@@ -83,7 +83,7 @@ public:
     public:
         // *changed (may be null) becomes true once a row gets other bytes than it had.
         explicit Rewriter(LineStore& store, bool* changed = nullptr);
-        ~Rewriter();  // finishes
+        ~Rewriter();  // drops what finish() has not put into the store: only an exception comes before that
         Rewriter(const Rewriter&) = delete;
         Rewriter& operator=(const Rewriter&) = delete;
         // row above the last one put (others work, slowly); nothing from size() on.

@@ -75,7 +75,7 @@ void LineStore::Rewriter::State::finish() {
 
 LineStore::Rewriter::Rewriter(LineStore& store, bool* changed) : state_(std::make_unique<State>(store, changed)) {}
 
-LineStore::Rewriter::~Rewriter() { finish(); }
+LineStore::Rewriter::~Rewriter() = default;
 
 void LineStore::Rewriter::put(size_t row, std::string_view text) {
     State& s = *state_;

@@ -46,6 +46,7 @@ void rewrite_rows(TextBuffer& buffer, size_t first, size_t last, Change change) 
         if (!rewriter) rewriter.reset(new LineStore::Rewriter(buffer.rewrite()));
         rewriter->put(row, text);
     }
+    if (rewriter) rewriter->finish();
 }
 
 // Passes the bytes from (first, from) up to, not including, (last, to) through table.

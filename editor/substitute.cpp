@@ -181,6 +181,7 @@ private:
     void finish() {
         TextBuffer& buffer = editor.buffer_;
         if (single_row && !rewriter) buffer.replace_in_line(*single_row, 0, buffer.length(*single_row), single_text);
+        if (rewriter) rewriter->finish();
         rewriter.reset();
         single_row.reset();
         if (mark_col) buffer.set_mark(buffer.mark_row(), *mark_col);

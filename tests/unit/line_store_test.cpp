@@ -133,6 +133,7 @@ private:
             plain[to] = some_lines(1, random)[0];
             rewriter.put(to, plain[to]);
         }
+        rewriter.finish();
     }
 
     void replace(size_t first, size_t last, std::mt19937& random) {
@@ -155,6 +156,18 @@ private:
 };
 
 }  // namespace
+
+TEST(LineStore, RewritingThatAnExceptionEndsChangesNothing) {
+    LineStore store(std::vector<std::string>(100, "old"));
+    EXPECT_THROW(
+        {
+            LineStore::Rewriter rewriter(store);
+            for (size_t row = 0; row < 50; ++row) rewriter.put(row, "new");
+            throw std::bad_alloc();
+        },
+        std::bad_alloc);
+    for (size_t row = 0; row < 100; ++row) EXPECT_EQ(store.view(row), "old");
+}
 
 TEST(LineStore, RandomEditsLeaveEveryCopyAlone) {
     for (unsigned seed = 1; seed <= 5; ++seed) {
