@@ -26,7 +26,7 @@ constexpr long PATIENCE = 300'000'000, BETWEEN_PRESSES = 20'000'000;  // nanosec
 
 const std::string* g_root = nullptr;  // while a Guard lives
 std::function<void()> g_on_wait;
-size_t g_memory = 0, g_most_memory = 0;
+size_t g_memory = 0, g_most_memory = 0, g_failing = 0;
 
 void press_interrupt(int) { g_kpe_abort_requested = 1; }
 
@@ -81,6 +81,7 @@ mode_t mode_behind(int flags, va_list& arguments) {
 
 void* try_allocate(size_t size) {
     if (g_root && (size > MOST_MEMORY || g_memory + size > g_most_memory)) return nullptr;
+    if (g_root && g_failing > 0 && --g_failing == 0) return nullptr;
     void* const memory = std::malloc(size > 0 ? size : 1);
     if (memory) g_memory += malloc_usable_size(memory);
     return memory;
@@ -99,7 +100,7 @@ void release(void* memory) {
 
 }  // namespace
 
-Guard::Guard(const std::string& root, std::function<void()> on_wait) {
+Guard::Guard(const std::string& root, size_t failing, std::function<void()> on_wait) {
     static const std::string* const kept = new std::string(root);
     g_on_wait = std::move(on_wait);
     std::signal(SIGXFSZ, SIG_IGN);
@@ -108,6 +109,7 @@ Guard::Guard(const std::string& root, std::function<void()> on_wait) {
     limit.rlim_cur = LARGEST_FILE;
     setrlimit(RLIMIT_FSIZE, &limit);
     g_most_memory = g_memory + MOST_MEMORY;
+    g_failing = failing;
     g_kpe_abort_requested = 0;
     press_interrupts(true);
     g_root = kept;
@@ -186,6 +188,7 @@ int mkostemp(char*, int) {
     return -1;
 }
 int fsync(int) { return 0; }
+int nanosleep(const timespec*, timespec*) { return 0; }
 pid_t fork() noexcept {
     errno = EAGAIN;
     return -1;

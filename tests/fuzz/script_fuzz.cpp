@@ -3,7 +3,7 @@
 #include "fuzz/session.h"
 #include "fuzz/targets.h"
 
-// A byte of options, and what is typed at the prompt.
+// A byte of options, two for the allocation that fails, and what is typed at the prompt.
 void fuzz_script(std::string_view input) {
     const unsigned options = input.empty() ? 0 : static_cast<unsigned char>(input.front());
     input.remove_prefix(std::min<size_t>(1, input.size()));
@@ -17,5 +17,9 @@ void fuzz_script(std::string_view input) {
     session.read_only = (options & 3) == 3;
     session.versions = (options & 12) == 12;
     if ((options & 48) == 48) session.output_file = "out.txt";
+    if ((options & 192) == 192 && input.size() > 2) {
+        session.failing = static_cast<unsigned char>(input[0]) * 64U + static_cast<unsigned char>(input[1]);
+        session.typed.remove_prefix(2);
+    }
     fuzz_run(session);
 }

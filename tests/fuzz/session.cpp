@@ -131,7 +131,7 @@ void fuzz_run(const FuzzSession& session) {
     std::optional<int> status;
     {
         const Standard standard(session);
-        const Guard guard(directory.root(), session.on_wait);
+        const Guard guard(directory.root(), session.failing, session.on_wait);
         try {
             peek.editor.run();
         } catch (const EndOfSession& end) {
