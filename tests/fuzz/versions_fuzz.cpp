@@ -46,7 +46,7 @@ struct NaiveVersions {
     // Versions of few digits only.
     string write(const string& name) const {
         const size_t at = suffix_at(name);
-        const string base = name.substr(0, at);
+        string base = name.substr(0, at);
         if (at == name.size() && highest(base) == 0) return base;
         const unsigned long given = at == name.size() ? highest(base) : std::stoul(name.substr(at + 1));
         unsigned long next = std::max(given, 1UL) + 1;
