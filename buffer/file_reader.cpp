@@ -22,8 +22,13 @@ struct Handle {
 
 bool stopped(const volatile std::sig_atomic_t* abort) { return abort && *abort != 0; }
 
-// The descriptor, or -1 with errno set. Opening a FIFO waits for its writer.
+// The descriptor, or -1 with errno set. Opening a FIFO waits for its writer. No name holds a NUL, and what
+// stands before one is another name.
 int open_patiently(const std::string& path, const volatile std::sig_atomic_t* abort) {
+    if (path.find('\0') != path.npos) {
+        errno = ENOENT;
+        return -1;
+    }
     for (;;) {
         const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
         if (fd >= 0 || errno != EINTR || stopped(abort)) return fd;

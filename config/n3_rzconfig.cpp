@@ -133,7 +133,7 @@ bool runtime_present() {
 
 bool file_exists(const std::string& p) {
     struct stat st;
-    return kpe_stat(p.c_str(), &st) == 0;
+    return p.find('\0') == p.npos && kpe_stat(p.c_str(), &st) == 0;
 }
 
 }  // namespace n3rz

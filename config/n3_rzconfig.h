@@ -18,7 +18,7 @@ bool config_lookup(const char* key, std::string& value, const char* tag);
 bool config_is_on(const std::string& v);
 // Whether the runtime's shared library can be loaded.
 bool runtime_present();
-// Whether anything of that name exists.
+// Whether anything of that name exists. No name holds a NUL, and what stands before one is another name.
 bool file_exists(const std::string& p);
 
 // The path without its version suffix (";" and digits at the end).

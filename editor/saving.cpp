@@ -90,7 +90,7 @@ Editor::Written Editor::write_lines_file(const std::string& path, const LineStor
 bool Editor::save_lines(const LineStore& lines, const std::string& name, std::string& path) {
     for (;;) {
         path = resolve_write_path(name);
-        if (path.empty()) return false;
+        if (path.empty() || path.find('\0') != path.npos) return false;
         // What could not be read whole must not be written over the rest of it.
         const bool broken = !broken_file_.empty() && (strip_vms_version(path) == strip_vms_version(broken_file_) ||
                                                       same_file(path, broken_file_));
