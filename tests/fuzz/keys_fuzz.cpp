@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <condition_variable>
+#include <cstdint>
 #include <cstdlib>
 #include <mutex>
 #include <optional>
@@ -19,6 +20,8 @@
 
 namespace {
 
+// What the emulator has in the second cell of a wide character; the first one tells how both look.
+constexpr uint32_t BEHIND_WIDE = UINT32_MAX;
 // In no key and no character: wait until all before is drawn, and the same in front of two bytes for a new size.
 constexpr char DRAWN = '\xfd', RESIZE = '\xfe';
 constexpr std::string_view BREAKS = "\xfd\xfe";
@@ -126,7 +129,9 @@ private:
     void wait_until_shown() {
         std::unique_lock lock(mutex_);
         marked_ = false;
+        lock.unlock();  // the reader may have to make room for the mark
         fuzz_check(write(screen_, MARK.data(), MARK.size()) == static_cast<ssize_t>(MARK.size()), "the mark is taken");
+        lock.lock();
         seen_.wait(lock, [this] { return marked_; });
     }
     // The cursor and the rows, with "~" before a cell in reverse video and codes for what is no ASCII.
@@ -141,6 +146,7 @@ private:
             for (; at.col < size.col; ++at.col) {
                 VTermScreenCell cell = {};
                 vterm_screen_get_cell(vterm_obtain_screen(emulator_), at, &cell);
+                if (cell.chars[0] == BEHIND_WIDE) continue;
                 if (cell.attrs.reverse) all += '~';
                 if (cell.chars[0] == 0) all += ' ';
                 for (size_t i = 0; i < VTERM_MAX_CHARS_PER_CELL && cell.chars[i] != 0; ++i) {
