@@ -73,6 +73,26 @@ SignalHold::SignalHold() : SignalHold({SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGTSTP
 
 SignalHold::~SignalHold() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
 
+int kpe_sync(int fd) {
+    return kpe_retry([fd] { return fsync(fd); });
+}
+
+bool FileState::operator==(const FileState& other) const {
+    const auto same = [](const timespec& a, const timespec& b) {
+        return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+    };
+    return dev == other.dev && ino == other.ino && size == other.size && same(modified, other.modified) &&
+           same(changed, other.changed);
+}
+
+FileState kpe_file_state(int fd) {
+    struct stat st;
+    if (fstat(fd, &st) != 0) return {};
+    return {st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim};
+}
+
+std::string kpe_proc_name(int fd) { return "/proc/self/fd/" + std::to_string(fd); }
+
 bool kpe_write_all(int fd, std::string_view first, std::string_view second, const volatile std::sig_atomic_t* abort) {
     while (!first.empty() || !second.empty()) {
         if (abort && *abort) {

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -38,6 +39,29 @@ public:
 private:
     sigset_t before_;
 };
+
+// Makes the call again as long as a signal interrupts it.
+template <class Call>
+auto kpe_retry(Call call) -> decltype(call()) {
+    for (;;) {
+        const auto result = call();
+        if (result >= 0 || errno != EINTR) return result;
+    }
+}
+int kpe_sync(int fd);  // fsync, whatever interrupts it
+
+// What tells whether a file on disk is still the same, unchanged; all is 0 where there is none.
+struct FileState {
+    dev_t dev = 0;
+    ino_t ino = 0;
+    off_t size = 0;
+    timespec modified{}, changed{};
+
+    bool operator==(const FileState& other) const;
+};
+FileState kpe_file_state(int fd);
+// The kernel's own name of an open file, by which also one without a name can be reached.
+std::string kpe_proc_name(int fd);
 
 // Writes both pieces at the file's position, one behind the other and in one call where the kernel takes
 // them. false with errno set. It gives up, with EINTR, once *abort is set.

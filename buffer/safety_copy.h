@@ -11,11 +11,16 @@ std::vector<std::string> kpe_state_directories();
 // A new file of mode 0600, open for reading and writing, in the first of those directories that takes one;
 // path is its name. Missing directories are made with mode 0700. Not open, with errno set, if none does.
 FileHandle kpe_make_state_file(const std::string& prefix, std::string& path);
+// The same without a name, so that it is gone when it is closed or the process ends.
+FileHandle kpe_make_nameless_state_file();
+// Copies the open file to such a directory, and syncs both; label, a short name without "/", names the copy,
+// path is its name. false with errno set, and nothing left behind.
+bool kpe_keep_copy(int fd, const std::string& label, std::string& path);
 
 // Three open descriptors: the file to write to, the same file to read from, and the new text to read.
 struct Overwrite {
     int target, old, text;
 };
-// Replaces a file's content where it stands; label, a short name without "/", names the safety copy.
+// Replaces a file's content where it stands; label names the safety copy.
 // false with errno set: the old text is back, or, when even that failed, kept in the file that kept names.
 bool kpe_overwrite(const Overwrite& files, const std::string& label, std::string& kept);

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "buffer/file_handle.h"
 #include "config/n3_rzconfig.h"
 #include "editor/kpe.h"
 #include "editor/report.h"
@@ -19,7 +20,7 @@ bool is_foreign_link(const std::string& path) {
 // followed only if they are the user's own; a pipe or a device is no journal, and never waited for.
 int open_journal(const std::string& path) {
     constexpr int FLAGS = O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
-    int fd = open(path.c_str(), FLAGS | O_NOFOLLOW, 0600);
+    int fd = kpe_retry([&] { return open(path.c_str(), FLAGS | O_NOFOLLOW, 0600); });
     if (fd < 0 && errno == ELOOP) {
         if (is_foreign_link(path)) return -1;
         fd = open(path.c_str(), FLAGS, 0600);
@@ -32,15 +33,11 @@ int open_journal(const std::string& path) {
     return fd;
 }
 
-bool write_whole(int fd, const std::string& text) {
-    size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t n = write(fd, text.data() + done, text.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        done += static_cast<size_t>(n);
-    }
-    return true;
+// Adds the whole line or nothing: half a line would become another command with the next one behind it.
+void add_line(int fd, const std::string& line) {
+    struct stat before;
+    if (fstat(fd, &before) != 0 || kpe_write_all(fd, line, "\n")) return;
+    kpe_retry([&] { return ftruncate(fd, before.st_size); });
 }
 
 }  // namespace
@@ -65,7 +62,7 @@ void Editor::append_journal_line(const std::string& line) {
         journal_.dev = st.st_dev;
         journal_.ino = st.st_ino;
     }
-    write_whole(journal_.fd, line + "\n");
+    add_line(journal_.fd, line);
 }
 
 void Editor::try_recover_journal() {

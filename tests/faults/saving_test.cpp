@@ -1,9 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fcntl.h>
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/resource.h>
+#include <pty.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,112 +12,21 @@
 #include <string>
 #include <vector>
 
-#include "unit/scratch.h"
+#include "faults/program.h"
 
 // Saving where the machine refuses: the text on disk stays whole, the message and the status tell, the journal
 // stays.
 
 namespace {
 
-constexpr uid_t NOBODY = 65534;
-
-class SavingFaults : public testing::Test {
+class SavingFaults : public ProgramTest {
 protected:
-    struct Ended {
-        int status;
-        std::string out, err;
-    };
-    using Preparation = std::function<void()>;
-
-    // Starts the program in the test's directory, on what input holds. prepare runs in the new process.
-    pid_t start(std::vector<std::string> args, const std::string& input, const Preparation& prepare = {}) {
-        const std::string in = io.put("in" + std::to_string(++started), input);
-        const std::string out = io.path("out"), err = io.path("err");
-        args.insert(args.begin(), "kpe");
-        std::vector<char*> argv;
-        argv.reserve(args.size() + 1);
-        for (std::string& arg : args) argv.push_back(arg.data());
-        argv.push_back(nullptr);
-        const pid_t child = fork();
-        if (child != 0) return child;
-        if (!redirected(in, O_RDONLY, 0) || !redirected(out, O_WRONLY | O_CREAT | O_TRUNC, 1) ||
-            !redirected(err, O_WRONLY | O_CREAT | O_TRUNC, 2) || chdir(dir.root().c_str()) != 0)
-            _exit(126);
-        setenv("HOME", dir.root().c_str(), 1);
-        setenv("TMPDIR", dir.root().c_str(), 1);
-        for (const char* name : {"XDG_STATE_HOME", "RZ_TTY", "KPE_INI"}) unsetenv(name);
-        alarm(60);
-        const int program = open(KPE_PROGRAM, O_RDONLY | O_CLOEXEC);  // the way there may be closed to others
-        if (prepare) prepare();
-        fexecve(program, argv.data(), environ);
-        _exit(127);
-    }
-    static int status_of(pid_t child) {
-        int how = 0;
-        waitpid(child, &how, 0);
-        return WIFEXITED(how) ? WEXITSTATUS(how) : -WTERMSIG(how);
-    }
-    Ended run(const std::vector<std::string>& args, const std::string& input, const Preparation& prepare = {}) {
-        const int status = status_of(start(args, input, prepare));
-        return {status, io.get("out"), io.get("err")};
-    }
     // The session ended with "?Unable to write", and the journal is there.
     static void expect_refused(const Ended& ended, const std::string& name) {
         EXPECT_EQ(ended.status, 2) << ended.out;
         EXPECT_EQ(ended.err, "?Unable to write " + name + "\n");
     }
-    mode_t mode(const std::string& name) const {
-        struct stat st {};
-        return lstat(dir.path(name).c_str(), &st) == 0 ? st.st_mode : 0;
-    }
-
-    Scratch dir, io;
-
-private:
-    static bool redirected(const std::string& path, int flags, int to) {
-        const int fd = open(path.c_str(), flags | O_CLOEXEC, 0600);
-        return fd >= 0 && dup2(fd, to) == to;
-    }
-    int started = 0;
 };
-
-// As somebody whom permissions stop. Root becomes nobody.
-void without_privileges() {
-    if (geteuid() == 0 && (setgid(NOBODY) != 0 || setuid(NOBODY) != 0)) _exit(125);
-}
-
-TEST_F(SavingFaults, ASizeLimitIsAnErrorAndNotTheEnd) {
-    std::string text;
-    for (int i = 0; i < 50000; ++i) text += "aaa\n";
-    dir.put("t.txt", text);
-    const auto limit = [] {
-        const rlimit small{100000, 100000};
-        setrlimit(RLIMIT_FSIZE, &small);
-    };
-    const Ended kept = run({"t.txt"}, "INSERT \"x\"\n/SAVE\nWRITE new\nQUIT\n", limit);
-    EXPECT_EQ(kept.status, 0);
-    EXPECT_EQ(kept.out,
-              "$ EDIT/KPE t.txt\n1 aaa\n**?Unable to save t.txt\n*?Unable to write new\n*Changes discarded\n");
-    expect_refused(run({"t.txt"}, "INSERT \"x\"\nEXIT\n", limit), "t.txt");
-    EXPECT_TRUE(dir.get("t.txt") == text);
-    EXPECT_EQ(dir.names(), (std::set<std::string>{"t.txt", "t.txt.jou"}));
-}
-
-TEST_F(SavingFaults, AFullDiskLeavesTheOldText) {
-    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-        GTEST_SKIP() << "no file system of one's own here";
-    dir.put("disk/gone", "");
-    ASSERT_EQ(mount("none", dir.path("disk").c_str(), "tmpfs", 0, "size=1m"), 0);
-    const std::string text(700000, 'a');
-    dir.put("disk/t", text);
-    const Ended ended = run({"disk/t"}, "INSERT \"x\"\nEXIT\n");
-    const std::string after = dir.get("disk/t");
-    const std::set<std::string> names = dir.names("disk");
-    umount(dir.path("disk").c_str());
-    expect_refused(ended, "disk/t");
-    EXPECT_TRUE(after == text);
-    EXPECT_EQ(names, (std::set<std::string>{"t", "t.jou"}));
-}
 
 TEST_F(SavingFaults, WhatCouldNotBeReadIsNotOverwritten) {
     ASSERT_EQ(chmod(dir.root().c_str(), 0777), 0);

@@ -1,0 +1,254 @@
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+// Preloaded into the program: makes one of its calls on files fail, or ends the program there.
+//   KPE_FAULT_DIR      only calls on files below this directory count
+//   KPE_FAULT_LOG      descriptor to which each of them is written, a line: its name, its file, and "careless"
+//                      for a file made without O_EXCL or O_NOFOLLOW, "exposed" for text put where others can read
+//   KPE_FAULT_AT       which of them is hit, from 1
+//   KPE_FAULT          what it does: an error by its name; "short": half of a write; "before" and "after": the
+//                      program is killed; "full": half of a write, from then on no room for anything; "dead": from
+//                      then on every call is EIO
+//   KPE_FAULT_WITHOUT  what the file system does not know, as words: nameless files, a rename that never replaces
+//                      ("noreplace"), hard links ("links")
+// Without the C++ library, whose loading would take longer than the program's run.
+
+namespace {
+
+enum class Kind { Other, Write, Create };
+
+struct Decision {
+    int error = 0;
+    bool half = false, ends = false;
+};
+
+std::string_view variable(const char* name) {
+    const char* const value = getenv(name);
+    return value ? value : "";
+}
+
+constinit std::string_view directory, fault, without;
+int log_to = -1;
+long calls = 0, hit = 0;
+
+__attribute__((constructor)) void read_settings() {
+    directory = variable("KPE_FAULT_DIR");
+    fault = variable("KPE_FAULT");
+    without = variable("KPE_FAULT_WITHOUT");
+    hit = atol(variable("KPE_FAULT_AT").data());
+    log_to = atoi(variable("KPE_FAULT_LOG").data());
+}
+
+// The file's name, as far as the kernel tells it. An own buffer: name is the caller's.
+struct Place {
+    char name[PATH_MAX] = "";
+
+    explicit Place(int fd) {
+        char link[64];
+        snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+        follow(link);
+    }
+    Place(int dir, const char* path) {
+        if (std::string_view(path).starts_with("/proc/")) {
+            follow(path);
+        } else if (*path == '/') {
+            snprintf(name, sizeof name, "%s", path);
+        } else {
+            char base[PATH_MAX] = "";
+            if (dir == AT_FDCWD ? getcwd(base, sizeof base) != nullptr : *Place(dir).copy(base) != '\0')
+                snprintf(name, sizeof name, "%.2000s/%.2000s", base, path);
+        }
+    }
+    bool counts() const {
+        const std::string_view path = name;
+        return !directory.empty() && path.starts_with(directory) && name[directory.size()] == '/';
+    }
+
+private:
+    void follow(const char* link) {
+        const ssize_t size = readlink(link, name, sizeof name - 1);
+        name[size < 0 ? 0 : size] = '\0';
+    }
+    const char* copy(char* to) const {
+        snprintf(to, sizeof name, "%s", name);
+        return to;
+    }
+};
+
+void log(const char* call, const Place& place, const char* note) {
+    char line[PATH_MAX + 100];
+    const int size = snprintf(line, sizeof line, "%s %s %s\n", call, place.name + directory.size() + 1, note);
+    if (log_to > 0) dprintf(log_to, "%.*s", size, line);
+}
+
+[[noreturn]] void end() {
+    raise(SIGKILL);
+    abort();
+}
+
+int error_of(std::string_view name) {
+    return name == "ENOSPC" ? ENOSPC : name == "EIO" ? EIO : name == "EINTR" ? EINTR : name == "EACCES" ? EACCES : 0;
+}
+
+Decision decide(const char* call, const Place& place, Kind kind = Kind::Other, const char* note = "") {
+    if (!place.counts()) return {};
+    const int before = errno;
+    log(call, place, note);
+    errno = before;
+    const long n = ++calls;
+    if (hit == 0 || n < hit) return {};
+    const bool writes = kind == Kind::Write;
+    if (fault == "dead") return {EIO};
+    if (fault == "full" && n > hit) return {kind == Kind::Other ? 0 : ENOSPC};
+    if (n > hit) return {};
+    if (fault == "full") return {kind == Kind::Create ? ENOSPC : 0, writes};
+    if (fault == "short") return {0, writes};
+    if (fault == "before") end();
+    return {error_of(fault), false, fault == "after"};
+}
+
+// Makes the call unless it has to fail.
+template <class Call>
+auto make(const Decision& decision, Call call) -> decltype(call()) {
+    if (decision.error != 0) {
+        errno = decision.error;
+        return -1;
+    }
+    const auto result = call();
+    if (decision.ends) end();
+    return result;
+}
+
+const char* exposed(int fd) {
+    struct stat st;
+    return fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && (st.st_mode & 077) != 0 ? "exposed" : "";
+}
+
+bool lacks(const char* what) { return without.find(what) != std::string_view::npos; }
+
+}  // namespace
+
+#define NEXT(name)                                                                                          \
+    [] {                                                                                                    \
+        static decltype(&::name) const next = reinterpret_cast<decltype(&::name)>(dlsym(RTLD_NEXT, #name)); \
+        return next;                                                                                        \
+    }()
+
+extern "C" {
+
+int openat(int dir, const char* path, int flags, ...) {
+    va_list more;
+    va_start(more, flags);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(more, mode_t) : 0;
+    va_end(more);
+    const bool nameless = (flags & O_TMPFILE) == O_TMPFILE, creates = nameless || (flags & O_CREAT) != 0;
+    if (nameless && lacks("nameless")) {
+        errno = EOPNOTSUPP;
+        return -1;
+    }
+    const bool careless = (flags & O_CREAT) != 0 && ((flags & O_EXCL) == 0 || (flags & O_NOFOLLOW) == 0);
+    const Decision decision =
+        decide("open", Place(dir, path), creates ? Kind::Create : Kind::Other, careless ? "careless" : "");
+    return make(decision, [&] { return NEXT(openat)(dir, path, flags, mode); });
+}
+
+int open(const char* path, int flags, ...) {
+    va_list more;
+    va_start(more, flags);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(more, mode_t) : 0;
+    va_end(more);
+    return openat(AT_FDCWD, path, flags, mode);
+}
+
+int close(int fd) {
+    const Decision decision = decide("close", Place(fd));
+    if (decision.error != 0) NEXT(close)(fd);
+    return make(decision, [&] { return NEXT(close)(fd); });
+}
+
+ssize_t read(int fd, void* bytes, size_t size) {
+    return make(decide("read", Place(fd)), [&] { return NEXT(read)(fd, bytes, size); });
+}
+
+ssize_t pread(int fd, void* bytes, size_t size, off_t at) {
+    return make(decide("pread", Place(fd)), [&] { return NEXT(pread)(fd, bytes, size, at); });
+}
+
+ssize_t write(int fd, const void* bytes, size_t size) {
+    const Decision decision = decide("write", Place(fd), Kind::Write, exposed(fd));
+    return make(decision, [&] { return NEXT(write)(fd, bytes, decision.half ? (size + 1) / 2 : size); });
+}
+
+ssize_t pwrite(int fd, const void* bytes, size_t size, off_t at) {
+    const Decision decision = decide("pwrite", Place(fd), Kind::Write, exposed(fd));
+    return make(decision, [&] { return NEXT(pwrite)(fd, bytes, decision.half ? (size + 1) / 2 : size, at); });
+}
+
+ssize_t writev(int fd, const iovec* pieces, int count) {
+    const Decision decision = decide("writev", Place(fd), Kind::Write, exposed(fd));
+    return make(decision, [&] {
+        if (!decision.half) return NEXT(writev)(fd, pieces, count);
+        const iovec& piece = pieces[pieces[0].iov_len == 0 && count > 1 ? 1 : 0];
+        return NEXT(write)(fd, piece.iov_base, (piece.iov_len + 1) / 2);
+    });
+}
+
+int fsync(int fd) {
+    return make(decide("fsync", Place(fd)), [&] { return NEXT(fsync)(fd); });
+}
+
+int ftruncate(int fd, off_t size) {
+    return make(decide("ftruncate", Place(fd)), [&] { return NEXT(ftruncate)(fd, size); });
+}
+
+int fchmod(int fd, mode_t mode) {
+    return make(decide("fchmod", Place(fd)), [&] { return NEXT(fchmod)(fd, mode); });
+}
+
+int fchown(int fd, uid_t owner, gid_t group) {
+    return make(decide("fchown", Place(fd)), [&] { return NEXT(fchown)(fd, owner, group); });
+}
+
+int linkat(int from_dir, const char* from, int to_dir, const char* to, int flags) {
+    const bool named = !std::string_view(from).starts_with("/proc/");
+    if (named && lacks("links")) {
+        errno = EPERM;
+        return -1;
+    }
+    const Decision decision = decide("link", Place(to_dir, to), Kind::Create);
+    return make(decision, [&] { return NEXT(linkat)(from_dir, from, to_dir, to, flags); });
+}
+
+int renameat2(int from_dir, const char* from, int to_dir, const char* to, unsigned flags) {
+    if (flags != 0 && lacks("noreplace")) {
+        errno = EINVAL;
+        return -1;
+    }
+    const Decision decision = decide("rename", Place(to_dir, to));
+    return make(decision, [&] { return NEXT(renameat2)(from_dir, from, to_dir, to, flags); });
+}
+
+int renameat(int from_dir, const char* from, int to_dir, const char* to) {
+    return renameat2(from_dir, from, to_dir, to, 0);
+}
+
+int rename(const char* from, const char* to) { return renameat2(AT_FDCWD, from, AT_FDCWD, to, 0); }
+
+int unlinkat(int dir, const char* path, int flags) {
+    return make(decide("unlink", Place(dir, path)), [&] { return NEXT(unlinkat)(dir, path, flags); });
+}
+
+int unlink(const char* path) { return unlinkat(AT_FDCWD, path, 0); }
+
+}  // extern "C"
