@@ -13,13 +13,6 @@ namespace {
 constexpr size_t FIRST_ROOM = size_t{64} << 10;  // bytes, where the size is not known
 constexpr size_t MOST_AT_ONCE = size_t{16} << 20;
 
-struct Handle {
-    int fd = -1;
-    ~Handle() {
-        if (fd >= 0) close(fd);
-    }
-};
-
 bool stopped(const volatile std::sig_atomic_t* abort) { return abort && *abort != 0; }
 
 // The descriptor, or -1 with errno set. Opening a FIFO waits for its writer. No name holds a NUL, and what
@@ -61,21 +54,22 @@ bool read_to_end(int fd, Block& block, const volatile std::sig_atomic_t* abort) 
 
 FileContent kpe_read_file(const std::string& path, const volatile std::sig_atomic_t* abort) {
     using End = FileContent::End;
-    FileContent content{End::Missing, std::make_shared<Block>(1)};
-    const Handle file{open_patiently(path, abort)};
-    if (file.fd < 0) {
+    FileContent content{End::Missing, {}, std::make_shared<Block>(1)};
+    const FileHandle file(open_patiently(path, abort));
+    if (!file.is_open()) {
         content.end = errno == ENOENT || errno == ENOTDIR ? End::Missing : End::Refused;
         return content;
     }
+    content.file = kpe_file_state(file.fd());
     struct stat status = {};
-    if (fstat(file.fd, &status) == 0 && S_ISDIR(status.st_mode)) {
+    if (fstat(file.fd(), &status) == 0 && S_ISDIR(status.st_mode)) {
         content.end = End::Whole;
         return content;
     }
     try {
         content.end = End::Broken;
         content.block->reserve(room_for(status));
-        if (read_to_end(file.fd, *content.block, abort)) content.end = End::Whole;
+        if (read_to_end(file.fd(), *content.block, abort)) content.end = End::Whole;
         content.block->shrink();
     } catch (const std::bad_alloc&) {
         content.end = End::Broken;  // larger than memory: the part that is there

@@ -5,12 +5,14 @@
 #include <string>
 
 #include "buffer/block.h"
+#include "buffer/file_handle.h"
 
 // What was read of a file, and how that ended.
 struct FileContent {
     enum class End { Missing, Refused, Whole, Broken };
     // Missing: there is no such file. Refused: it could not be opened. Broken: reading stopped before the end.
     End end = End::Missing;
+    FileState file;                // as it was before the first byte was read
     std::shared_ptr<Block> block;  // never null, with room for one byte more
 };
 

@@ -32,6 +32,7 @@ bool TextBuffer::load(const std::string& path, const volatile std::sig_atomic_t*
     lines_ = one_empty_line();  // the old text makes room for the new one
     modified_ = false;
     FileContent content = kpe_read_file(filename_, abort);
+    loaded_file_ = content.file;
     const bool opened = content.end == End::Whole || content.end == End::Broken;
     load_state_ = content.end == End::Missing ? Load::Missing : content.end == End::Whole ? Load::Whole : Load::Broken;
     const std::string_view bytes = content.block->bytes();

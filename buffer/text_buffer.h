@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "buffer/file_handle.h"
 #include "buffer/line_store.h"
 #include "buffer/match.h"
 
@@ -29,6 +30,8 @@ public:
     bool load(const std::string& path, const volatile std::sig_atomic_t* abort = nullptr);
     // How the last load() ended. Broken also when the file exists and could not be opened at all.
     Load load_state() const { return load_state_; }
+    // The file as it was before it was read; empty if there was none.
+    const FileState& loaded_file() const { return loaded_file_; }
     void set_filename(const std::string& name) { filename_ = name; }
     const std::string& filename() const { return filename_; }
     bool modified() const { return modified_; }
@@ -125,4 +128,5 @@ private:
     bool mark_set_ = false;
     size_t mark_row_ = 0, mark_col_ = 0;
     Load load_state_ = Load::Missing;
+    FileState loaded_file_;
 };

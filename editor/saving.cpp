@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdlib>
+#include <unistd.h>
 
 #include "app/process.h"
 #include "buffer/file_writer.h"
@@ -66,10 +67,12 @@ std::string Editor::resolve_write_path(const std::string& path) const {
 Editor::Written Editor::write_lines_file(const std::string& path, const LineStore& lines, bool must_be_new) {
     kpe_flush();  // the file may be the terminal or the pipe that the output goes to
     FileWriter file;
+    const bool edited = path == filename_ || same_file(path, filename_);
     const auto existing = must_be_new ? FileWriter::Existing::Refuse : FileWriter::Existing::Replace;
     if (!file.open(path, existing, &g_kpe_abort_requested)) {
         return file.taken() ? Written::Taken : Written::Failed;
     }
+    if (edited) file.expect(edited_file_);
     const bool records = rms_fixed_ && rms_fixed_len_ > 0;
     const bool empty_text = !records && lines.size() == 1 && lines.view(0).empty();
     bool good = true;
@@ -84,6 +87,10 @@ Editor::Written Editor::write_lines_file(const std::string& path, const LineStor
         return file.taken() ? Written::Taken : Written::Failed;
     }
     last_saved_path_ = path;
+    if (edited) edited_file_ = file.made();
+    // For people only: what a script reads of a save stays the same.
+    if (!file.changed_copy().empty() && isatty(STDERR_FILENO))
+        kpe_warn("?The file had changed on disk; what it held is kept in " + file.changed_copy());
     return Written::Done;
 }
 

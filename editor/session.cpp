@@ -54,6 +54,7 @@ void Editor::load_current_file() {
     buffer_ = TextBuffer();
     file_existed_ = buffer_.load(filename_, &g_kpe_abort_requested);
     buffer_.set_filename(filename_);
+    edited_file_ = buffer_.loaded_file();
     broken_file_ = buffer_.load_state() == TextBuffer::Load::Broken ? filename_ : "";
     check_abort(!quiet_);
     note_on_disk(buffers_["MAIN"] = buffer_);

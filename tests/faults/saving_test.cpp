@@ -67,6 +67,69 @@ TEST_F(SavingFaults, APipeAsJournalIsNeitherWaitedForNorRemoved) {
     EXPECT_EQ(run({"-journal=j", "-recover", "t"}, "").out.substr(0, 20), "?No journal file: j\n");
 }
 
+// PRINT runs what the row calls a printer, so that the file changes between two commands.
+TEST_F(SavingFaults, WhatHadChangedOnDiskIsKept) {
+    struct Row {
+        const char *printer, *commands, *kept;  // the texts of all copies
+    };
+    const Row ROWS[] = {
+        {"true", "INSERT \"x\"\n/SAVE\nINSERT \"y\"\n/SAVE\nEXIT\n", ""},
+        {"echo his >t", "INSERT \"x\"\nPRINT\n/SAVE\nEXIT\n", "his\n"},
+        {"touch -r t .r; echo his >t; touch -r .r t", "PRINT\nEXIT\n", "his\n"},
+        {"echo his >n; mv n t", "/SAVE\nPRINT\nEXIT\n", "his\n"},
+        {"ln -f t l; echo his >t", "PRINT\nEXIT\n", "his\n"},
+        {"echo his >>t", "PRINT\n/SAVE\nPRINT\nEXIT\n", "old\nhis\nold\nhis\n"},
+        {"rm t", "PRINT\nEXIT\n", ""},
+        {"echo his >t", "PRINT\nWRITE other\nQUIT\n", ""},
+        {"true", "INCLUDE t\nWRITE t 1\nPRINT\nEXIT\n", ""},
+        {"echo his >t", "WRITE ./t 1\nPRINT\nWRITE l 1\nQUIT\n", "his\n"},
+        {"echo his >t", "SET VERSIONING\nPRINT\nEXIT\n", ""},
+    };
+    for (const Row& row : ROWS) {
+        for (const std::string& name : dir.names()) std::filesystem::remove_all(dir.path(name));
+        dir.put("t", "old\n");
+        dir.put("other", "other\n");
+        ASSERT_EQ(symlink("t", dir.path("l").c_str()), 0);
+        dir.put("bin/lpr", std::string("#!/bin/sh\n") + row.printer + "\n");
+        ASSERT_EQ(chmod(dir.path("bin/lpr").c_str(), 0755), 0);
+        const Ended ended = run({"t"}, row.commands, [&] { setenv("PATH", "bin:/usr/bin:/bin", 1); });
+        EXPECT_EQ(ended.status, 0) << ended.out;
+        EXPECT_EQ(ended.err, "") << "not a terminal, so nothing is said";
+        std::string kept;
+        const std::string state = ".local/state/kpe";
+        if (std::filesystem::exists(dir.path(state)))
+            for (const std::string& name : dir.names(state)) kept += dir.get(state + "/" + name);
+        EXPECT_EQ(kept, row.kept) << row.printer << ": " << row.commands << ended.out;
+    }
+}
+
+TEST_F(SavingFaults, WhatCannotBeKeptIsNotReplaced) {
+    int master = -1, shown = -1;
+    ASSERT_EQ(openpty(&master, &shown, nullptr, nullptr, nullptr), 0);
+    dir.put(".local/state/kpe", "not a directory");
+    dir.put("lpr", "#!/bin/sh\necho his >t\n");
+    ASSERT_EQ(chmod(dir.path("lpr").c_str(), 0755), 0);
+    // There is no such file at the start.
+    const auto saved_over = [&](const std::string& temporary) {
+        std::filesystem::remove(dir.path("t"));
+        run({"t"}, "INSERT \"x\"\nPRINT\nEXIT\n", [&] {
+            dup2(shown, 2);
+            setenv("TMPDIR", temporary.c_str(), 1);
+            setenv("PATH", dir.root().c_str(), 1);
+        });
+        return dir.get("t");
+    };
+    EXPECT_EQ(saved_over(dir.path("lpr")), "his\n");
+    EXPECT_EQ(saved_over(dir.root()), "x\n");
+    char bytes[500];
+    const ssize_t n = read(master, bytes, sizeof bytes);
+    EXPECT_TRUE(std::string_view(bytes, static_cast<size_t>(std::max<ssize_t>(n, 0)))
+                    .starts_with("?Unable to write t\r\n?The file had changed on disk; what it held is kept in " +
+                                 dir.path("t.")));
+    close(master);
+    close(shown);
+}
+
 TEST_F(SavingFaults, SessionsThatSaveAtOnceEachGetAVersion) {
     constexpr int SESSIONS = 12;
     std::vector<pid_t> sessions;
