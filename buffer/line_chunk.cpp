@@ -12,6 +12,14 @@ auto edit_from(Edits& edits, size_t row) {
     return std::find_if(edits.begin(), edits.end(), [&](const LineChunk::Edit& edit) { return edit.row >= row; });
 }
 
+// A string that grew after it was copied would be in memory twice, and the line may be huge.
+std::shared_ptr<std::string> copy_with_room(std::string_view text, size_t room) {
+    auto copy = std::make_shared<std::string>();
+    copy->reserve(text.size() + room);
+    copy->append(text);
+    return copy;
+}
+
 }  // namespace
 
 std::string_view LineChunk::view(size_t row) const {
@@ -103,10 +111,10 @@ void LineChunk::put(size_t row, std::shared_ptr<std::string> own) {
     mixed().lines[row] = {{}, std::move(own)};
 }
 
-std::string& LineChunk::edit(size_t row) {
+std::string& LineChunk::edit(size_t row, size_t room) {
     const auto* own = edited_text(row);
     if (!own || own->use_count() > 1) {
-        put(row, std::make_shared<std::string>(view(row)));
+        put(row, copy_with_room(view(row), room));
         own = edited_text(row);
     }
     return **own;

@@ -71,7 +71,7 @@ public:
     Run run_from(size_t row, size_t limit) const;
     Run run_to(size_t row, size_t limit) const;
 
-    std::string& edit(size_t row);
+    std::string& edit(size_t row, size_t room);  // with room for so many bytes more, where it is copied
     void set(size_t row, std::string_view text);
     // text lies in block, with "\n" behind it.
     void set_slice(size_t row, std::string_view text, const std::shared_ptr<const Block>& block);

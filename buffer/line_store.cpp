@@ -160,9 +160,9 @@ LineStore::Spot LineStore::own_chunk(size_t row) {
     return {*tree_, at, *chunk};
 }
 
-std::string& LineStore::edit(size_t row) {
+std::string& LineStore::edit(size_t row, size_t room) {
     const Spot spot = own_chunk(row);
-    return spot.chunk.edit(spot.at.row);
+    return spot.chunk.edit(spot.at.row, room);
 }
 
 void LineStore::set(size_t row, std::string_view text) {

@@ -40,8 +40,8 @@ public:
     // The same as a string that lives in the store, for callers that need one; view() is cheaper.
     const std::string& at(size_t row) const;
     // For editing in place. The reference dies at the next change, and must not be kept while the
-    // store is copied: the copy would see the change.
-    std::string& edit(size_t row);
+    // store is copied: the copy would see the change. room is how many bytes the line will grow by.
+    std::string& edit(size_t row, size_t room = 0);
     // Replaces the row's text.
     void set(size_t row, std::string_view text);
 

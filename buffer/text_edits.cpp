@@ -35,7 +35,7 @@ std::string joined(const LineStore& rows) {
 void TextBuffer::insert_char(size_t row, size_t col, char c) {
     ensure_row(row);
     col = std::min(col, length(row));
-    lines_.edit(row).insert(col, 1, c);
+    lines_.edit(row, 1).insert(col, 1, c);
     mark_on_insert(row, col, 0, col + 1);
     modified_ = true;
 }
@@ -51,7 +51,7 @@ void TextBuffer::insert_text(size_t& row, size_t& col, std::string_view text) {
     modified_ = true;
     const size_t first_break = text.find('\n');
     if (first_break == std::string_view::npos) {
-        lines_.edit(row).insert(at, text);
+        lines_.edit(row, text.size()).insert(at, text);
         mark_on_insert(row, at, 0, at + text.size());
         col += text.size();
         return;
@@ -124,7 +124,7 @@ void TextBuffer::join_with_next(size_t row) {
         lines_.erase(row, row + 1);
     } else {
         const std::string next(view(row + 1));
-        if (!next.empty()) lines_.edit(row).append(next);
+        if (!next.empty()) lines_.edit(row, next.size()).append(next);
         lines_.erase(row + 1, row + 2);
     }
     mark_on_join(row, old_length);
@@ -239,7 +239,7 @@ void TextBuffer::replace_in_line(size_t row, size_t col, size_t count, std::stri
     count = std::min(count, line.size() - col);
     if (line.substr(col, count) == text) return;
     const std::string own(text);  // it may lie in the line that changes
-    lines_.edit(row).replace(col, count, own);
+    lines_.edit(row, own.size()).replace(col, count, own);
     if (mark_set_ && mark_row_ == row && mark_col_ > col)
         mark_col_ = mark_col_ < col + count ? col : mark_col_ - count + own.size();
     modified_ = true;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fcntl.h>
 #include <pty.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -128,6 +129,29 @@ TEST_F(SavingFaults, WhatCannotBeKeptIsNotReplaced) {
                                  dir.path("t.")));
     close(master);
     close(shown);
+}
+
+// The text as it was loaded and the edited line: neither undo nor the save needs a third copy.
+TEST_F(SavingFaults, AHugeLineIsInMemoryTwice) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "memory is larger under the sanitizers";
+#endif
+    // Before anything large is in memory here: a process begins as large as the one that started it.
+    constexpr long KILOBYTES = 24'000;
+    const std::string piece(1000, 'a');
+    for (const char* name : {"t", "v"}) {
+        std::ofstream out(dir.path(name));
+        for (long i = 0; i < KILOBYTES; ++i) out << piece;
+    }
+    dir.put("u", "b\n");
+    run({"u"}, "INCLUDE t\nFIND b\nFIND 1\nTYPE 1/BRIEF\nS/a/xxx/\nFIND z\nEXIT\n");
+    run({"v"}, "INSERT \"xxx\"\nEXIT\n");
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    EXPECT_LT(usage.ru_maxrss, KILOBYTES * 5 / 2);
+    const std::string text = dir.get("t");
+    EXPECT_TRUE(dir.get("u") == "xxx" + text.substr(1) + "\nb\n");
+    EXPECT_TRUE(dir.get("v") == "xxx" + text + "\n");
 }
 
 TEST_F(SavingFaults, SessionsThatSaveAtOnceEachGetAVersion) {

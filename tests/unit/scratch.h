@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <set>
 #include <string>
 #include <string_view>
@@ -33,8 +32,13 @@ public:
         return file.string();
     }
     std::string get(std::string_view name) const {
+        std::error_code missing;
+        const auto size = std::filesystem::file_size(path(name), missing);
+        std::string bytes(missing ? 0 : size, '\0');
         std::ifstream in(path(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+        in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        bytes.resize(static_cast<size_t>(in.gcount()));
+        return bytes;
     }
     // The names in a directory of it.
     std::set<std::string> names(std::string_view directory = ".") const {
