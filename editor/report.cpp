@@ -5,6 +5,8 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include "app/process.h"
+
 namespace {
 
 // What was printed and not handed over yet.
@@ -28,6 +30,26 @@ void write_all(int fd, const char* data, size_t size) {
         data += n;
         size -= static_cast<size_t>(n);
     }
+}
+
+// With curses on the terminal, control bytes are shown and not obeyed; those of eight bits as well, by themselves
+// and as UTF-8 has them.
+std::string harmless(std::string_view line) {
+    std::string shown;
+    for (size_t i = 0; i < line.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(line[i]);
+        const auto before = static_cast<unsigned char>(i > 0 ? line[i - 1] : 0);
+        const bool continues = before >= 0x80 && before != 0xc2;  // the inside of a longer character
+        if (byte < ' ' || byte == 0x7f) {
+            shown += '^';
+            shown += static_cast<char>(byte ^ 0x40);
+        } else if (byte >= 0x80 && byte < 0xa0 && !continues) {
+            shown += '?';
+        } else {
+            shown += line[i];
+        }
+    }
+    return shown;
 }
 
 }  // namespace
@@ -59,7 +81,7 @@ void kpe_complain(bool report, std::string_view what) {
 
 void kpe_warn(std::string_view line) {
     kpe_flush();
-    const std::string text = std::string(line) + "\n";
+    const std::string text = (g_curses_active ? harmless(line) : std::string(line)) + "\n";
     write_all(STDERR_FILENO, text.data(), text.size());
     g_warned = true;
 }

@@ -181,6 +181,25 @@ TEST(Display, ControlBytesAndBytesOutsideTheCharacterSetAreShownSafely) {
     EXPECT_EQ(s.cursor(), at(1, 22));
 }
 
+// Whoever made the text, the name or the command file: the terminal is not theirs to command.
+TEST(Display, NothingThatACommandShowsReachesTheTerminalRaw) {
+    const std::string evil = "\033[3m\007\xc2\x9b";
+    const std::string macros = "DEFINE MACRO INC AS INCLUDE /none" + evil + "\nDEFINE MACRO OUT AS WRITE /none/" +
+                               evil + "\nDEFINE MACRO BUF AS FIND =B" + evil + "\nDEFINE MACRO DO AS @none" + evil +
+                               "\nDEFINE MACRO SEEK AS FIND 'none" + evil + "'\nDEFINE MACRO WRONG AS " + evil + "\n";
+    Terminal s({.files = {{"t" + evil, "a " + evil + "\nb\n"}, {"KPE.INI", macros}},
+                .args = {"t" + evil},
+                .env = {{"KPE_INI", "KPE.INI"}}});
+    s.forget_output();
+    for (const char* command :
+         {"TYPE WHOLE", "FIND a", "INC", "OUT", "DO", "SEEK", "WRONG", "SHOW KEY", "SHOW BUFFERS", "SHOW FILES", "HELP",
+          "SHOW MACROS", "S/b/c/ WHOLE", "/SAVE", "NEXT", "COPY 1 TO =C", "BUF"})
+        s.keys(GOLD + KP7 + command + RETURN);
+    EXPECT_EQ(s.sent("\033[3m"), 0U);
+    EXPECT_EQ(s.sent("\xc2\x9b"), 0U);
+    EXPECT_TRUE(s.has(22, "EDIT[B^[[3M^G")) << "the macros did not run";
+}
+
 TEST(Display, InTheCLocaleBytesOverAsciiAreCellsOfTheirOwn) {
     Terminal s({.files = {{"t.txt", "\n\x9b\xe9z\n"}}, .env = {{"LC_ALL", "C"}}});
     s.keys(DOWN + RIGHT);
