@@ -126,6 +126,12 @@ struct Call {
     bool is_one_of(std::string_view calls) const { return calls.find(name) != std::string_view::npos; }
 };
 
+#ifdef __SANITIZE_ADDRESS__
+constexpr size_t STEP = 4;  // only some of the calls, as each run takes ten times as long
+#else
+constexpr size_t STEP = 1;
+#endif
+
 using Text = std::optional<std::string>;  // none: there is no such file
 using Names = std::set<std::string>;
 
@@ -294,12 +300,16 @@ TEST_P(EveryCall, MayFail) {
         make_files();
         judge(*session, run_with(*session, 0, ""), nullptr, {});
         const std::vector<Call> calls = log();
+        bool synced = true;  // what was written for a file, before a name leads to it and before the old text goes
         for (const Call& call : calls) {
+            if (call.is_one_of("write pwrite writev") && !call.file.ends_with(".jou")) synced = false;
+            if (call.name == "fsync") synced = true;
+            EXPECT_TRUE(synced || !call.is_one_of("link rename unlink")) << call.name << " " << call.file;
             EXPECT_TRUE(call.note != "careless" || call.file.ends_with(".jou")) << call.name << " " << call.file;
             const bool is_private = (target.mode & 077) == 0 && call.file.ends_with("(deleted)");
             EXPECT_TRUE(call.note != "exposed" || !(is_private || call.file.starts_with("state"))) << call.file;
         }
-        for (size_t n = 1; n <= calls.size(); ++n) {
+        for (size_t n = 1; n <= calls.size(); n += STEP) {
             const Call& call = calls[n - 1];
             for (const Fault& fault : FAULTS) {
                 if (!fault.calls.empty() && !call.is_one_of(fault.calls)) continue;
