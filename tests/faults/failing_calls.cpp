@@ -46,8 +46,8 @@ __attribute__((constructor)) void read_settings() {
     directory = variable("KPE_FAULT_DIR");
     fault = variable("KPE_FAULT");
     without = variable("KPE_FAULT_WITHOUT");
-    hit = atol(variable("KPE_FAULT_AT").data());
-    log_to = atoi(variable("KPE_FAULT_LOG").data());
+    hit = strtol(variable("KPE_FAULT_AT").data(), nullptr, 10);
+    log_to = static_cast<int>(strtol(variable("KPE_FAULT_LOG").data(), nullptr, 10));
 }
 
 // The file's name, as far as the kernel tells it. An own buffer: name is the caller's.
