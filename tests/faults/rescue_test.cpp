@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "buffer/rescue_file.h"
+#include "screens/sleeping.h"
 #include "screens/terminal.h"
 #include "screens/texts.h"
 
@@ -194,7 +195,7 @@ TEST(Rescue, AStoppedSessionCanBeEnded) {
     Terminal s(line_mode());
     s.keys(EDIT + typed("CHANGE"));
     s.signal(SIGTSTP);
-    s.wait_until([&] { return s.sent("\033>") > 0; });
+    s.wait_until([&] { return state_of(s.pid()) == 'T'; });
     s.signal(SIGTERM);
     s.signal(SIGCONT);
     EXPECT_EQ(s.status(), -SIGTERM);

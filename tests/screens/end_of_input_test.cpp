@@ -1,12 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <string>
 #include <thread>
 
+#include "screens/sleeping.h"
 #include "screens/terminal.h"
 #include "screens/texts.h"
 
@@ -31,14 +30,6 @@ const std::map<std::string, std::string> PLACES = {
     {"line mode", "x" + Ctrl('z')},
     {"a question", "x" + Ctrl('z') + "S/o/y/ WHOLE/QUERY" + RETURN},
 };
-
-// 'S' sleeping, 'T' stopped, and so on.
-char state_of(pid_t pid) {
-    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-    const std::string line{std::istreambuf_iterator<char>(stat), {}};
-    const size_t name_end = line.rfind(") ");
-    return name_end == std::string::npos ? '?' : line[name_end + 2];
-}
 
 bool is_rescued(const Terminal& s) {
     const auto names = s.files().names(".local/state/kpe/rescue");

@@ -79,8 +79,8 @@ std::string random_keys(std::mt19937& random) {
     return keys;
 }
 
-std::string random_text(std::mt19937& random) {
-    const std::vector<std::string> pieces = {"alpha ", "b",    "\t", "\u65e5", "\xcc\x81", "\xff",
+std::string random_text(std::mt19937& random, const std::string& mark) {
+    const std::vector<std::string> pieces = {"alpha ", "b",    "\t", "\u65e5", mark,  "\xff",
                                              "\033",   "foo.", "  ", "\n",     "\n\n"};
     std::string text;
     for (auto i = random() % 300; i > 0; --i) text += pieces[random() % pieces.size()];
@@ -95,15 +95,16 @@ TEST(RandomKeys, NeverBreakTheSession) {
         SCOPED_TRACE("KPE_RANDOM_SEED=" + std::to_string(seed));
         std::mt19937 random(seed);
         const std::vector<std::string> types = {"xterm-256color", "linux", "screen"};
-        const bool utf8 = random() % 4 != 0;
+        // The emulator only knows UTF-8, and puts a combining mark of the last column into the next row.
+        const bool utf8 = random() % 4 != 0, marks = random() % 2 != 0, shows_all = utf8 && !marks;
         Terminal s({.rows = 1 + static_cast<int>(random() % 30),
                     .cols = 2 + static_cast<int>(random() % 90),  // the emulator fails on wide characters in one column
                     .type = types[random() % types.size()],
-                    .files = {{"t.txt", random_text(random)}},
+                    .files = {{"t.txt", random_text(random, marks ? "\xcc\x81" : "c")}},
                     .env = {{"LC_ALL", utf8 ? "C.UTF-8" : "C"}}});
         for (int round = 0; round < 6 && s.running(); ++round) {
             s.keys(random_keys(random));
-            if (utf8 && s.running()) expect_true_picture(s);  // the emulator only knows UTF-8
+            if (shows_all && s.running()) expect_true_picture(s);
             if (s.running()) s.resize(1 + static_cast<int>(random() % 30), 2 + static_cast<int>(random() % 90));
         }
         if (s.running()) s.hang_up();
