@@ -1,6 +1,9 @@
-// screen_bench KPE [NAME FILE LINES]...: how long full-screen editors take from a key to the last byte of what it
-// changes on the screen, through a pty, on files of growing size. Milliseconds: for keys the median of a session, and
-// of three sessions the shortest; else the shortest of some runs.
+// screen_bench EDITOR PROGRAM FILE LINES COPY RUNS: how long a full-screen editor takes, through a pty, from a key to
+// the last byte of what it changes on the screen. Prints a line a measure: its name, milliseconds, the 99th percentile
+// (0 for single events), and the most memory used in kilobytes; of keys the median of a session, and of RUNS sessions
+// the shortest; else the shortest of RUNS. The editor works on COPY, a copy of the log FILE; what it saved is compared.
+// With LINES 0 FILE is any file and only keys are typed into its second line; with "cat" as EDITOR and "sh" as PROGRAM
+// that shows what the pty takes.
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
@@ -14,8 +17,8 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
-#include <map>
+#include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -26,17 +29,34 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// The keys of an editor. "%" in an option or in go stands for the number of the line to begin on.
 struct Kind {
     std::string name;
-    std::function<std::vector<std::string>(const std::string& file, size_t line)> command;
-    std::function<std::string(size_t line)> enter;  // keys that bring up the screen
-    std::string type, page_down, find;              // before text is typed; a page; before what is searched for
+    std::vector<std::string> options;
+    std::string go, open;               // typed at once: to a line other than the first; brings up the screen
+    std::string page_down, find;        // find is followed by the text and Return
+    std::string text, end;              // into typing text and back
+    std::string ahead_of_write, write;  // write is the key that then writes the file
+    std::string ahead_of_undo, undo;    // undo is the key that then takes back what was typed last
 };
+// clang-format off
+const std::vector<Kind> KINDS = {
+    {"kpe", {}, "%\r", "CHANGE\r\002",
+     "\033[6~", "\033OP\033OR", "", "", "\033OP\033OwTYPE . /SAVE", "\r", "\033OP\033OwUNDO", "\r"},
+    {"vim", {"-N", "-u", "NONE", "-i", "NONE", "-n", "+%"}, "", "",
+     "\006", "/", "i", "\033", ":w", "\r", "", "u"},
+    {"ne", {"--no-config", "+%"}, "", "",
+     "\033[6~", "\006", "", "", "", "\023", "", "\033[15~"},
+    {"nano", {"--ignorercfiles", "+%"}, "", "",
+     "\033[6~", "\027", "", "", "", "\023", "", "\033u"},
+    {"cat", {"-c", "stty raw -echo; exec cat"}, "", "", "", "", "", "", "", "", "", ""},
+};
+// clang-format on
 
-struct File {
-    std::string label, path;
-    size_t lines;
-};
+std::string with_line(std::string text, size_t line) {
+    const size_t at = text.find('%');
+    return at == std::string::npos ? text : text.replace(at, 1, std::to_string(line));
+}
 
 // The watching process and the editor on processors of their own: else the scheduler's choice decides the times.
 void pin_to(int processor) {
@@ -46,14 +66,22 @@ void pin_to(int processor) {
     sched_setaffinity(0, sizeof only, &only);
 }
 
+double percentile(std::vector<double> values, size_t percent) {
+    const size_t nth = (values.size() - 1) * percent / 100;
+    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(nth), values.end());
+    return values[nth];
+}
+
 // An editor on a pty of 24 rows and 80 columns, its screen up and complete.
 class Session {
 public:
-    Session(const Kind& kind, const std::string& file, size_t line) {
-        const std::vector<std::string> words = kind.command(file, line);
+    Session(const Kind& kind, const std::string& program, const std::string& file, size_t line) {
+        std::vector<std::string> words{program};
+        for (const std::string& option : kind.options) words.push_back(with_line(option, line));
+        words.push_back(file);
         std::vector<char*> argv;
         argv.reserve(words.size() + 1);
-        for (const std::string& word : words) argv.push_back(const_cast<char*>(word.c_str()));
+        for (std::string& word : words) argv.push_back(word.data());
         argv.push_back(nullptr);
         winsize size{24, 80, 0, 0};
         const auto start = Clock::now();
@@ -68,7 +96,7 @@ public:
             execvp(argv[0], argv.data());
             _exit(127);
         }
-        started_ = time(kind.enter(line), start);
+        started_ = time((line > 1 ? with_line(kind.go, line) : "") + kind.open, start);
     }
     ~Session() {
         kill(-pid_, SIGKILL);
@@ -83,17 +111,23 @@ public:
     double started() const { return started_; }
     // Bytes that the last time() received.
     size_t received() const { return received_; }
+    // The most memory that the editor has used.
+    long peak_kb() const {
+        std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
+        for (std::string word; status >> word;)
+            if (long kb = 0; word == "VmHWM:" && status >> kb) return kb;
+        return 0;
+    }
 
-    double time(const std::string& keys) { return time(keys, Clock::now()); }
-    // Of a key pressed count times, each time after another that is not timed.
-    double median(const std::string& key, int count, const std::string& before = "") {
-        std::vector<double> times;
+    double time(const std::string& keys) { return keys.empty() ? 0 : time(keys, Clock::now()); }
+    // Of a key pressed count times, each time after others that are not timed.
+    std::vector<double> times(const std::string& key, int count, const std::string& before = "") {
+        std::vector<double> result;
         for (int i = 0; i < count; ++i) {
-            if (!before.empty()) time(before);
-            times.push_back(time(key));
+            time(before);
+            result.push_back(time(key));
         }
-        std::nth_element(times.begin(), times.begin() + count / 2, times.end());
-        return times[static_cast<size_t>(count / 2)];
+        return result;
     }
 
 private:
@@ -113,7 +147,7 @@ private:
                 continue;
             } else if (idle()) {
                 break;
-            } else if (Clock::now() - start > std::chrono::minutes(3) || waitpid(pid_, nullptr, WNOHANG) != 0) {
+            } else if (Clock::now() - start > std::chrono::minutes(1) || waitpid(pid_, nullptr, WNOHANG) != 0) {
                 throw std::runtime_error("the editor ended or hangs");
             }
         }
@@ -138,147 +172,142 @@ private:
     size_t received_ = 0;
 };
 
-std::vector<Kind> kinds(const std::string& kpe) {
-    const auto nothing = [](size_t) { return std::string(); };
-    const auto plus = [](size_t line) { return "+" + std::to_string(line); };
-    return {
-        {"kpe",
-         [kpe](const std::string& file, size_t) {
-             return std::vector<std::string>{kpe, file};
-         },
-         [](size_t line) { return (line > 1 ? std::to_string(line) + "\r" : "") + "CHANGE\r\002"; }, "", "\033[6~",
-         "\033OP\033OR"},
-        {"vim",
-         [plus](const std::string& file, size_t line) {
-             return std::vector<std::string>{"vim", "-N", "-u", "NONE", "-i", "NONE", "-n", plus(line), file};
-         },
-         nothing, "i", "\006", "/"},
-        {"ne",
-         [plus](const std::string& file, size_t line) {
-             return std::vector<std::string>{"ne", "--no-config", plus(line), file};
-         },
-         nothing, "", "\033[6~", "\006"},
-        {"nano",
-         [plus](const std::string& file, size_t line) {
-             return std::vector<std::string>{"nano", "--ignorercfiles", plus(line), file};
-         },
-         nothing, "", "\033[6~", "\027"},
+std::string contents(const std::string& path) {
+    std::string text(std::filesystem::file_size(path), '\0');
+    std::ifstream(path, std::ios::binary).read(text.data(), static_cast<std::streamsize>(text.size()));
+    return text;
+}
+
+void expect(bool right, const std::string& what) {
+    if (!right) throw std::runtime_error("not what was expected: " + what);
+}
+
+struct Figures {
+    std::vector<std::string> names;  // as they came up
+    struct Figure {
+        double time, p99;
+        long peak_kb;
     };
-}
+    std::vector<Figure> figures;
 
-const std::vector<std::string> MEASURES = {
-    "first screen", "typed key", "Return", "Delete", "page down", "bytes for a typed key", "search half of the file"};
-using Result = std::map<std::string, double>;  // by measure
-
-// Lowers the figures of result to those of a session in the middle of the file.
-void measure_keys(const Kind& kind, const File& file, Result& result) {
-    Session session(kind, file.path, file.lines / 2);
-    const auto lower = [&](const char* what, double time) {
-        const auto known = result.find(what);
-        result[what] = known == result.end() ? time : std::min(time, known->second);
-    };
-    lower("page down", session.median(kind.page_down, 41));
-    if (!kind.type.empty()) session.time(kind.type);
-    lower("typed key", session.median("x", 51));
-    lower("bytes for a typed key", static_cast<double>(session.received()));
-    lower("Return", session.median("\r", 41, "x"));  // else the screen soon stays as it is
-    lower("Delete", session.median("\033[3~", 41));
-}
-
-Result measure(const Kind& kind, const File& file) {
-    Result result;
-    const int runs = file.lines > 100000 ? 3 : 11;
-    std::vector<double> starts, searches;
-    for (int i = 0; i < runs; ++i) {
-        Session session(kind, file.path, 1);
-        starts.push_back(session.started());
-        session.time(kind.find);
-        session.time("needle-in-the-middle");
-        searches.push_back(session.time("\r"));
-    }
-    result["first screen"] = *std::min_element(starts.begin(), starts.end());
-    result["search half of the file"] = *std::min_element(searches.begin(), searches.end());
-
-    for (int i = 0; i < 3; ++i) measure_keys(kind, file, result);
-    return result;
-}
-
-void print_row(const std::string& label, double kpe, double other, double wanted) {
-    const double ratio = other > 0 ? kpe / other : 0;
-    std::printf("%-58s %10.4f %10.4f %7.3f ", label.c_str(), kpe, other, ratio);
-    if (wanted > 0)
-        std::printf("%8.2f %s\n", wanted, ratio <= wanted ? "reached" : "MISSED");
-    else
-        std::printf("%8s\n", "-");
-    std::fflush(stdout);
-}
-
-struct Want {
-    std::vector<std::string> beside;
-    double ratio;  // 0: none
-};
-const std::map<std::string, Want> WANTED = {
-    {"first screen", {{"vim"}, 0.30}},
-    {"typed key", {{"vim", "ne"}, 1.2}},
-    {"Return", {{"vim", "ne"}, 1.2}},
-    {"Delete", {{"vim", "ne"}, 1.2}},
-    {"page down", {{"vim", "ne", "nano"}, 1.2}},
-    {"bytes for a typed key", {{"vim", "ne", "nano"}, 0}},
-    {"search half of the file", {{"vim", "ne", "nano"}, 0.6}},
-};
-
-void compare(const std::vector<Kind>& editors, const std::vector<File>& files) {
-    std::map<std::string, double> smallest;  // kpe's time on the first file
-    for (const File& file : files) {
-        std::map<std::string, Result> results;
-        for (const Kind& kind : editors) results[kind.name] = measure(kind, file);
-        for (const std::string& what : MEASURES) {
-            const Want& want = WANTED.at(what);
-            std::string best = want.beside[0];
-            for (const std::string& name : want.beside)
-                if (results[name][what] < results[best][what]) best = name;
-            const double kpe = results["kpe"][what];
-            print_row(what + ", " + file.label + ": " + best, kpe, results[best][what], want.ratio);
-            if (smallest.count(what) == 0)
-                smallest[what] = kpe;
-            else if (what == "typed key" || what == "Return" || what == "Delete")
-                print_row(what + ", " + file.label + ": the same in " + files[0].label, kpe, smallest[what], 1.2);
+    // Keeps the figure with the shortest time of each name, and the largest memory.
+    void add(const std::string& name, double time, double p99, long peak_kb) {
+        const size_t i = static_cast<size_t>(std::find(names.begin(), names.end(), name) - names.begin());
+        if (i == names.size()) {
+            names.push_back(name);
+            figures.push_back({time, p99, peak_kb});
+            return;
         }
+        if (time < figures[i].time) figures[i] = {time, p99, figures[i].peak_kb};
+        figures[i].peak_kb = std::max(figures[i].peak_kb, peak_kb);
     }
+    void add(const std::string& name, const std::vector<double>& times, long peak_kb) {
+        add(name, percentile(times, 50), percentile(times, 99), peak_kb);
+    }
+    void print() const {
+        for (size_t i = 0; i < names.size(); ++i)
+            std::printf("%s\t%.6f\t%.6f\t%ld\n", names[i].c_str(), figures[i].time, figures[i].p99, figures[i].peak_kb);
+    }
+};
+
+struct Task {
+    const Kind& kind;
+    std::string program, original, copy;
+    size_t lines;
+    const std::string& text;  // of the original
+};
+
+void save(const Task& task, Session& session, Figures& figures) {
+    session.time(task.kind.ahead_of_write);
+    const double time = session.time(task.kind.write);
+    figures.add("save", time, 0, session.peak_kb());
 }
 
-// A key at the end of a line of 1 MB, beside one at the end of a short line.
-void long_line(const Kind& kpe) {
-    double times[2] = {};
-    const size_t lengths[2] = {60, 1000000};
-    for (size_t i = 0; i < 2; ++i) {
-        const std::string path = "line" + std::to_string(i) + ".txt";
-        std::FILE* file = std::fopen(path.c_str(), "w");
-        if (!file) throw std::runtime_error("cannot write " + path);
-        std::fprintf(file, "first\n%s\nlast\n", std::string(lengths[i], 'w').c_str());
-        std::fclose(file);
-        Session session(kpe, path, 2);
-        times[i] = session.median("x", 51);
-    }
-    print_row("typed key on a line of 1 MB: on a short line", times[1], times[0], 10);
+// From the first line to a word in the middle; what is typed there shows where the cursor was.
+void search(const Task& task, Figures& figures) {
+    std::filesystem::copy_file(task.original, task.copy, std::filesystem::copy_options::overwrite_existing);
+    Session session(task.kind, task.program, task.copy, 1);
+    figures.add("first screen", session.started(), 0, session.peak_kb());
+    session.time(task.kind.find);
+    session.time("needle-in-the-middle");
+    figures.add("far search", session.time("\r"), 0, session.peak_kb());
+    session.time(task.kind.text + "#" + task.kind.end);
+    save(task, session, figures);
+    std::string wanted = task.text;
+    wanted.insert(wanted.find("needle-in-the-middle"), "#");
+    expect(contents(task.copy) == wanted, "the text saved after a search");
+}
+
+constexpr size_t PAGES = 41, TYPED = 201, RETURNS = 41, DELETES = 81, UNDONE = 41;
+
+// Pages down from the middle, and keys there. What they saved must differ in one place, where the pages end: an editor
+// that wraps lines shows half as many.
+void keys(const Task& task, Figures& figures) {
+    std::filesystem::copy_file(task.original, task.copy, std::filesystem::copy_options::overwrite_existing);
+    Session session(task.kind, task.program, task.copy, task.lines / 2);
+    const std::vector<double> pages = session.times(task.kind.page_down, PAGES);
+    session.time(task.kind.text);
+    const std::vector<double> typed = session.times("x", TYPED);
+    const double bytes = static_cast<double>(session.received());
+    const std::vector<double> returns = session.times("\r", RETURNS, "x");  // else the screen soon stays as it is
+    const std::vector<double> deletes = session.times("\033[3~", DELETES);
+    session.time(task.kind.end);
+    const std::vector<double> undone =
+        session.times(task.kind.undo, UNDONE, task.kind.text + "x" + task.kind.end + task.kind.ahead_of_undo);
+    const long peak = session.peak_kb();
+    save(task, session, figures);
+    figures.add("page down", pages, peak);
+    figures.add("typed key", typed, peak);
+    figures.add("bytes sent for a typed key", bytes, 0, peak);
+    figures.add("Return", returns, peak);
+    figures.add("Delete", deletes, peak);
+    figures.add("undo of a typed key", undone, peak);
+
+    const std::string saved = contents(task.copy);
+    const size_t at = static_cast<size_t>(
+        std::mismatch(saved.begin(), saved.end(), task.text.begin(), task.text.end()).first - saved.begin());
+    const long row = std::count(saved.begin(), saved.begin() + static_cast<std::ptrdiff_t>(at), '\n');
+    const long moved = row + 1 - static_cast<long>(task.lines / 2);
+    std::string made(TYPED, 'x');
+    for (size_t i = 0; i < RETURNS; ++i) made += "x\n";
+    std::string wanted = task.text;
+    wanted.replace(at, DELETES, made);
+    expect(saved == wanted, "the text saved after typing");
+    expect(moved >= static_cast<long>(PAGES) * 8 && moved <= static_cast<long>(PAGES) * 24,
+           "pages ended " + std::to_string(moved) + " rows below");
+}
+
+void type(const Task& task, Figures& figures) {
+    Session session(task.kind, task.program, task.original, 2);
+    session.time(task.kind.text);
+    figures.add("typed key", session.times("x", TYPED), session.peak_kb());
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2 || argc % 3 != 2) {
-        std::fputs("usage: kpe_screen_bench KPE [NAME FILE LINES]...\n", stderr);
+    const auto kind =
+        std::find_if(KINDS.begin(), KINDS.end(), [&](const Kind& k) { return argc == 7 && k.name == argv[1]; });
+    if (kind == KINDS.end()) {
+        std::fputs("usage: kpe_screen_bench kpe|vim|ne|nano|cat PROGRAM FILE LINES COPY RUNS\n", stderr);
         return 2;
     }
     pin_to(0);
-    std::vector<File> files;
-    for (int i = 2; i < argc; i += 3) files.push_back({argv[i], argv[i + 1], std::strtoul(argv[i + 2], nullptr, 10)});
     try {
-        const std::vector<Kind> editors = kinds(argv[1]);
-        compare(editors, files);
-        long_line(editors[0]);
+        const std::string text = contents(argv[3]);
+        const Task task{*kind, argv[2], argv[3], argv[5], std::strtoul(argv[4], nullptr, 10), text};
+        Figures figures;
+        for (long i = std::strtol(argv[6], nullptr, 10); i > 0; --i) {
+            if (task.lines == 0) {
+                type(task, figures);
+                continue;
+            }
+            search(task, figures);
+            keys(task, figures);
+        }
+        figures.print();
     } catch (const std::exception& problem) {
-        std::fprintf(stderr, "kpe_screen_bench: %s\n", problem.what());
+        std::fprintf(stderr, "kpe_screen_bench: %s: %s\n", argv[1], problem.what());
         return 1;
     }
 }

@@ -1,6 +1,8 @@
-// stopwatch RUNS INPUT OUTPUT PREPARE COMMAND...: runs the command once uncounted and then RUNS times with these files
-// as standard input and output, each time after the shell command PREPARE (may be empty). Prints the shortest wall time
-// in seconds and the largest peak memory in kilobytes. Standard error goes nowhere; the exit status does not count.
+// stopwatch RUNS SECONDS LIMIT INPUT OUTPUT PREPARE COMMAND...: runs the command with these files as standard input and
+// output, each time after the shell command PREPARE (may be empty): once uncounted and then RUNS times, but no more
+// once the runs took SECONDS together; a first run that took half of them counts. Prints the shortest wall time in
+// seconds and the largest peak memory in kilobytes, or ">LIMIT 0" when a run took longer and was killed. Standard error
+// goes nowhere; the exit status does not count.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -8,10 +10,17 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 
 namespace {
+
+struct Run {
+    double seconds;
+    long peak_kb;
+};
 
 void open_as(int descriptor, const char* path, int flags) {
     const int file = open(path, flags, 0600);
@@ -20,36 +29,63 @@ void open_as(int descriptor, const char* path, int flags) {
     close(file);
 }
 
-[[noreturn]] void run(char** argv) {
-    open_as(STDIN_FILENO, argv[2], O_RDONLY);
-    open_as(STDOUT_FILENO, argv[3], O_WRONLY | O_CREAT | O_TRUNC);
+[[noreturn]] void become(char** argv, const sigset_t& mask) {
+    open_as(STDIN_FILENO, argv[0], O_RDONLY);
+    open_as(STDOUT_FILENO, argv[1], O_WRONLY | O_CREAT | O_TRUNC);
     open_as(STDERR_FILENO, "/dev/null", O_WRONLY);
-    execvp(argv[5], argv + 5);
+    sigprocmask(SIG_SETMASK, &mask, nullptr);
+    execvp(argv[3], argv + 3);
     _exit(127);
+}
+
+[[noreturn]] void fail(const char* what) {
+    std::fprintf(stderr, "stopwatch: %s could not be run or was killed\n", what);
+    std::exit(1);
+}
+
+// Nothing when the limit was passed. SIGCHLD is blocked while the command runs, to be waited for.
+std::optional<Run> run(char** argv, long limit) {
+    if (*argv[2] && std::system(argv[2]) != 0) fail(argv[2]);
+    sigset_t child, before;
+    sigemptyset(&child);
+    sigaddset(&child, SIGCHLD);
+    sigprocmask(SIG_BLOCK, &child, &before);
+    const auto start = std::chrono::steady_clock::now();
+    const pid_t pid = fork();
+    if (pid == 0) become(argv, before);
+    const timespec most{limit, 0};
+    const bool ended = sigtimedwait(&child, nullptr, &most) == SIGCHLD;
+    if (!ended) kill(pid, SIGKILL);
+    int status = 0;
+    rusage used{};
+    if (wait4(pid, &status, 0, &used) != pid) fail(argv[3]);
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    if (!ended) return std::nullopt;
+    if (!WIFEXITED(status) || WEXITSTATUS(status) >= 126) fail(argv[3]);
+    return Run{took.count(), used.ru_maxrss};
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 6) return 2;
-    const long runs = std::strtol(argv[1], nullptr, 10);
-    double best = 1e9;
+    if (argc < 8) return 2;
+    const long runs = std::strtol(argv[1], nullptr, 10), limit = std::strtol(argv[3], nullptr, 10);
+    const double budget = std::strtod(argv[2], nullptr);
+    double best = 1e9, all = 0;
     long peak = 0;
-    for (long i = 0; i <= runs; ++i) {
-        if (*argv[4] && std::system(argv[4]) != 0) return 1;
-        const auto start = std::chrono::steady_clock::now();
-        const pid_t pid = fork();
-        if (pid == 0) run(argv);
-        int status = 0;
-        rusage used{};
-        if (wait4(pid, &status, 0, &used) != pid) return 1;
-        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-        if (!WIFEXITED(status) || WEXITSTATUS(status) >= 126) {
-            std::fprintf(stderr, "stopwatch: %s could not be run or was killed\n", argv[5]);
-            return 1;
+    bool counted = false;
+    for (long i = 0; i <= runs && !(counted && all >= budget); ++i) {
+        const std::optional<Run> one = run(argv + 4, limit);
+        if (!one) {
+            std::printf(">%ld 0\n", limit);
+            return 0;
         }
-        if (i > 0) best = std::min(best, took.count());
-        peak = std::max(peak, used.ru_maxrss);
+        all += one->seconds;
+        peak = std::max(peak, one->peak_kb);
+        if (i == 0 && one->seconds < budget / 2) continue;
+        best = std::min(best, one->seconds);
+        counted = true;
     }
     std::printf("%.6f %ld\n", best, peak);
 }

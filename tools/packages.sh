@@ -60,7 +60,7 @@ build() {
 BUILD_PACKAGES="g++ cmake ninja-build pkg-config libncurses-dev"
 # Terminal entries for the screen tests, and the terminal that they look at.
 TEST_PACKAGES="$BUILD_PACKAGES libgtest-dev libvterm-dev ncurses-term"
-LINT_PACKAGES="$TEST_PACKAGES libbenchmark-dev clang clang-format clang-tidy shellcheck man-db"
+LINT_PACKAGES="$TEST_PACKAGES libbenchmark-dev clang clang-format clang-tidy shellcheck pyflakes3 man-db"
 # The fuzzer library of clang, and its sanitizers.
 FUZZ_PACKAGES="$BUILD_PACKAGES libgtest-dev libvterm-dev clang libclang-rt-dev"
-BENCH_PACKAGES="$BUILD_PACKAGES libbenchmark-dev vim ed ne nano"
+BENCH_PACKAGES="$BUILD_PACKAGES libbenchmark-dev python3 vim ed ne nano"
