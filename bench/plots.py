@@ -171,11 +171,11 @@ def tables(notes, table):
     names = list(dict.fromkeys(row["row"] for row in table))
     table = sorted((row for row in table if row["size"] in TABLE_SIZES),
                    key=lambda row: (SECTIONS.index(row["section"]), names.index(row["row"]), int(row["bytes"])))
-    missed = [f"{row['row']} ({row['size']})" for row in table if row["verdict"] == "MISSED"]
+    missed = [f"*{row['row']}, {row['size']}*" for row in table if row["verdict"] == "MISSED"]
     judged = sum(row["verdict"] != "" for row in table)
     yield from ["Measured " + "; ".join(notes) + ".", "",
                 f"{judged - len(missed)} of {judged} rows with a wanted ratio reach it. Missed: "
-                + (", ".join(missed) if missed else "none") + ".", "", "### Line mode (milliseconds)", ""]
+                + ("; ".join(missed) if missed else "none") + ".", "", "### Line mode (milliseconds)", ""]
     yield from markdown(LINE_HEAD, [line_cells(row) for row in table if row["section"] != "screen"])
     yield from ["", "### Screen mode (milliseconds; of keys the median / the 99th percentile)", ""]
     yield from markdown(SCREEN_HEAD, [screen_cells(row) for row in table if row["section"] == "screen"])

@@ -1,6 +1,6 @@
 // stopwatch RUNS SECONDS LIMIT INPUT OUTPUT PREPARE COMMAND...: runs the command with these files as standard input and
 // output, each time after the shell command PREPARE (may be empty): once uncounted and then RUNS times, but no more
-// once the runs took SECONDS together; a first run that took half of them counts. Prints the shortest wall time in
+// once the runs took SECONDS together; a first run that took as much counts. Prints the shortest wall time in
 // seconds and the largest peak memory in kilobytes, or ">LIMIT 0" when a run took longer and was killed. Standard error
 // goes nowhere; the exit status does not count.
 #include <fcntl.h>
@@ -83,7 +83,7 @@ int main(int argc, char** argv) {
         }
         all += one->seconds;
         peak = std::max(peak, one->peak_kb);
-        if (i == 0 && one->seconds < budget / 2) continue;
+        if (i == 0 && one->seconds < budget) continue;
         best = std::min(best, one->seconds);
         counted = true;
     }
