@@ -137,7 +137,7 @@ private:
     }
 
     void replace(size_t first, size_t last, std::mt19937& random) {
-        const char letter = plain[first].find_first_not_of("\n") == 0 ? plain[first].front() : 'a';
+        const char letter = plain[first].find_first_not_of('\n') == 0 ? plain[first].front() : 'a';
         const std::string what = random() % 8 == 0 ? "break" : std::string(1 + random() % 3, letter);
         const std::string by[] = {"", what, "another\ntext", std::string(2, letter), "E"};
         const std::string& text = by[random() % std::size(by)];
