@@ -63,6 +63,7 @@ public:
     LineChunk(Slice slice, size_t rows) : rows_(rows), body_(std::move(slice)) {}
 
     size_t rows() const { return rows_; }
+    bool is_slice() const { return std::holds_alternative<Slice>(body_); }
     std::string_view view(size_t row) const;
     // The line as a string kept here. The text stays as it is, so this may be done to a shared chunk.
     const std::string& string(size_t row);

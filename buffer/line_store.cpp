@@ -10,6 +10,7 @@ namespace {
 
 // Rows that are inserted as single lines; more become chunks of their own.
 constexpr size_t FEW_ROWS = 64;
+constexpr size_t ROWS_AROUND = LineChunk::TINY_ROWS;  // see cut_around
 
 }  // namespace
 
@@ -179,10 +180,35 @@ void LineStore::splice(size_t first, size_t last, const LineTree* middle) {
     tree_ = out.finish();
 }
 
+// Where rows come or go a chunk has to hold a record for each of its lines, which makes it dear to clone: only a few
+// lines around the row are put into such a chunk, what lies before and behind them stays a slice.
+void LineStore::cut_around(size_t row) {
+    const LineTree::Place at = tree_->locate(row);
+    const LineChunk& whole = tree_->chunk(at);
+    const size_t rows = whole.rows();
+    if (!whole.is_slice() || rows < 2 * ROWS_AROUND + LineChunk::TINY_ROWS) return;
+    size_t first = at.row - std::min(at.row, ROWS_AROUND), last = std::min(rows, at.row + ROWS_AROUND);
+    if (first < LineChunk::TINY_ROWS) first = 0;
+    if (rows - last < LineChunk::TINY_ROWS) last = rows;
+    std::vector<std::shared_ptr<LineChunk>> parts;
+    for (const auto& [from, to] : {std::pair(size_t{0}, first), {first, last}, {last, rows}})
+        if (from < to) parts.push_back(whole.part(from, to));
+
+    const Spot spot = own_chunk(row);
+    LineLeaf& leaf = *tree_->leaves[spot.at.leaf];
+    const auto place = static_cast<std::ptrdiff_t>(spot.at.chunk);
+    leaf.chunks.erase(leaf.chunks.begin() + place);
+    leaf.chunks.insert(leaf.chunks.begin() + place, parts.begin(), parts.end());
+    size_t end = 0;
+    leaf.ends.clear();
+    for (const auto& chunk : leaf.chunks) leaf.ends.push_back(end += chunk->rows());
+}
+
 // Into the chunk that is there, which is cut in two when it has grown too long. put_into(chunk, row) does it.
 template <typename Rows>
 bool LineStore::insert_few(size_t row, size_t count, const Rows& put_into) {
     if (count > FEW_ROWS || empty()) return false;
+    cut_around(std::min(row, size() - 1));
     const Spot spot = own_chunk(row);
     const size_t before = spot.chunk.rows();
     put_into(spot.chunk, spot.at.row);
@@ -223,6 +249,7 @@ void LineStore::insert(size_t row, const LineStore& other) {
 void LineStore::erase(size_t first, size_t last) {
     last = std::min(last, size());
     if (first >= last) return;
+    if (last - first < ROWS_AROUND) cut_around(first);
     const LineTree::Place at = tree_->locate(first);
     const size_t rows = tree_->chunk(at).rows();
     // What would leave an empty or a tiny chunk is put together anew, which joins it with its neighbours.

@@ -100,6 +100,7 @@ private:
     static LineStore cut(const std::shared_ptr<Block>& block, Returns returns);
     struct Spot;
     Spot own_chunk(size_t row);
+    void cut_around(size_t row);
     void splice(size_t first, size_t last, const LineTree* middle);
     template <typename Rows>
     bool insert_few(size_t row, size_t count, const Rows& put_into);
