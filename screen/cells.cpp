@@ -135,8 +135,15 @@ bool CellRow::add(std::string_view text, size_t reverse_from, size_t reverse_to)
             continue;
         }
         if (is_printable_ascii(text[at])) {  // nearly all there is: kept short
-            put(static_cast<wchar_t>(text[at]), 1, reverse_to_byte(at + 1));
-            ++at;
+            const bool reverse = reverse_to_byte(at + 1);
+            const size_t change = at < reverse_from ? reverse_from : reverse ? reverse_to : text.size();
+            const size_t end = std::min({text.size(), change, at + (width - used_)});
+            for (; at < end && is_printable_ascii(text[at]); ++at) {
+                cells_[used_].base = static_cast<wchar_t>(text[at]);
+                cells_[used_++].reverse = reverse;
+            }
+            last_ = used_ - 1;
+            ++text_cells_;
             continue;
         }
         const Character character = first_character(text.substr(at));
@@ -173,6 +180,11 @@ size_t kpe_cell_of(std::string_view line, size_t left, size_t col, size_t start)
     const size_t first = line.size() - text.size();  // not left, when that lies inside a character
     size_t at = std::min(first, line.size()), cell = start, base = start;
     while (at < line.size()) {
+        if (is_printable_ascii(line[at]) && at < col) {
+            ++at;
+            base = cell++;
+            continue;
+        }
         Character character;
         if (line[at] == '\t') {
             character.cells = tab_stop(cell) - cell;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -16,6 +17,7 @@ public:
         wchar_t base = L' ';     // SECOND_HALF for the right half of the character before
         std::uint16_t mark = 0;  // 0, or the number of its combining characters, see marks()
         bool reverse = false;
+        bool unused = false;  // cells are compared as a whole
     };
     static constexpr wchar_t SECOND_HALF = L'\0';
 
@@ -38,8 +40,8 @@ public:
     // Whether both cells look the same.
     bool same(size_t i, const CellRow& other, size_t j) const {
         const Cell &a = cells_[i], &b = other.cells_[j];
-        if (a.base != b.base || a.reverse != b.reverse) return false;
-        return (a.mark == 0 && b.mark == 0) || marks(i) == other.marks(j);
+        if (std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b) && a.mark == 0) return true;
+        return (a.mark != 0 || b.mark != 0) && a.base == b.base && a.reverse == b.reverse && marks(i) == other.marks(j);
     }
     // Blanks come in between from cell at on, the last cells fall off; or the cells from at on go, blanks come in at
     // the end. at + count <= width(), and all_single().

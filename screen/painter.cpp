@@ -36,11 +36,17 @@ size_t end_of_text(const CellRow& cells) {
 }
 
 // How many cells from column from on are not the same.
-size_t differing(const CellRow& a, const CellRow& b, size_t from, size_t a_offset, size_t b_offset) {
+size_t differing(const CellRow& a, const CellRow& b, size_t from) {
     size_t count = 0;
-    const size_t end = a.width() - std::max(a_offset, b_offset);
-    for (size_t i = from; i < end; ++i) count += !a.same(i + a_offset, b, i + b_offset);
+    for (size_t i = from; i < a.width(); ++i) count += !a.same(i, b, i);
     return count;
+}
+
+// Whether a from column i on looks like b from column j on, as far as both go.
+bool same_text(const CellRow& a, size_t i, const CellRow& b, size_t j) {
+    while (i < a.width() && j < b.width())
+        if (!a.same(i++, b, j++)) return false;
+    return true;
 }
 
 void append_number(std::string& out, int number) {
@@ -168,11 +174,10 @@ bool Painter::remove_cells(size_t count) {
 // Where the text behind from only moved aside, has the terminal move it; scratch_ is then what the row shows.
 bool Painter::shift(int row, const CellRow& was, const CellRow& now, size_t from) {
     const size_t width = now.width();
-    const size_t unmoved = differing(was, now, from, 0, 0);
-    for (size_t count = 1; count <= MOST_SHIFTED && from + count < width && unmoved > count + JUMP; ++count) {
-        const bool inserted = differing(was, now, from, 0, count) == 0;
-        const bool removed = !inserted && differing(was, now, from, count, 0) == 0;
-        if (!inserted && !removed) continue;
+    for (size_t count = 1; count <= MOST_SHIFTED && from + count < width; ++count) {
+        const bool inserted = same_text(was, from, now, from + count);
+        if (!inserted && !same_text(was, from + count, now, from)) continue;
+        if (differing(was, now, from) <= count + JUMP) return false;
         move_cursor(row, static_cast<int>(from));
         if (inserted ? !insert_blanks(count) : !remove_cells(count)) return false;
         scratch_ = was;

@@ -49,36 +49,41 @@ void ShownRows::show(int row, const Content& content) {
 // Where rows that change want what other rows show now, an equal way up or down, has the terminal move them.
 void ShownRows::scroll_rows() {
     const int height = static_cast<int>(rows_.size());
-    int first = 0, last = height - 1;
-    while (first < height && !rows_[static_cast<size_t>(first)].changes) ++first;
-    while (last > first && !rows_[static_cast<size_t>(last)].changes) --last;
     const auto at = [&](int row) -> const Row& { return rows_[static_cast<size_t>(row)]; };
     const auto bytes = [&](const Text& text) { return static_cast<int>(std::min(text.text.size(), cols_)); };
-    const auto moves_to = [&](int row, int distance) {
-        return at(row).changes && at(row).wanted.hash == at(row + distance).shown.hash;
-    };
+    std::vector<size_t> shown;
+    for (const Row& row : rows_) shown.push_back(row.shown.hash);
 
-    int best = 0, best_gain = SCROLL_BYTES, best_first = 0, best_last = 0;
-    for (int distance = first - last; distance <= last - first; ++distance) {
-        if (distance == 0) continue;
-        int from = height, to = -1, gain = 0;
-        for (int row = std::max(first, first - distance); row <= std::min(last, last - distance); ++row) {
-            if (!moves_to(row, distance)) continue;
-            from = std::min(from, row);
-            to = row;
-            gain += bytes(at(row).wanted);
+    struct Way {
+        int first = 0, last = 0, gain = 0;  // the rows that want it, and what that saves
+    };
+    std::vector<Way> ways(2 * rows_.size());  // by distance, the longest way down first
+    for (int row = 0; row < height; ++row) {
+        if (!at(row).changes || at(row).wanted.text.empty()) continue;
+        for (int from = 0; from < height; ++from) {
+            if (shown[static_cast<size_t>(from)] != at(row).wanted.hash || from == row || !at(from).changes) continue;
+            Way& way = ways[static_cast<size_t>(from - row + height)];
+            if (way.gain == 0) way.first = row;
+            way.last = row;
+            way.gain += bytes(at(row).wanted);
         }
-        if (gain <= best_gain) continue;
-        // Rows between that are right as they are would have to be sent again.
-        for (int row = std::min(from, from + distance); row <= std::max(to, to + distance); ++row)
-            if (!at(row).changes) gain -= bytes(at(row).shown);
-        if (gain <= best_gain) continue;
-        best = distance;
-        best_gain = gain;
-        best_first = std::min(from, from + distance);
-        best_last = std::max(to, to + distance);
     }
-    if (best != 0 && painter_.scroll_rows(best_first, best_last, best)) take_over(best_first, best_last, best);
+
+    int best = 0, best_gain = SCROLL_BYTES, first = 0, last = 0;
+    for (int distance = -height; distance < height; ++distance) {
+        Way& way = ways[static_cast<size_t>(distance + height)];
+        if (way.gain <= best_gain) continue;
+        const int top = std::min(way.first, way.first + distance), bottom = std::max(way.last, way.last + distance);
+        // Rows between that are right as they are would have to be sent again.
+        for (int row = top; row <= bottom; ++row)
+            if (!at(row).changes) way.gain -= bytes(at(row).shown);
+        if (way.gain <= best_gain) continue;
+        best = distance;
+        best_gain = way.gain;
+        first = top;
+        last = bottom;
+    }
+    if (best != 0 && painter_.scroll_rows(first, last, best)) take_over(first, last, best);
 }
 
 // Rows first to last were scrolled up by distance, or down by -distance.
