@@ -87,7 +87,7 @@ struct Terminal::Screen {
     std::string output;   // from the program
     std::string replies;  // to it
     size_t bells = 0, flashes = 0;
-    bool flashing = false, cursor_visible = true;
+    bool flashing = false;
 
     Screen(int rows, int cols, bool utf8) : terminal(vterm_new(rows, cols)), cells(vterm_obtain_screen(terminal)) {
         static const VTermScreenCallbacks CALLBACKS = {
@@ -114,7 +114,6 @@ struct Terminal::Screen {
     Screen& operator=(const Screen&) = delete;
 
     int property(VTermProp prop, bool on) {
-        if (prop == VTERM_PROP_CURSORVISIBLE) cursor_visible = on;
         if (prop == VTERM_PROP_REVERSE) {
             flashes += on && !flashing;
             flashing = on;
@@ -349,7 +348,6 @@ Position Terminal::cursor() const {
     return {position.row, position.col};
 }
 
-bool Terminal::cursor_visible() const { return screen_->cursor_visible; }
 size_t Terminal::bells() const { return screen_->bells; }
 size_t Terminal::flashes() const { return screen_->flashes; }
 const std::string& Terminal::output() const { return screen_->output; }

@@ -14,20 +14,6 @@
 #include "unit/scratch.h"
 
 // The program on a real pty, drawn by a terminal emulator library: what a user would see.
-//
-//     using namespace screens;
-//
-//     TEST(Keypad, GoldKp4GoesToTheBottom) {
-//         Terminal s({.files = {{"t.txt", "one\ntwo\n"}}});   // kpe t.txt, 24 x 80, CHANGE typed
-//         EXPECT_EQ(s.row(0), "one");
-//         s.keys(GOLD + KP4);                                 // sent, and waited until all of it was handled
-//         EXPECT_EQ(s.cursor(), at(1, 3));
-//         EXPECT_TRUE(s.has(22, "[BOTTOM]"));
-//         s.keys("new" + Ctrl('z') + "EXIT" + RETURN);
-//         EXPECT_EQ(s.status(), 0);
-//         EXPECT_EQ(s.files().get("t.txt"), "one\ntwonew\n");
-//     }
-//
 // - Rows and columns are zero-based. A row is its text in UTF-8 without the blanks at its end, "" when there is no
 //   such row. A failed expectation prints the screen of every Terminal alive, so no test needs to.
 // - Nothing waits for a time: keys(), resize() and the constructor return when the program has taken all input and
@@ -111,7 +97,6 @@ public:
     bool has(int row, std::string_view text) const;  // row -1: anywhere
     std::string reversed(int row) const;             // "..RRR": R for each cell in reverse video, no "." at the end
     Position cursor() const;
-    bool cursor_visible() const;
     size_t bells() const;                       // bell bytes since the start
     size_t flashes() const;                     // visible bells, where the terminal type has them
     size_t sent(std::string_view bytes) const;  // how often these bytes were sent to the terminal
