@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "fuzz/targets.h"
+#include "unit/scratch.h"
 
 // For the fuzzer library, whose documentation (LLVM: "libFuzzer") tells its options. KPE_FUZZ names the target.
 
@@ -12,7 +13,14 @@ const FuzzTarget* g_target = nullptr;
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
+extern "C" int LLVMFuzzerInitialize(int* count, char*** arguments) {
+    // The library wants a file with a word a line.
+    static const Scratch scratch;
+    std::string lines;
+    for (const std::string& word : fuzz_words(/*as_written=*/true)) lines += '"' + word + "\"\n";
+    static std::string dictionary = "-dict=" + scratch.put("words", lines);
+    for (int i = 1; i < *count; ++i)
+        if (std::string_view((*arguments)[i]).starts_with("-dict=")) (*arguments)[i] = dictionary.data();
     const char* const name = std::getenv("KPE_FUZZ");
     g_target = fuzz_target(name ? name : "");
     if (g_target) return 0;

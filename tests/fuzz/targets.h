@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
+#include <vector>
 
 // What is fuzzed: each target takes any bytes, does with them what kpe would, and compares what comes out with a
 // plain oracle or with what must always hold. A fault aborts. kpe_fuzz drives one of them by coverage, kpe_replay
@@ -27,6 +29,8 @@ inline constexpr FuzzTarget FUZZ_TARGETS[] = {
 
 // The target of that name, or null.
 const FuzzTarget* fuzz_target(std::string_view name);
+// What words.dict holds, the bytes that "\xNN" stands for in their place unless as_written.
+std::vector<std::string> fuzz_words(bool as_written = false);
 // Aborts, after a line on standard error that tells what did not hold and where.
 void fuzz_check(bool holds, std::string_view what, std::string_view where = {});
 // What comes before the first cut, which input loses together with it; all of input when it has none.
