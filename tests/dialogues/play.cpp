@@ -182,12 +182,15 @@ std::vector<Case> read_cases(const string& path) {
             }
             flush();
             if (line.empty() || line[0] == '#') continue;
-            const size_t arrow = line.find(" => "), colon = line.find(':');
+            const size_t colon = line.find(':');
             if (line.starts_with("== ")) {
                 cases.push_back({trimmed(line.substr(3)), number, {}});
             } else if (line.starts_with("* ")) {
-                found.push_back({"*", "", cut(line.substr(2, arrow == string::npos ? arrow : arrow - 2))});
-                if (arrow != string::npos) found.push_back({"shows", "", cut(line.substr(arrow + 4))});
+                for (const string& step : split(line.substr(2), "  * ")) {
+                    const size_t arrow = step.find(" => ");
+                    found.push_back({"*", "", cut(step.substr(0, arrow))});
+                    if (arrow != string::npos) found.push_back({"shows", "", cut(step.substr(arrow + 4))});
+                }
             } else {
                 const string head = line.substr(0, colon);
                 const size_t blank = std::min(head.find(' '), head.size());
