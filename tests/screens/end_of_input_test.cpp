@@ -28,6 +28,9 @@ const std::map<std::string, std::string> PLACES = {
     {"INSERT", "x" + command("INSERT") + "abc" + RETURN},
     {"DEFINE MACRO", "x" + command("DEFINE MACRO m")},
     {"line mode", "x" + Ctrl('z')},
+    {"a search that finds the same for ever",
+     "x" + Ctrl('z') + "1" + RETURN + "BACKUP" + RETURN + "SET SEARCH BEGIN" + RETURN + "FIND ?n" + RETURN},
+    {"a replacement that repeats itself", "x" + Ctrl('z') + "S/$/\"\"//GLOBAL" + RETURN},
     {"a question", "x" + Ctrl('z') + "S/o/y/ WHOLE/QUERY" + RETURN},
 };
 

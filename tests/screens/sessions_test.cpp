@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -132,7 +133,8 @@ private:
             EXPECT_EQ(s_.files().get(what.size() > 5 ? what.substr(5) : "t.txt"),
                       value.empty() ? "" : lines_of(wanted.substr(colon + 2)));
         } else if (what.starts_with("sent ")) {
-            EXPECT_EQ(s_.sent(unescaped(what.substr(5))), std::stoul(value));
+            const auto holds = [&] { return s_.sent(unescaped(what.substr(5))) == std::stoul(value); };
+            if (!holds()) s_.wait_until(holds, 2s);
         } else if (what[0] == 'R') {
             EXPECT_EQ(s_.reversed(std::stoi(what.substr(1))), value);
         } else if (what == "status") {
@@ -158,6 +160,7 @@ struct Case {
     string title;
     int line = 0;
     Setup setup = {.files = {}};
+    string fifo = {};
     Words types = {"xterm-256color"}, sizes = {"24x80"};
     std::vector<std::pair<int, string>> steps = {};  // each with its line in the file
 
@@ -176,6 +179,8 @@ struct Case {
             setup.files["t.txt"] += numbered_lines(std::stoi(value));
         else if (key == "type" || key == "size")
             (key == "type" ? types : sizes) = split(value, " ");
+        else if (key == "fifo")
+            fifo = value;
         else if (key == "args")
             setup.args = split(unescaped(value), " ");
         else if (key == "env")
@@ -192,6 +197,9 @@ struct Case {
                 setup.type = type;
                 setup.rows = std::stoi(size);
                 setup.cols = std::stoi(size.substr(size.find('x') + 1));
+                const Scratch directory;
+                if (!fifo.empty()) mkfifo(directory.path(fifo).c_str(), 0600);
+                setup.directory = &directory;
                 Player player(setup);
                 for (const auto& [number, text] : steps) {
                     SCOPED_TRACE("line " + std::to_string(number) + ": " + text);
