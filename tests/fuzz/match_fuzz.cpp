@@ -22,18 +22,20 @@ Place place(const std::optional<Matcher::Place>& found) {
 
 }  // namespace
 
-// A byte of options, the search string, and lines.
+// A byte of options, the search string, and lines; "~" is a line break within one.
 void fuzz_match(std::string_view input) {
     const unsigned options = input.empty() ? 0 : static_cast<unsigned char>(input.front());
     input.remove_prefix(std::min<size_t>(1, input.size()));
     const bool exact = options & 1;
-    const std::string needle(fuzz_take(input, '\n').substr(0, LONGEST_NEEDLE));
+    std::string needle(fuzz_take(input, '\n').substr(0, LONGEST_NEEDLE));
+    std::replace(needle.begin(), needle.end(), '~', '\n');
     if (needle.empty() || needle.find('\0') != needle.npos) return;
     if (std::count(needle.begin(), needle.end(), '*') > MOST_STARS) return;
 
     std::vector<std::string> rows;
     do rows.emplace_back(fuzz_take(input, '\n').substr(0, LONGEST_LINE));
     while (!input.empty() && rows.size() < MOST_LINES);
+    for (std::string& row : rows) std::replace(row.begin(), row.end(), '~', '\n');
     const Matcher matcher(needle, exact);
     std::vector<NaiveSearch> naive;
     for (const std::string& row : rows) {
@@ -44,11 +46,11 @@ void fuzz_match(std::string_view input) {
 
     // Some rows as they came from a file, some edited: they are searched in different ways.
     std::string block;
-    for (const std::string& row : rows) (block += row) += '\n';
+    for (const std::string& row : rows) (block += row.substr(0, row.find('\n'))) += '\n';
     TextBuffer text;
     text.set_text(block);
     for (size_t row = 0; row < rows.size(); ++row) {
-        const bool cut = rows[row].ends_with('\r');
+        const bool cut = rows[row].ends_with('\r') || rows[row].find('\n') != std::string::npos;
         if (cut || (options >> 2 >> (row % 6) & 1)) text.line(row) = rows[row];
     }
     const size_t col = options >> 4;

@@ -99,18 +99,6 @@ TEST(Matcher, EqualsBacktrackingOnEveryShortString) {
     }
 }
 
-TEST(Matcher, EqualsBacktrackingOnLongerRandomStrings) {
-    Random random(1);
-    for (int round = 0; round < 8000; ++round) {
-        const bool exact = round % 2 == 0;
-        const string needle = random_string(random, "aabbAB**?%[]-^$\\", 1 + below(random, 9));
-        const Matcher matcher(needle, exact);
-        for (int i = 0; i < 3; ++i)
-            if (!same_as_naive(needle, random_string(random, "aaabbbAB]^$\\*", below(random, 14)), exact, matcher))
-                return;
-    }
-}
-
 TEST(Matcher, CaseFoldsLettersOnly) {
     const auto col = [](string_view needle, string_view line, bool exact) {
         const auto match = Matcher(needle, exact).first_in({line}, 0);
@@ -196,40 +184,6 @@ TEST(ByteSearch, EqualsNaiveAroundBlocksAndWindows) {
             for (size_t at = 0; (at = lower_text.find(needle, at)) != string::npos; at += length)
                 naive.push_back(text.data() + at);
             ASSERT_TRUE(all == naive) << needle << " in " << size;
-        }
-    }
-}
-
-TEST(Scans, EqualNaiveOverUntouchedAndEditedRows) {
-    Random random(3);
-    for (int round = 0; round < 300; ++round) {
-        std::vector<string> rows(1 + below(random, 60));
-        for (string& row : rows) row = random_string(random, round % 2 ? "abcABC\n" : "aabbcc", below(random, 12));
-        LineStore lines(rows);
-        for (size_t edits = below(random, 8); edits > 0; --edits) {
-            const size_t row = below(random, rows.size());
-            lines.set(row, rows[row] = random_string(random, "abC\n", below(random, 9)));
-        }
-        for (int i = 0; i < 12; ++i) {
-            const bool exact = i % 2 == 0;
-            const string needle = i < 8 ? random_string(random, "abcA\n", 1 + below(random, 5))
-                                        : random_string(random, "aabc*?[]^$\n", 1 + below(random, 6));
-            const Matcher matcher(needle, exact);
-            const size_t row = below(random, rows.size() + 1), col = below(random, 13);
-            std::optional<std::pair<size_t, size_t>> down, up;
-            for (size_t r = row; r < rows.size() && !down; ++r)
-                if (const auto c = NaiveSearch(needle, rows[r], exact).first(r == row ? col : 0)) down = {r, *c};
-            for (size_t r = std::min(row + 1, rows.size()); r-- > 0 && !up;)
-                if (const auto c =
-                        NaiveSearch(needle, rows[r], exact).last(r == std::min(row, rows.size() - 1) ? col : 99))
-                    up = {r, *c};
-            const auto place = [](const auto& got) {
-                return got ? std::optional(std::pair(got->row, got->col)) : std::nullopt;
-            };
-            ASSERT_EQ(place(matcher.find_forward(lines, row, col)), down)
-                << needle << " from " << row << ", " << col << ", round " << round;
-            ASSERT_EQ(place(matcher.find_backward(lines, row, col)), up)
-                << needle << " from " << row << ", " << col << ", round " << round;
         }
     }
 }
