@@ -162,6 +162,9 @@ Lines cut(const string& value) {
     return trimmed(value).empty() ? Lines{} : parts;
 }
 
+// What may follow in the same line, behind two blanks.
+const std::regex FURTHER("  (?=\\* |(answer|more|shows|like|file|absent|stderr|status|banner|args|env)[^:|]*:)");
+
 // Throws std::runtime_error with the line and what is wrong with it.
 std::vector<Case> read_cases(const string& path) {
     std::vector<Case> cases;
@@ -182,20 +185,24 @@ std::vector<Case> read_cases(const string& path) {
             }
             flush();
             if (line.empty() || line[0] == '#') continue;
-            const size_t colon = line.find(':');
             if (line.starts_with("== ")) {
                 cases.push_back({trimmed(line.substr(3)), number, {}});
-            } else if (line.starts_with("* ")) {
-                for (const string& step : split(line.substr(2), "  * ")) {
-                    const size_t arrow = step.find(" => ");
-                    found.push_back({"*", "", cut(step.substr(0, arrow))});
-                    if (arrow != string::npos) found.push_back({"shows", "", cut(step.substr(arrow + 4))});
-                }
-            } else {
-                const string head = line.substr(0, colon);
+                continue;
+            }
+            for (auto piece = std::sregex_token_iterator(line.begin(), line.end(), FURTHER, -1);
+                 piece != std::sregex_token_iterator(); ++piece) {
+                const string text = *piece;
+                const size_t arrow = text.find(" => "), colon = text.find(':');
+                const string head = text.substr(0, colon);
                 const size_t blank = std::min(head.find(' '), head.size());
-                if (colon == string::npos) throw std::runtime_error("no keyword with \":\"");
-                found.push_back({head.substr(0, blank), trimmed(head.substr(blank)), cut(line.substr(colon + 1))});
+                if (text.starts_with("* ")) {
+                    found.push_back({"*", "", cut(text.substr(2, arrow == string::npos ? arrow : arrow - 2))});
+                    if (arrow != string::npos) found.push_back({"shows", "", cut(text.substr(arrow + 4))});
+                } else if (colon == string::npos) {
+                    throw std::runtime_error("no keyword with \":\"");
+                } else {
+                    found.push_back({head.substr(0, blank), trimmed(head.substr(blank)), cut(text.substr(colon + 1))});
+                }
             }
         }
         flush();

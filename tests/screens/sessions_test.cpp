@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -169,6 +170,12 @@ struct Case {
             for (const string& step : split(text, " >> ")) steps.emplace_back(number, step);
             return;
         }
+        static const std::regex FURTHER("  (?=(file|lines|args|env|line|type|size|fifo)[^:|]*:)");
+        for (auto piece = std::sregex_token_iterator(text.begin(), text.end(), FURTHER, -1);
+             piece != std::sregex_token_iterator(); ++piece)
+            prepare(*piece);
+    }
+    void prepare(const string& text) {
         const size_t colon = text.find(':');
         const string key = text.substr(0, std::min(text.find(' '), colon));
         const string name = key.size() < colon ? text.substr(key.size() + 1, colon - key.size() - 1) : "t.txt";
