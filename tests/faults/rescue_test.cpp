@@ -67,44 +67,62 @@ bool same_modes(const termios& a, const termios& b) {
 
 // --- Signals ---
 
-TEST(Rescue, ASignalKeepsTheTextWhereverItComes) {
-    struct Place {
-        const char* name;
-        std::string keys, text = CHANGED;
-    };
-    const std::string screen = EDIT + typed("CHANGE");
-    const Place places[] = {
-        {"the prompt, half a line typed", EDIT + "abc"},
-        {"INSERT", typed("INSERT") + "a" + RETURN + "b" + RETURN + "c", "a\nbone\n"},
-        {"DEFINE MACRO", EDIT + typed("DEFINE MACRO m")},
-        {"a question in a range", EDIT + typed("S/o/y/ WHOLE/QUERY")},
-        {"a question everywhere", EDIT + typed("S/o/y//GLOBAL/QUERY")},
-        {"the screen", screen + "y", "xyone\n"},
-        {"a prompt of the screen", screen + GOLD + PF3 + "abc"},
-        {"the keypad-less session", EDIT + typed("SET KEYPAD NOKEYPAD") + typed("CHANGE") + "W"},
-        {"INSERT from the screen", screen + GOLD + KP7 + typed("INSERT") + "a" + RETURN, "xaone\n"},
-    };
-    for (const Place& place : places) {
-        for (const int number : {SIGTERM, SIGHUP, SIGQUIT, SIGINT}) {
-            const bool on_screen = place.keys.find("CHANGE") != std::string::npos;
-            const bool interrupts = on_screen || place.keys.find("QUERY") != std::string::npos;
-            if (number == SIGINT && interrupts) continue;
-            SCOPED_TRACE(place.name + std::string(", signal ") + std::to_string(number));
-            Terminal s(line_mode());
+// Where a session may be when it is ended, and the text it has then.
+struct Place {
+    const char* name;
+    std::string keys, text = CHANGED;
+    bool interruptible = false;  // SIGINT only ends what goes on there
+};
+const std::string SCREEN = EDIT + typed("CHANGE"), OWN = SCREEN + "y", OWN_TEXT = "xyone\n";
+const Place PLACES[] = {
+    {"the prompt, half a line typed", EDIT + "abc"},
+    {"INSERT", typed("INSERT") + "a" + RETURN + "b" + RETURN + "c", "a\nbone\n"},
+    {"DEFINE MACRO", EDIT + typed("DEFINE MACRO m")},
+    {"a question in a range", EDIT + typed("S/o/y/ WHOLE/QUERY"), CHANGED, true},
+    {"a question everywhere", EDIT + typed("S/o/y//GLOBAL/QUERY"), CHANGED, true},
+    {"a search that finds the same for ever",
+     EDIT + typed("1") + typed("BACKUP") + typed("SET SEARCH BEGIN") + typed("FIND ?n"), CHANGED, true},
+    {"a replacement that repeats itself", EDIT + typed("S/$/\"\"//GLOBAL"), CHANGED, true},
+    {"the screen", OWN, OWN_TEXT, true},
+    {"GOLD with a count", OWN + GOLD + "3", OWN_TEXT, true},
+    {"the search prompt", OWN + GOLD + PF3 + "abc", OWN_TEXT, true},
+    {"the command prompt, answered by half", OWN + GOLD + KP7 + "EXIT", OWN_TEXT, true},
+    {"the help page", OWN + PF2, OWN_TEXT, true},
+    {"the key to define", OWN + Ctrl('k'), OWN_TEXT, true},
+    {"the definition", OWN + Ctrl('k') + "q", OWN_TEXT, true},
+    {"a repeated prompt", OWN + GOLD + "9" + PF3, OWN_TEXT, true},
+    {"a nested session", SCREEN + command("CHANGE") + "y", OWN_TEXT, true},
+    {"the keypad-less session", EDIT + typed("SET KEYPAD NOKEYPAD") + typed("CHANGE") + "W", CHANGED, true},
+    {"INSERT from the screen", SCREEN + command("INSERT") + "a" + RETURN, "xaone\n", true},
+    {"DEFINE MACRO from the screen", OWN + command("DEFINE MACRO m"), OWN_TEXT, true},
+};
+
+constexpr int HANG_UP = 1000, DEAF_HANG_UP = 1001;  // the terminal goes away; the session is not told by a signal
+
+TEST(Rescue, AnEndKeepsTheTextWhereverItComes) {
+    for (const Place& place : PLACES) {
+        for (const int way : {SIGTERM, SIGHUP, SIGQUIT, SIGINT, HANG_UP, DEAF_HANG_UP}) {
+            if (way == SIGINT && place.interruptible) continue;
+            SCOPED_TRACE(place.name + std::string(", way ") + std::to_string(way));
+            const bool gone = way >= HANG_UP;
+            Terminal s(way == DEAF_HANG_UP ? shell("trap '' HUP; exec \"$KPE\" t.txt") : line_mode());
             const termios before = s.modes();
             s.keys(place.keys);
             s.forget_output();
-            s.signal(number);
-            EXPECT_EQ(s.status(), -number);
-            EXPECT_TRUE(same_modes(s.modes(), before));
-            EXPECT_TRUE(!on_screen || s.sent("\033>") > 0);
-            EXPECT_EQ(rescued(s.files()), (Texts{{"t.txt-MAIN", place.text}}));
-            const std::string path = s.files().path(RESCUE) + "/" + *s.files().names(RESCUE).begin();
-            EXPECT_EQ(s.sent("\nThe text of MAIN is kept in " + path + "\r\n"), 1U);
-            EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_read | fs::perms::owner_write);
-            EXPECT_EQ(fs::status(s.files().path(RESCUE)).permissions(), fs::perms::owner_all);
+            gone ? s.hang_up() : s.signal(way);
+            const auto start = std::chrono::steady_clock::now();
+            EXPECT_EQ(s.status(), way == DEAF_HANG_UP ? 0 : way == HANG_UP ? -SIGHUP : -way);
+            EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
             EXPECT_EQ(s.files().get("t.txt"), "one\n");
             EXPECT_NE(s.files().get("t.txt.jou"), "");
+            EXPECT_EQ(rescued(s.files()), (Texts{{"t.txt-MAIN", place.text}}));
+            const std::string path = s.files().path(RESCUE) + "/" + *s.files().names(RESCUE).begin();
+            EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+            EXPECT_EQ(fs::status(s.files().path(RESCUE)).permissions(), fs::perms::owner_all);
+            if (gone) continue;
+            EXPECT_TRUE(same_modes(s.modes(), before));
+            EXPECT_TRUE(place.keys.find("CHANGE") == std::string::npos || s.sent("\033>") > 0);
+            EXPECT_EQ(s.sent("\nThe text of MAIN is kept in " + path + "\r\n"), 1U);
         }
     }
 }
