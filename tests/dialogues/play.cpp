@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "dialogues/lines.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -39,42 +41,14 @@ string replaced(string text, const string& from, const string& to) {
     return text;
 }
 
-Lines split(const string& text, const string& at) {
-    Lines parts;
-    size_t from = 0;
-    for (size_t end; (end = text.find(at, from)) != string::npos; from = end + at.size())
-        parts.push_back(text.substr(from, end - from));
-    parts.push_back(text.substr(from));
-    return parts;
-}
-
-// The line with its end, unless "\c" takes that away. Throws for an escape that is none.
-string unescaped(const string& line) {
-    static const string NAMES = "str|\\", BYTES = " \t\r|\\";
-    string out;
-    for (size_t i = 0; i < line.size(); ++i) {
-        if (line[i] != '\\') {
-            out += line[i];
-            continue;
-        }
-        const char name = line.at(++i);
-        if (const size_t at = NAMES.find(name); at != string::npos)
-            out += BYTES[at];
-        else if (name == '^')
-            out += static_cast<char>(line.at(++i) & 0x1f);
-        else if (name == 'x')
-            out += static_cast<char>(std::stoi(line.substr(i + 1, 2), nullptr, 16)), i += 2;
-        else if (name == 'c' && i + 1 == line.size())
-            return out;
-        else if (name != 'e')
-            throw std::runtime_error(string("unknown escape \\") + name);
-    }
-    return out + '\n';
+// With its end, unless "\c" takes that away.
+string whole_line(const string& line) {
+    return line.ends_with("\\c") ? unescaped(line.substr(0, line.size() - 2)) : unescaped(line) + '\n';
 }
 
 string text_of(const Lines& lines) {
     string text;
-    for (const string& line : lines) text += unescaped(line);
+    for (const string& line : lines) text += whole_line(line);
     return text;
 }
 
@@ -100,7 +74,7 @@ struct Session {
     void feed(const Lines& lines, const string& prompt) {
         if (lines.empty()) throw std::runtime_error("nothing to type: \\e is an empty line");
         for (const string& line : lines) {
-            last = unescaped(line);
+            last = whole_line(line);
             input += last;
             expected += prompt;
         }

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "dialogues/lines.h"
 #include "screens/terminal.h"
 #include "screens/texts.h"
 
@@ -30,37 +31,6 @@ const std::map<string, string> KEYS = {
     {"DEL", DELETE},        {"RET", RETURN},    {"TAB", TAB},        {"ESC", ESC},        {"BS", BACKSPACE},
     {"kbs", key_of("kbs")},
 };
-
-Words split(const string& text, const string& at) {
-    Words parts;
-    size_t from = 0;
-    for (size_t end; (end = text.find(at, from)) != string::npos; from = end + at.size())
-        parts.push_back(text.substr(from, end - from));
-    parts.push_back(text.substr(from));
-    return parts;
-}
-
-// \xNN, \t, \n, \s, and \{40 text}: the text as often.
-string unescaped(const string& text) {
-    string out;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const char kind = text[i] == '\\' ? text.at(i + 1) : '\0';
-        if (kind == 'x') {
-            out += static_cast<char>(std::stoi(text.substr(i + 2, 2), nullptr, 16));
-            i += 3;
-        } else if (kind == '{') {
-            const size_t blank = text.find(' ', i), end = text.find('}', i);
-            out += times(std::stoi(text.substr(i + 2)), unescaped(text.substr(blank + 1, end - blank - 1)));
-            i = end;
-        } else if (kind != '\0') {
-            out += kind == 't' ? '\t' : kind == 'n' ? '\n' : ' ';
-            ++i;
-        } else {
-            out += text[i];
-        }
-    }
-    return out;
-}
 
 string lines_of(const string& value) {
     string text;
