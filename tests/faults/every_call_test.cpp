@@ -38,54 +38,42 @@ void link_to(const Scratch& dir) { fs::create_hard_link(dir.path("d/t"), dir.pat
 void give(const Scratch& dir, uid_t owner, gid_t group) {
     if (geteuid() == 0 && chown(dir.path("d/t").c_str(), owner, group) != 0) abort();
 }
+void has_version(const Scratch& dir) { dir.put("d/t;4", "old text\n"); }
+void become_link(const Scratch& dir) {
+    fs::rename(dir.path("d/t"), dir.path("real"));
+    fs::create_symlink("../real", dir.path("d/t"));
+}
+void link_beside(const Scratch& dir) { fs::create_hard_link(dir.path("d/t"), dir.path("d/link")); }
 void protect(const Scratch& dir) {
     for (const char* name : {"d/t", "d/o"}) chmod(dir.path(name).c_str(), 0666);
     chmod(dir.path("d").c_str(), 0555);
 }
 
+// clang-format off
 const Target TARGETS[] = {
     {.name = "Regular", .files = {}, .with_write = true, .mode = 0600},
     {.name = "New", .files = {}, .old = "", .whole = "new \n"},
-    {.name = "Version",
-     .files = [](auto& dir) { dir.put("d/t;4", "old text\n"); },
-     .saved_as = "d/t;5",
-     .with_write = true},
-    {.name = "SymbolicLink",
-     .files =
-         [](auto& dir) {
-             fs::rename(dir.path("d/t"), dir.path("real"));
-             fs::create_symlink("../real", dir.path("d/t"));
-         }},
+    {.name = "Version", .files = has_version, .saved_as = "d/t;5", .with_write = true},
+    {.name = "SymbolicLink", .files = become_link},
     {.name = "HardLink", .files = link_to, .with_write = true, .overwritten = true},
-    {.name = "HardLinkShorter",
-     .files = link_to,
-     .old = "text that goes\n",
-     .whole = "text\n",
-     .edit = "S/ that goes//",
-     .overwritten = true},
+    {.name = "HardLinkShorter", .files = link_to, .old = "text that goes\n", .whole = "text\n",
+     .edit = "S/ that goes//", .overwritten = true},
     {.name = "ReadOnlyDirectory", .files = protect, .as_user = true, .overwritten = true},
     {.name = "ForeignOwner", .files = [](auto& dir) { give(dir, NOBODY, NOBODY); }, .mode = 0640},
-    {.name = "ForeignOwnerRefused", .files = [](auto&) {}, .as_user = true, .overwritten = true, .mode = 0666},
+    {.name = "ForeignOwnerRefused", .files = {}, .as_user = true, .overwritten = true, .mode = 0666},
     {.name = "SetGroupId", .files = [](auto& dir) { give(dir, 0, 12); }, .mode = 02755},
     {.name = "NoNamelessFiles", .files = {}, .without = "nameless"},
-    {.name = "VersionOnPlainFileSystem",
-     .files = [](auto& dir) { dir.put("d/t;4", "old text\n"); },
-     .saved_as = "d/t;5",
+    {.name = "VersionOnPlainFileSystem", .files = has_version, .saved_as = "d/t;5",
      .without = "nameless noreplace links"},
-    {.name = "VersionWithoutExclusiveRename",
-     .files = [](auto& dir) { dir.put("d/t;4", "old text\n"); },
-     .saved_as = "d/t;5",
+    {.name = "VersionWithoutExclusiveRename", .files = has_version, .saved_as = "d/t;5",
      .without = "nameless noreplace"},
     {.name = "SmallDisk", .files = {}, .old = LONG, .own_disk = true},
-    {.name = "SmallDiskHardLink",
-     .files = [](auto& dir) { fs::create_hard_link(dir.path("d/t"), dir.path("d/link")); },
-     .old = LONG,
-     .added = ADDED,
-     .own_disk = true,
+    {.name = "SmallDiskHardLink", .files = link_beside, .old = LONG, .added = ADDED, .own_disk = true,
      .overwritten = true},
     {.name = "SizeLimit", .files = {}, .old = LONG, .limit = 20000},
     {.name = "SizeLimitHardLink", .files = link_to, .old = LONG, .added = ADDED, .overwritten = true, .limit = 60000},
 };
+// clang-format on
 
 void PrintTo(const Target& target, std::ostream* out) { *out << target.name; }
 

@@ -17,8 +17,8 @@
 //   KPE_FAULT_LOG      descriptor to which each of them is written, a line: its name, its file, and "careless"
 //                      for a file made without O_EXCL or O_NOFOLLOW, "exposed" for text put where others can read
 //   KPE_FAULT_AT       which of them is hit, from 1
-//   KPE_FAULT          what it does: an error by its name; "short": half of a write; "before" and "after": the
-//                      program is killed; "full": half of a write, from then on no room for anything; "dead": from
+//   KPE_FAULT          what it does: an error by its name; "short": half of a write; "before": the program is
+//                      killed; "full": half of a write, from then on no room for anything; "dead": from
 //                      then on every call is EIO
 //   KPE_FAULT_WITHOUT  what the file system does not know, as words: nameless files, a rename that never replaces
 //                      ("noreplace"), hard links ("links")
@@ -30,7 +30,7 @@ enum class Kind { Other, Write, Create };
 
 struct Decision {
     int error = 0;
-    bool half = false, ends = false;
+    bool half = false;
 };
 
 std::string_view variable(const char* name) {
@@ -115,7 +115,7 @@ Decision decide(const char* call, const Place& place, Kind kind = Kind::Other, c
     if (fault == "full") return {kind == Kind::Create ? ENOSPC : 0, writes};
     if (fault == "short") return {0, writes};
     if (fault == "before") end();
-    return {error_of(fault), false, fault == "after"};
+    return {error_of(fault)};
 }
 
 // Makes the call unless it has to fail.
@@ -125,9 +125,7 @@ auto make(const Decision& decision, Call call) -> decltype(call()) {
         errno = decision.error;
         return -1;
     }
-    const auto result = call();
-    if (decision.ends) end();
-    return result;
+    return call();
 }
 
 const char* exposed(int fd) {

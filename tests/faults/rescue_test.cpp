@@ -17,7 +17,6 @@
 #include "buffer/rescue_file.h"
 #include "screens/sleeping.h"
 #include "screens/terminal.h"
-#include "screens/texts.h"
 
 // Ends that nobody asked for: the terminal is as it was, the status tells the signal, and every text that is
 // nowhere else lies in a rescue file. Nothing waits for long.

@@ -6,7 +6,6 @@
 
 #include "screens/sleeping.h"
 #include "screens/terminal.h"
-#include "screens/texts.h"
 
 using namespace screens;
 

@@ -10,7 +10,6 @@
 
 #include "dialogues/lines.h"
 #include "screens/terminal.h"
-#include "screens/texts.h"
 
 // Plays the sessions of screens/*.txt, which tests/README.md describes.
 

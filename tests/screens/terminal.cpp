@@ -17,7 +17,6 @@
 #include <set>
 
 #include "screens/sleeping.h"
-#include "screens/terminfo.h"
 
 namespace screens {
 namespace {

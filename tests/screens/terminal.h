@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,6 +25,9 @@
 //   is a Scratch of its own, or `.directory` for a second session in the same one.
 // - Raw bytes: `"\033[3;5~"`, or key_of("kf5") for what the terminal type's entry says (so do UP, HOME and the like).
 namespace screens {
+
+// The string of a capability ("kcuu1") in the entry of a terminal type; none if either does not exist.
+std::optional<std::string> terminfo_string(const std::string& type, const std::string& capability);
 
 using namespace std::chrono_literals;
 
@@ -43,6 +47,22 @@ inline const std::string UP = key_of("kcuu1"), DOWN = key_of("kcud1"), LEFT = ke
 
 // Ctrl('z'), Ctrl('Z'): the byte 26.
 inline std::string Ctrl(char letter) { return std::string(1, static_cast<char>(letter & 0x1f)); }
+
+// "line 1\nline 2\n" and so on.
+inline std::string numbered_lines(int count) {
+    std::string text;
+    for (int i = 1; i <= count; ++i) text += "line " + std::to_string(i) + "\n";
+    return text;
+}
+
+inline std::string times(int count, const std::string& keys) {
+    std::string all;
+    for (int i = 0; i < count; ++i) all += keys;
+    return all;
+}
+
+// The command prompt of screen mode, answered.
+inline std::string command(const std::string& text) { return "\033OP\033Ow" + text + "\r"; }
 
 struct Position {
     int row, col;  // zero-based

@@ -103,19 +103,6 @@ TEST_F(Saving, ReplacesTextWithTheOldModeAndAttributes) {
     EXPECT_EQ(scratch.names("d"), Names{"a"});
 }
 
-TEST_F(Saving, JoinsPiecesOfAnySize) {
-    const std::string text = numbered(9 * MB + 7);
-    FileWriter writer;
-    ASSERT_TRUE(writer.open(scratch.path("d/a"), Existing::Replace));
-    size_t at = 0;
-    for (const size_t size : {size_t{0}, size_t{3}, MB - 5, size_t{2}, MB, 2 * MB, size_t{17}, MB - 1, 9 * MB}) {
-        EXPECT_TRUE(writer.write(std::string_view(text).substr(at, size)));
-        at += size;
-    }
-    EXPECT_TRUE(writer.commit());
-    EXPECT_TRUE(scratch.get("d/a") == text);
-}
-
 TEST_F(Saving, FollowsLinksAndLeavesThem) {
     scratch.put("d/real/file", "old");
     fs::create_symlink("d/second", scratch.path("first"));
@@ -147,19 +134,6 @@ TEST_F(Saving, FailsAtOpenWhereNoFileCanBe) {
     }
     EXPECT_EQ(scratch.names("d"), Names{"file"});
     EXPECT_EQ(scratch.get("d/file"), "old");
-}
-
-TEST_F(Saving, RefusesANameTakenMeanwhile) {
-    FileWriter first, second;
-    const std::string path = scratch.path("d/a;2");
-    ASSERT_TRUE(first.open(path, Existing::Refuse) && second.open(path, Existing::Refuse));
-    EXPECT_TRUE(first.write("first") && second.write("second") && first.commit());
-    EXPECT_FALSE(first.taken());
-    EXPECT_FALSE(second.commit());
-    EXPECT_EQ(errno, EEXIST);
-    EXPECT_TRUE(second.taken());
-    EXPECT_EQ(scratch.get("d/a;2"), "first");
-    EXPECT_EQ(scratch.names("d"), Names{"a;2"});
 }
 
 TEST_F(Saving, WritesFurtherLinksInPlace) {
