@@ -139,7 +139,7 @@ struct Case {
             for (const string& step : split(text, " >> ")) steps.emplace_back(number, step);
             return;
         }
-        static const std::regex FURTHER("  (?=(file|lines|args|env|line|type|size|fifo)[^:|]*:)");
+        static const std::regex FURTHER("  (?=(file|lines|args|env|line|type|size|fifo|shell)[^:|]*:)");
         for (auto piece = std::sregex_token_iterator(text.begin(), text.end(), FURTHER, -1);
              piece != std::sregex_token_iterator(); ++piece)
             prepare(*piece);
@@ -159,6 +159,8 @@ struct Case {
             fifo = value;
         else if (key == "args")
             setup.args = split(unescaped(value), " ");
+        else if (key == "shell")
+            setup.program = "/bin/sh", setup.args = {"-c", value}, setup.env["KPE"] = KPE_PROGRAM;
         else if (key == "env")
             setup.env[value.substr(0, value.find('='))] = value.substr(value.find('=') + 1);
         else if (key == "line")

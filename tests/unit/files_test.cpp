@@ -48,6 +48,7 @@ TEST_F(Config, TakesTheFirstWordAfterTheKey) {
         {"KPE/VERSIONING 'yes'\n", "yes"},
         {"KPE/VERSIONING \"yes'\n", "\"yes'"},
         {"KPE/VERSIONING \"\n", "\""},
+        {"KPE/VERSIONING \"\"\n", ""},
         {"\vKPE/VERSIONING on\n", "-"},
         {megabyte + "\n" + "KPE/VERSIONING " + megabyte, megabyte},
         {"a\0b\nKPE/VERSIONING\0 on\nKPE/VERSIONING o\0n\n"s, "o\0n"s},

@@ -1,18 +1,11 @@
 #include "buffer/text_buffer.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <csignal>
 #include <functional>
 #include <random>
-#include <thread>
 #include <tuple>
 #include <utility>
 
@@ -103,38 +96,6 @@ TEST(TextBuffer, TellsWhyAFileCouldNotBeRead) {
     }
 }
 
-namespace {
-volatile std::sig_atomic_t g_stop = 0;
-}
-
-// Ctrl/C must end the reading of a pipe that nobody writes to any more.
-TEST(TextBuffer, AnAbortEndsTheReadingAndKeepsWhatThereIs) {
-    struct sigaction action = {}, before = {};
-    action.sa_handler = [](int) { g_stop = 1; };
-    sigaction(SIGINT, &action, &before);
-    const Scratch dir;
-    const std::string pipe = dir.path("pipe");
-    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    const pthread_t reader = pthread_self();
-    std::atomic<bool> ended = false;
-    std::thread writer([&] {
-        const int fd = open(pipe.c_str(), O_WRONLY);
-        EXPECT_EQ(write(fd, "one\ntwo", 7), 7);
-        while (!ended) {  // again: it may come just before the reader waits
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            pthread_kill(reader, SIGINT);
-        }
-        close(fd);
-    });
-    TextBuffer buffer;
-    EXPECT_TRUE(buffer.load(pipe, &g_stop));
-    ended = true;
-    writer.join();
-    sigaction(SIGINT, &before, nullptr);
-    EXPECT_EQ(buffer.load_state(), Load::Broken);
-    EXPECT_EQ(lines_of(buffer), (Lines{"one", "two"}));
-}
-
 TEST(TextBuffer, EditsMoveTheMarkWithItsText) {
     using Buffer = TextBuffer&;
     struct Row {
@@ -149,6 +110,7 @@ TEST(TextBuffer, EditsMoveTheMarkWithItsText) {
         {2, 4, [](Buffer b) { b.insert_char(4, 9, 'X'); }, "abcd|efgh|ijkl||X|\\n changed mark 2,4"},
         {2, 4, [](Buffer b) { b.split_line(2, 1); }, "abcd|efgh|i|jkl|\\n changed mark 3,3"},
         {2, 1, [&](Buffer b) { b.backspace(row, col); }, "abcdefgh|ijkl|\\n changed mark 1,1"},
+        {1, 2, [&](Buffer b) { b.backspace(row, col = 9); }, "abcd|efgh|ijkl|\\n mark 1,2"},
         {1, 2, [](Buffer b) { b.delete_at(1, 2); }, "abcd|efh|ijkl|\\n changed mark 1,2"},
         {1, 2, [](Buffer b) { b.delete_at(0, 4); }, "abcdefgh|ijkl|\\n changed mark 0,6"},
         {1, 3, [](Buffer b) { b.delete_to_eol(1, 1); }, "abcd|e|ijkl|\\n changed mark 1,1"},
@@ -160,6 +122,7 @@ TEST(TextBuffer, EditsMoveTheMarkWithItsText) {
         {2, 3, [](Buffer b) { b.delete_range(0, 99); }, "|\\n changed mark 0,0"},
         {1, 2, [](Buffer b) { b.insert_lines(1, Lines(2, "x")); }, "abcd|x|x|efgh|ijkl|\\n changed mark 3,2"},
         {2, 2, [](Buffer b) { b.insert_lines(9, Lines{"x"}); }, "abcd|efgh|ijkl|x|\\n changed mark 2,2"},
+        {1, 2, [](Buffer b) { b.replace_in_line(1, 2, 0, "x"); }, "abcd|efxgh|ijkl|\\n changed mark 1,2"},
         {1, 2, [](Buffer b) { b.replace_in_line(1, 1, 99, "fgh"); }, "abcd|efgh|ijkl|\\n mark 1,2"},
     };
     for (const Row& r : rows) {
