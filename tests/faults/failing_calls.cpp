@@ -19,7 +19,7 @@
 //   KPE_FAULT_AT       which of them is hit, from 1
 //   KPE_FAULT          what it does: an error by its name; "short": half of a write; "before": the program is
 //                      killed; "full": half of a write, from then on no room for anything; "dead": from
-//                      then on every call is EIO
+//                      then on every call is EIO; "stuck": no fsync anywhere ever ends, whatever signals come
 //   KPE_FAULT_WITHOUT  what the file system does not know, as words: nameless files, a rename that never replaces
 //                      ("noreplace"), hard links ("links")
 // Without the C++ library, whose loading would take longer than the program's run.
@@ -203,6 +203,7 @@ ssize_t writev(int fd, const iovec* pieces, int count) {
 }
 
 int fsync(int fd) {
+    while (fault == "stuck") pause();
     return make(decide("fsync", Place(fd)), [&] { return NEXT(fsync)(fd); });
 }
 

@@ -188,7 +188,8 @@ TEST(Rescue, ASignalEndsWhatLasts) {
 
 TEST(Rescue, ADiskThatHangsDoesNotHoldUpTheEnd) {
     screens::Setup setup = line_mode();
-    setup.env["LD_PRELOAD"] = KPE_STUCK_SYNC;
+    setup.env["LD_PRELOAD"] = KPE_FAILING_CALLS;
+    setup.env["KPE_FAULT"] = "stuck";
     setup.env["ASAN_OPTIONS"] = "verify_asan_link_order=0";
     Terminal waits(setup), hurries(setup);
     for (Terminal* s : {&waits, &hurries}) {
