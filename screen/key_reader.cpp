@@ -1,5 +1,6 @@
 #include "screen/key_reader.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <curses.h>
@@ -35,18 +36,19 @@ public:
     bool begun() const { return !bytes_.empty(); }
     // The next key; nothing when there is none, or while it may become a longer sequence, unless no more bytes come.
     std::optional<int> key(bool no_more) {
-        for (size_t size = 1; size <= bytes_.size(); ++size) {
-            const std::string start = bytes_.substr(0, size);
-            int code = bytes_.front() == '\0' ? OK : key_defined(start.c_str());
-            if (code == ERR && size == bytes_.size()) {  // it begins longer sequences
-                if (!no_more) return std::nullopt;
-                code = kpe_code_of(start);
-            }
-            if (code == OK) break;
-            if (code != ERR) return take(size, code);
-        }
         if (bytes_.empty()) return std::nullopt;
-        return take(1, static_cast<unsigned char>(bytes_.front()));
+        const size_t end = std::min(bytes_.find('\0'), bytes_.size());  // a NUL ends what curses looks at
+        for (size_t size = 1; size <= end; ++size) {
+            const std::string start = bytes_.substr(0, size);
+            const int code = key_defined(start.c_str());
+            if (code == ERR) continue;  // it begins longer sequences
+            return code == OK ? take_byte() : take(kpe_length_of(code, start), code);
+        }
+        if (end == bytes_.size() && !no_more) return std::nullopt;
+        for (size_t size = end; size > 0; --size) {
+            if (const int code = kpe_code_of(bytes_.substr(0, size)); code != 0) return take(size, code);
+        }
+        return take_byte();
     }
 
 private:
@@ -54,6 +56,7 @@ private:
         bytes_.erase(0, size);
         return code;
     }
+    int take_byte() { return take(1, static_cast<unsigned char>(bytes_.front())); }
 
     std::string bytes_;
 };

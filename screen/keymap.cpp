@@ -70,7 +70,16 @@ int kpe_code_of(const std::string& bytes) {
     return 0;
 }
 
+size_t kpe_length_of(int code, const std::string& bytes) {
+    size_t length = 1;
+    for (const std::string& bound : sequences_of(code)) {
+        if (bytes.starts_with(bound)) length = std::max(length, bound.size());
+    }
+    return length;
+}
+
 void kpe_register_keypad(bool pc_keypad) {
+    define_key("\033O", 0);  // curses takes no key that begins with another one
     for (const Sequence& row : PF_KEYS) {
         if (key_defined(row.bytes) != row.code) define_key(row.bytes, row.code);
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 // The keys of screen mode. A key is an int as curses reads it (a byte, or a KEY_ code), or one of the codes
@@ -22,6 +23,9 @@ void kpe_register_keypad(bool pc_keypad);
 // The key that exactly these bytes are; 0 for none. Slow, but unlike key_defined it knows a key whose bytes also
 // begin those of others.
 int kpe_code_of(const std::string& bytes);
+// How many of bytes are the key of this code, which key_defined found in them: it also finds a key that begins longer
+// ones in what goes on otherwise. At least 1.
+size_t kpe_length_of(int code, const std::string& bytes);
 // Folds curses' own codes for keypad keys onto the codes above; every other key is returned as it is.
 int kpe_normalize_key(int key, bool pc_keypad);
 
