@@ -49,6 +49,8 @@ bool same_text(const CellRow& a, size_t i, const CellRow& b, size_t j) {
     return true;
 }
 
+bool is(const char* capability, std::string_view bytes) { return capability != nullptr && capability == bytes; }
+
 void append_number(std::string& out, int number) {
     char digits[16];
     const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
@@ -62,7 +64,16 @@ void Painter::begin(int rows, int cols) {
     cols_ = cols;
     reverse_ = false;
     forget_cursor();
-    plain_address_ = cursor_address != nullptr && std::string_view(cursor_address) == "\033[%i%p1%d;%p2%dH";
+    plain_address_ = is(cursor_address, "\033[%i%p1%d;%p2%dH");
+    short_moves_ = plain_address_ || (is(carriage_return, "\r") && is(cursor_down, "\n"));
+    // Attributes that take a cell of their own would push the text aside, and those that stay with the place would
+    // stay there.
+    if (magic_cookie_glitch > 0 || ceol_standout_glitch) {
+        reverse_on_ = reverse_off_ = nullptr;
+    } else {
+        reverse_on_ = enter_reverse_mode && exit_attribute_mode ? enter_reverse_mode : enter_standout_mode;
+        reverse_off_ = exit_attribute_mode ? exit_attribute_mode : exit_standout_mode;
+    }
 }
 
 void Painter::send(const char* capability) {
@@ -79,17 +90,15 @@ void Painter::flush() {
 
 void Painter::reverse(bool on) {
     if (reverse_ == on) return;
-    const char* const turn_on = enter_reverse_mode ? enter_reverse_mode : enter_standout_mode;
-    // Attributes that take a cell of their own would push the text aside.
-    if (!turn_on || !exit_attribute_mode || magic_cookie_glitch > 0) return;
-    send(on ? turn_on : exit_attribute_mode);
+    if (!reverse_on_ || !reverse_off_) return;
+    send(on ? reverse_on_ : reverse_off_);
     reverse_ = on;
 }
 
 void Painter::move_cursor(int row, int col) {
     if (row == row_ && col == col_) return;
     reverse(false);  // not every terminal can move with it
-    if (row_ != UNKNOWN && col == 0 && (row == row_ || row == row_ + 1)) {
+    if (short_moves_ && row_ != UNKNOWN && col == 0 && (row == row_ || row == row_ + 1)) {
         out_ += row == row_ ? "\r" : "\r\n";
     } else if (plain_address_) {
         // What nearly every terminal has; to have it formatted takes as long as the rest of a key.
@@ -119,7 +128,9 @@ void Painter::send_wide(wchar_t c) {
 void Painter::send_character(const CellRow& cells, size_t i) {
     const CellRow::Cell& cell = cells[i];
     reverse(cell.reverse);
-    if (cell.base < 0x80) {
+    if (cell.base == L'~' && tilde_glitch) {
+        out_ += '`';  // such a terminal takes it for the start of a command
+    } else if (cell.base < 0x80) {
         out_ += static_cast<char>(cell.base);
     } else {
         send_wide(cell.base);
@@ -127,10 +138,10 @@ void Painter::send_character(const CellRow& cells, size_t i) {
     for (const wchar_t mark : cells.marks(i)) send_wide(mark);
 }
 
+bool Painter::can_fill(int row) const { return row < rows_ - 1 || !auto_right_margin || eat_newline_glitch; }
+
 void Painter::send_cells(int row, const CellRow& cells, size_t from, size_t to) {
-    // The last cell of the screen would scroll it.
-    const bool wraps = auto_right_margin;
-    if (row == rows_ - 1 && to == cells.width() && wraps && !eat_newline_glitch) {
+    if (to == cells.width() && !can_fill(row)) {
         --to;
         if (cells.is_second_half(to)) --to;
     }
@@ -173,6 +184,7 @@ bool Painter::remove_cells(size_t count) {
 
 // Where the text behind from only moved aside, has the terminal move it; scratch_ is then what the row shows.
 bool Painter::shift(int row, const CellRow& was, const CellRow& now, size_t from) {
+    if (!can_fill(row)) return false;  // what its last cell shows is not what it should
     const size_t width = now.width();
     for (size_t count = 1; count <= MOST_SHIFTED && from + count < width; ++count) {
         const bool inserted = same_text(was, from, now, from + count);

@@ -26,6 +26,8 @@ public:
 private:
     static constexpr int UNKNOWN = -1;
 
+    // Whether the last cell of row can be written: that of the screen would scroll it on some terminals.
+    bool can_fill(int row) const;
     void send(const char* capability);
     void send_cells(int row, const CellRow& cells, size_t from, size_t to);
     void send_character(const CellRow& cells, size_t i);
@@ -40,7 +42,9 @@ private:
     int rows_ = 0, cols_ = 0;
     int row_ = UNKNOWN, col_ = UNKNOWN;  // where the cursor is
     bool reverse_ = false;
-    bool plain_address_ = false;  // rows and columns are addressed as ECMA-48 has it
+    bool plain_address_ = false;                                 // rows and columns are addressed as ECMA-48 has it
+    bool short_moves_ = false;                                   // to the start of this row and the next by CR and LF
+    const char *reverse_on_ = nullptr, *reverse_off_ = nullptr;  // of the entry; null: shown without
     std::string out_;
     CellRow scratch_;
 };
