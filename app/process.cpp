@@ -7,6 +7,7 @@
 #include <curses.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <term.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -72,6 +73,12 @@ void restore_modes() {
     _exit(128 + number);
 }
 
+int print_byte(int c) {
+    const char byte = static_cast<char>(c);
+    kpe_print({&byte, 1});
+    return c;
+}
+
 // Wherever the process is: for a signal handler.
 [[noreturn]] void end_at_once() {
     restore_modes();
@@ -127,13 +134,24 @@ void kpe_forget_interrupt() {
     if (g_kpe_end_signal) g_kpe_abort_requested = 1;  // it may have come just now
 }
 
+void kpe_leave_screen() {
+    const bool ended = endwin() != ERR;
+    g_curses_active = false;
+    // Where no other screen comes back, what is printed next would stand in the old message.
+    if (ended && exit_ca_mode == nullptr && clr_eol != nullptr) tputs(clr_eol, 1, print_byte);
+    kpe_print("\033>");
+    kpe_flush();
+}
+
 void kpe_safe_endwin() {
     if (!g_curses_active) return;
-    const bool ours = g_kpe_end_signal == 0 || !in_background();
-    if (ours) endwin();
-    g_curses_active = false;
-    kpe_print(ours ? "\033>" : g_terminal_reset);
-    kpe_flush();
+    if (g_kpe_end_signal == 0 || !in_background()) {
+        kpe_leave_screen();
+    } else {
+        g_curses_active = false;
+        kpe_print(g_terminal_reset);
+        kpe_flush();
+    }
     if (!g_sent_nowhere) g_terminal_known = 0;
 }
 

@@ -23,6 +23,8 @@ extern bool g_curses_active;
 void kpe_sigint_handler(int);
 // The interrupt has had its effect, or came too late: g_kpe_abort_requested is 0 again, unless the process is to end.
 void kpe_forget_interrupt();
+// Ends curses, which is active, and writes the sequence that leaves keypad application mode.
+void kpe_leave_screen();
 // Ends curses if it is active, and writes the sequence that leaves keypad application mode. Any number of times.
 void kpe_safe_endwin();
 

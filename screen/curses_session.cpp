@@ -111,13 +111,6 @@ void adopt_size() {
     kpe_repaint();
 }
 
-void leave_screen() {
-    endwin();
-    g_curses_active = false;
-    kpe_print("\033>");
-    kpe_flush();
-}
-
 void take_screen_back() {
     keypad_application_mode();
     g_curses_active = true;
@@ -181,7 +174,7 @@ CursesSession::~CursesSession() {
 
 LineModePause::LineModePause() : paused_(g_curses_active) {
     if (!paused_) return;
-    leave_screen();
+    kpe_leave_screen();
     kpe_expect_type_ahead();
 }
 
@@ -210,7 +203,7 @@ bool kpe_terminal_signal_noted() { return g_stop_asked || g_continued || g_size_
 bool kpe_follow_terminal() {
     if (g_stop_asked) {
         g_stop_asked = 0;
-        leave_screen();
+        kpe_leave_screen();
         std::raise(SIGSTOP);
         g_continued = 1;
     }
