@@ -432,7 +432,7 @@ private:
     bool gold_pending_ = false;
     int gold_repeat_count_ = 0;
     bool show_line_numbers_ = false;
-    bool screen_stale_ = false;  // keys were typed faster than the screen was drawn
+    bool screen_stale_ = false;  // something has happened since the screen was drawn
 
     // --- Search ---
     bool search_exact_ = true;

@@ -269,6 +269,7 @@ void Editor::repeat_gold_key(int key, int count) {
     auto before = effect();
     for (int idle = 0; count > 0 && idle <= PATIENCE && !input_ended_; --count) {
         if (handle_gold_key(key)) return;
+        screen_stale_ = true;  // the next prompt shows what this one's answer has done
         const bool cancelled = kpe_cancels_read() != cancels && count > 1;
         if (g_kpe_abort_requested || cancelled || message_ == "Abort") {
             kpe_forget_interrupt();
