@@ -55,13 +55,20 @@ std::array<SignalRow, 4> g_signals{{
     {SIGCONT, note_signal, {}},
 }};
 
+void take_signal(SignalRow& row) {
+    struct sigaction action {};
+    action.sa_handler = row.handler;
+    sigemptyset(&action.sa_mask);
+    sigaction(row.number, &action, &row.before);
+}
+
 void take_signals() {
-    for (SignalRow& row : g_signals) {
-        struct sigaction action {};
-        action.sa_handler = row.handler;
-        sigemptyset(&action.sa_mask);
-        sigaction(row.number, &action, &row.before);
-    }
+    for (SignalRow& row : g_signals) take_signal(row);
+}
+
+SignalRow& stop_signal() {
+    return *std::find_if(g_signals.begin(), g_signals.end(),
+                         [](const SignalRow& row) { return row.number == SIGTSTP; });
 }
 
 void give_signals_back() {
@@ -176,11 +183,14 @@ LineModePause::LineModePause() : paused_(g_curses_active) {
     if (!paused_) return;
     kpe_leave_screen();
     kpe_expect_type_ahead();
+    // Ctrl/Z stops at once, and nothing where no shell could continue it: noted, it would stop the screen later.
+    sigaction(SIGTSTP, &stop_signal().before, nullptr);
 }
 
 LineModePause::~LineModePause() {
     if (!paused_) return;
     kpe_flush();
+    take_signal(stop_signal());
     take_screen_back();
 }
 
