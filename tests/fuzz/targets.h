@@ -10,19 +10,21 @@
 // runs the files of corpus/ through them.
 constexpr size_t LONGEST_INPUT = 4096;  // longer ones are cut
 
-void fuzz_parser(std::string_view input);   // a command line: recognition, qualifiers, ranges
-void fuzz_match(std::string_view input);    // search strings over lines, against backtracking
-void fuzz_script(std::string_view input);   // a whole session in line mode, typed
-void fuzz_startup(std::string_view input);  // startup and command files, journals to recover from
-void fuzz_keys(std::string_view input);     // keys typed in screen mode, with changes of the terminal's size
+void fuzz_parser(std::string_view input);    // a command line: recognition, qualifiers, ranges
+void fuzz_match(std::string_view input);     // search strings over lines, against backtracking
+void fuzz_config(std::string_view input);    // configuration files and what is looked up in them
+void fuzz_versions(std::string_view input);  // names with versions, in a directory with some
+void fuzz_script(std::string_view input);    // a whole session in line mode, typed
+void fuzz_startup(std::string_view input);   // startup and command files, journals to recover from
+void fuzz_keys(std::string_view input);      // keys typed in screen mode, with changes of the terminal's size
 
 struct FuzzTarget {
     std::string_view name;
     void (*run)(std::string_view input);
 };
 inline constexpr FuzzTarget FUZZ_TARGETS[] = {
-    {"parser", fuzz_parser},   {"match", fuzz_match}, {"script", fuzz_script},
-    {"startup", fuzz_startup}, {"keys", fuzz_keys},
+    {"parser", fuzz_parser}, {"match", fuzz_match},   {"script", fuzz_script},     {"startup", fuzz_startup},
+    {"keys", fuzz_keys},     {"config", fuzz_config}, {"versions", fuzz_versions},
 };
 
 // The target of that name, or null.
