@@ -62,7 +62,7 @@ void ShownRows::scroll_rows() {
         if (!at(row).changes || at(row).wanted.text.empty()) continue;
         for (int from = 0; from < height; ++from) {
             if (shown[static_cast<size_t>(from)] != at(row).wanted.hash || from == row || !at(from).changes) continue;
-            Way& way = ways[static_cast<size_t>(from - row + height)];
+            Way& way = ways.begin()[from - row + height];
             if (way.gain == 0) way.first = row;
             way.last = row;
             way.gain += bytes(at(row).wanted);
@@ -71,7 +71,7 @@ void ShownRows::scroll_rows() {
 
     int best = 0, best_gain = SCROLL_BYTES, first = 0, last = 0;
     for (int distance = -height; distance < height; ++distance) {
-        Way& way = ways[static_cast<size_t>(distance + height)];
+        Way& way = ways.begin()[distance + height];
         if (way.gain <= best_gain) continue;
         const int top = std::min(way.first, way.first + distance), bottom = std::max(way.last, way.last + distance);
         // Rows between that are right as they are would have to be sent again.
