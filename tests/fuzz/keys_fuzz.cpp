@@ -143,6 +143,7 @@ private:
         std::string all = std::to_string(cursor.row) + ", " + std::to_string(cursor.col);
         for (VTermPos at = {0, 0}; at.row < size.row; ++at.row, at.col = 0) {
             all += '\n';
+            if (at.row == size.row - 2) continue;  // a prompt leaves the status of the key before until all is drawn
             for (; at.col < size.col; ++at.col) {
                 VTermScreenCell cell = {};
                 vterm_screen_get_cell(vterm_obtain_screen(emulator_), at, &cell);
