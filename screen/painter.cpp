@@ -158,29 +158,22 @@ void Painter::send_cells(int row, const CellRow& cells, size_t from, size_t to) 
     if (!sure || to >= cells.width()) forget_cursor();
 }
 
-bool Painter::insert_blanks(size_t count) {
+// By the capability that takes a number, else by the one for a single cell unless that needs a mode.
+bool Painter::send_times(const char* several, const char* once, const char* mode, size_t count) {
     const int n = static_cast<int>(count);
-    if (parm_ich) {
-        send(tiparm(parm_ich, n));
-    } else if (insert_character && !enter_insert_mode) {
-        for (int i = 0; i < n; ++i) send(insert_character);
+    if (several) {
+        send(tiparm(several, n));
+    } else if (once && !mode) {
+        for (int i = 0; i < n; ++i) send(once);
     } else {
         return false;
     }
     return true;
 }
 
-bool Painter::remove_cells(size_t count) {
-    const int n = static_cast<int>(count);
-    if (parm_dch) {
-        send(tiparm(parm_dch, n));
-    } else if (delete_character && !enter_delete_mode) {
-        for (int i = 0; i < n; ++i) send(delete_character);
-    } else {
-        return false;
-    }
-    return true;
-}
+bool Painter::insert_blanks(size_t count) { return send_times(parm_ich, insert_character, enter_insert_mode, count); }
+
+bool Painter::remove_cells(size_t count) { return send_times(parm_dch, delete_character, enter_delete_mode, count); }
 
 // Where the text behind from only moved aside, has the terminal move it; scratch_ is then what the row shows.
 bool Painter::shift(int row, const CellRow& was, const CellRow& now, size_t from) {

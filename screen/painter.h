@@ -35,6 +35,7 @@ private:
     void reverse(bool on);
     void forget_cursor() { row_ = col_ = UNKNOWN; }
     bool shift(int row, const CellRow& was, const CellRow& now, size_t from);
+    bool send_times(const char* several, const char* once, const char* mode, size_t count);
     bool insert_blanks(size_t count);
     bool remove_cells(size_t count);
     void send_difference(int row, const CellRow& was, const CellRow& now, size_t from, size_t to);
