@@ -278,3 +278,12 @@ FileState FileWriter::made() const { return state_ ? state_->made : FileState();
 std::string FileWriter::changed_copy() const { return state_ ? state_->changed : std::string(); }
 
 std::string FileWriter::safety_copy() const { return state_ ? state_->kept : std::string(); }
+
+bool kpe_write_rows(int fd, const LineStore& lines) {
+    for (size_t row = 0; row < lines.size();) {
+        const LineStore::Run run = lines.run_from(row);
+        if (!kpe_write_all(fd, run.bytes, run.terminated ? "" : "\n")) return false;
+        row += run.rows;
+    }
+    return true;
+}

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "buffer/file_handle.h"
+#include "buffer/line_store.h"
 
 // Writes one file so that the name holds the whole old or the whole new text at every moment. Until
 // commit() succeeds the old text is there; a writer that ends without commit() leaves nothing behind.
@@ -44,3 +45,7 @@ private:
     struct State;
     std::unique_ptr<State> state_;
 };
+
+// Writes the rows at the file's position, each with its line break. false with errno set; the file may hold a part
+// then.
+bool kpe_write_rows(int fd, const LineStore& lines);

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "app/process.h"
+#include "buffer/file_writer.h"
 #include "buffer/rescue_file.h"
 #include "editor/kpe.h"
 #include "editor/report.h"
@@ -21,16 +22,6 @@ bool same_text(const LineStore& a, const LineStore& b) {
         for (; row < end && !shared; ++row)
             if (a.view(row) != b.view(row)) return false;
         row = end;
-    }
-    return true;
-}
-
-// The rows, each with its line break. false with errno set; the file may hold a part then.
-bool write_rows(int fd, const LineStore& lines) {
-    for (size_t row = 0; row < lines.size();) {
-        const LineStore::Run run = lines.run_from(row);
-        if (!kpe_write_all(fd, run.bytes, run.terminated ? "" : "\n")) return false;
-        row += run.rows;
     }
     return true;
 }
@@ -60,7 +51,7 @@ void Editor::keep_text(const std::string& name) {
     std::string path;
     FileHandle file = kpe_make_rescue_file(filename_, name, path);
     if (path.empty()) return;
-    const bool whole = file.is_open() && write_rows(file.fd(), lines);
+    const bool whole = file.is_open() && kpe_write_rows(file.fd(), lines);
     const std::string reason = whole ? "" : std::strerror(errno);
     if (!whole && (!file.is_open() || lseek(file.fd(), 0, SEEK_CUR) <= 0)) {
         if (file.is_open()) unlink(path.c_str());

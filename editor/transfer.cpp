@@ -11,6 +11,7 @@
 #include "app/process.h"
 #include "buffer/file_handle.h"
 #include "buffer/file_reader.h"
+#include "buffer/file_writer.h"
 #include "editor/input.h"
 #include "editor/kpe.h"
 #include "editor/report.h"
@@ -20,16 +21,6 @@
 namespace {
 
 constexpr char CTRL_Z = 26;
-
-// Each row and "\n".
-bool write_rows(int fd, const LineStore& lines) {
-    for (size_t row = 0; row < lines.size();) {
-        const LineStore::Run run = lines.run_from(row);
-        if (!kpe_write_all(fd, run.bytes, run.terminated ? "" : "\n")) return false;
-        row += run.rows;
-    }
-    return true;
-}
 
 // What system() does, but with signals in the child as they are for any other command. The command's wait
 // status, or -1 if it could not be run.
@@ -126,7 +117,7 @@ void Editor::print_command(const std::string& args, bool report) {
         kpe_complain(report, "Invalid range: " + selection);
         return;  // the file stays, as after every end before the spooler
     }
-    const bool written = write_rows(file.fd(), buffer_.share_range(range->first, range->last));
+    const bool written = kpe_write_rows(file.fd(), buffer_.share_range(range->first, range->last));
     if (!file.close() || !written) {
         std::remove(path.data());
         kpe_complain(report, "Print failed");
