@@ -53,7 +53,7 @@ struct LineRebuild {
     }
     // The new tree, with what is left of the old one behind the rest.
     std::shared_ptr<LineTree> finish() {
-        copy_to(old->size());
+        copy_to(old->rows());
         cutter.finish();
         return out.finish();
     }

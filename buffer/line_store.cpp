@@ -12,6 +12,13 @@ namespace {
 constexpr size_t FEW_ROWS = 64;
 constexpr size_t ROWS_AROUND = LineChunk::TINY_ROWS;  // see cut_around
 
+// A clone in place of what has other owners.
+template <typename T>
+T& own(std::shared_ptr<T>& part) {
+    if (part.use_count() > 1) part = std::make_shared<T>(*part);
+    return *part;
+}
+
 }  // namespace
 
 // A row of a chunk that nobody else owns, as is the way down to it.
@@ -22,10 +29,11 @@ struct LineStore::Spot {
 
     // The chunk got or lost rows; before is how many it had.
     void recount(size_t before) const {
-        const size_t after = chunk.rows();
-        std::vector<size_t>& in_leaf = tree.leaves[at.leaf]->ends;
-        for (size_t i = at.chunk; i < in_leaf.size(); ++i) in_leaf[i] += after - before;
-        for (size_t i = at.leaf; i < tree.ends.size(); ++i) tree.ends[i] += after - before;
+        const size_t delta = chunk.rows() - before;
+        tree.grow(at.branch, delta);
+        LineBranch& branch = *tree.entries[at.branch].part;
+        branch.grow(at.leaf, delta);
+        branch.entries[at.leaf].part->grow(at.chunk, delta);
     }
 };
 
@@ -80,7 +88,7 @@ LineStore LineStore::cut(const std::shared_ptr<Block>& block, Returns returns) {
 
 // --- Reading ---
 
-size_t LineStore::size() const { return tree_ ? tree_->size() : 0; }
+size_t LineStore::size() const { return tree_ ? tree_->rows() : 0; }
 
 std::string_view LineStore::view(size_t row) const {
     const LineTree::Place at = tree_->locate(row);
@@ -153,12 +161,9 @@ LineStore::Spot LineStore::own_chunk(size_t row) {
     const bool behind = row == size();
     LineTree::Place at = tree_->locate(behind ? row - 1 : row);
     if (behind) ++at.row;
-    if (tree_.use_count() > 1) tree_ = std::make_shared<LineTree>(*tree_);
-    auto& leaf = tree_->leaves[at.leaf];
-    if (leaf.use_count() > 1) leaf = std::make_shared<LineLeaf>(*leaf);
-    auto& chunk = leaf->chunks[at.chunk];
-    if (chunk.use_count() > 1) chunk = std::make_shared<LineChunk>(*chunk);
-    return {*tree_, at, *chunk};
+    LineBranch& branch = own(own(tree_).entries[at.branch].part);
+    LineLeaf& leaf = own(branch.entries[at.leaf].part);
+    return {*tree_, at, own(leaf.entries[at.chunk].part)};
 }
 
 std::string& LineStore::edit(size_t row, size_t room) {
@@ -175,7 +180,7 @@ void LineStore::set(size_t row, std::string_view text) {
 void LineStore::splice(size_t first, size_t last, const LineTree* middle) {
     LineTreeBuilder out;
     if (tree_) out.add_rows(*tree_, 0, first);
-    if (middle) out.add_rows(*middle, 0, middle->size());
+    if (middle) out.add_rows(*middle, 0, middle->rows());
     if (tree_) out.add_rows(*tree_, last, size());
     tree_ = out.finish();
 }
@@ -195,13 +200,15 @@ void LineStore::cut_around(size_t row) {
         if (from < to) parts.push_back(whole.part(from, to));
 
     const Spot spot = own_chunk(row);
-    LineLeaf& leaf = *tree_->leaves[spot.at.leaf];
-    const auto place = static_cast<std::ptrdiff_t>(spot.at.chunk);
-    leaf.chunks.erase(leaf.chunks.begin() + place);
-    leaf.chunks.insert(leaf.chunks.begin() + place, parts.begin(), parts.end());
-    size_t end = 0;
-    leaf.ends.clear();
-    for (const auto& chunk : leaf.chunks) leaf.ends.push_back(end += chunk->rows());
+    auto& leaf = tree_->entries[spot.at.branch].part->entries[spot.at.leaf].part;
+    const auto anew = std::make_shared<LineLeaf>();
+    for (size_t i = 0; i < leaf->entries.size(); ++i) {
+        if (i != spot.at.chunk)
+            anew->add(leaf->entries[i].part);
+        else
+            for (const auto& part : parts) anew->add(part);
+    }
+    leaf = anew;
 }
 
 // Into the chunk that is there, which is cut in two when it has grown too long. put_into(chunk, row) does it.

@@ -1,37 +1,57 @@
 #include "buffer/line_tree.h"
 
-#include <algorithm>
 #include <iterator>
 
 namespace {
 
-// Chunks of a leaf. A leaf is begun anew at twice the usual number, so that what is left over is never small.
-constexpr size_t LEAF_CHUNKS = 128, FEW_CHUNKS = 32;
+// Parts of a level. One is begun anew at twice the usual number, so that what is left over is never small.
+constexpr size_t PARTS = 32, FEW_PARTS = 8;
 constexpr size_t JOINED_ROWS = LineChunk::MAX_ROWS / 2;  // two chunks of which one is tiny, joined, have at most these
 
-size_t index_of(const std::vector<size_t>& ends, size_t row) {
-    return static_cast<size_t>(std::upper_bound(ends.begin(), ends.end(), row) - ends.begin());
+// To the part that holds row, which then counts from the part's first one.
+template <typename Part>
+const Part& descend(const LineLevel<Part>& level, size_t& index, size_t& row) {
+    index = level.index_of(row);
+    row -= level.start(index);
+    return *level.entries[index].part;
 }
 
-size_t start_of(const std::vector<size_t>& ends, size_t index) { return index == 0 ? 0 : ends[index - 1]; }
+// Calls add(part, begin, end) for each part with rows in [first, last), begin and end counted from the part's first.
+template <typename Part, typename Add>
+void each_part(const LineLevel<Part>& level, size_t first, size_t last, const Add& add) {
+    for (size_t i = level.index_of(first); i < level.entries.size() && level.start(i) < last; ++i) {
+        const size_t start = level.start(i);
+        add(level.entries[i].part, std::max(first, start) - start, std::min(last, level.entries[i].end) - start);
+    }
+}
+
+// The first count parts become a level.
+template <typename Part>
+std::shared_ptr<LineLevel<Part>> take_level(std::vector<std::shared_ptr<Part>>& parts, size_t count) {
+    auto level = std::make_shared<LineLevel<Part>>();
+    level->entries.reserve(count);
+    const auto end = parts.begin() + static_cast<std::ptrdiff_t>(count);
+    for (auto part = parts.begin(); part != end; ++part) level->add(std::move(*part));
+    parts.erase(parts.begin(), end);
+    return level;
+}
 
 }  // namespace
 
 LineTree::Place LineTree::locate(size_t row) const {
     Place at;
-    at.leaf = index_of(ends, row);
-    row -= start_of(ends, at.leaf);
-    const LineLeaf& leaf = *leaves[at.leaf];
-    at.chunk = index_of(leaf.ends, row);
-    at.row = row - start_of(leaf.ends, at.chunk);
+    at.row = row;
+    descend(descend(descend(*this, at.branch, at.row), at.leaf, at.row), at.chunk, at.row);
     return at;
 }
 
 bool LineTree::step_forward(Place& at) const {
-    if (at.chunk + 1 < leaves[at.leaf]->chunks.size())
+    if (at.chunk + 1 < leaf(at).entries.size())
         ++at.chunk;
-    else if (at.leaf + 1 < leaves.size())
-        at = {at.leaf + 1, 0, 0};
+    else if (at.leaf + 1 < entries[at.branch].part->entries.size())
+        at = {at.branch, at.leaf + 1, 0, 0};
+    else if (at.branch + 1 < entries.size())
+        at = {at.branch + 1, 0, 0, 0};
     else
         return false;
     at.row = 0;
@@ -39,12 +59,17 @@ bool LineTree::step_forward(Place& at) const {
 }
 
 bool LineTree::step_back(Place& at) const {
-    if (at.chunk > 0)
+    if (at.chunk > 0) {
         --at.chunk;
-    else if (at.leaf > 0)
-        at = {at.leaf - 1, leaves[at.leaf - 1]->chunks.size() - 1, 0};
-    else
-        return false;
+    } else {
+        if (at.leaf > 0)
+            --at.leaf;
+        else if (at.branch > 0)
+            at.leaf = entries[--at.branch].part->entries.size() - 1;
+        else
+            return false;
+        at.chunk = leaf(at).entries.size() - 1;
+    }
     at.row = chunk(at).rows() - 1;
     return true;
 }
@@ -52,74 +77,77 @@ bool LineTree::step_back(Place& at) const {
 // --- Building ---
 
 void LineTreeBuilder::add_new(std::shared_ptr<LineChunk> chunk) {
-    open_.push_back(std::move(chunk));
-    if (open_.size() == 2 * LEAF_CHUNKS) flush(LEAF_CHUNKS);
+    chunks_.push_back(std::move(chunk));
+    if (chunks_.size() == 2 * PARTS) push_leaf(take_level(chunks_, PARTS));
 }
 
 void LineTreeBuilder::add_chunk(std::shared_ptr<LineChunk> chunk) {
-    if (open_.empty()) return add_new(std::move(chunk));
-    auto& last = open_.back();
+    if (chunks_.empty()) return add_new(std::move(chunk));
+    auto& last = chunks_.back();
     const bool tiny = std::min(last->rows(), chunk->rows()) < LineChunk::TINY_ROWS;
     if (!tiny || last->rows() + chunk->rows() > JOINED_ROWS) return add_new(std::move(chunk));
     if (last.use_count() > 1) last = std::make_shared<LineChunk>(*last);
     last->insert(last->rows(), *chunk);
 }
 
-void LineTreeBuilder::add_leaf(const std::shared_ptr<LineLeaf>& leaf) {
-    const bool few = leaf->chunks.size() < FEW_CHUNKS;
-    if (open_.empty() ? few : few || open_.size() < FEW_CHUNKS) {
-        for (const auto& chunk : leaf->chunks) add_chunk(chunk);
+// A level is shared unless that would leave a small one beside it or be one.
+void LineTreeBuilder::add_whole(const std::shared_ptr<LineLeaf>& leaf) {
+    const bool after_few = !chunks_.empty() && chunks_.size() < FEW_PARTS;
+    if (after_few || leaf->entries.size() < FEW_PARTS) {
+        for (const auto& entry : leaf->entries) add_chunk(entry.part);
         return;
     }
-    flush(open_.size());
+    flush_chunks();
     push_leaf(leaf);
 }
 
-void LineTreeBuilder::add_rows(const LineTree& from, size_t first, size_t last) {
-    last = std::min(last, from.size());
-    if (first >= last) return;
-    for (size_t i = index_of(from.ends, first); i < from.leaves.size(); ++i) {
-        const size_t leaf_start = start_of(from.ends, i);
-        if (leaf_start >= last) return;
-        const auto& leaf = from.leaves[i];
-        if (first <= leaf_start && from.ends[i] <= last) {
-            add_leaf(leaf);
-            continue;
-        }
-        const size_t begin = std::max(first, leaf_start) - leaf_start, end = last - leaf_start;
-        for (size_t j = index_of(leaf->ends, begin); j < leaf->chunks.size(); ++j) {
-            const size_t start = start_of(leaf->ends, j), rows = leaf->chunks[j]->rows();
-            if (start >= end) return;
-            const size_t from_row = std::max(begin, start) - start, to_row = std::min(end - start, rows);
-            const bool whole = from_row == 0 && to_row == rows;
-            add_chunk(whole ? leaf->chunks[j] : leaf->chunks[j]->part(from_row, to_row));
-        }
+void LineTreeBuilder::add_whole(const std::shared_ptr<LineBranch>& branch) {
+    const bool after_few_chunks = !chunks_.empty() && chunks_.size() < FEW_PARTS;
+    const size_t leaves = leaves_.size() + (chunks_.empty() ? 0 : 1);
+    const bool after_few = leaves > 0 && leaves < FEW_PARTS;
+    if (after_few_chunks || after_few || branch->entries.size() < FEW_PARTS) {
+        for (const auto& entry : branch->entries) add_whole(entry.part);
+        return;
     }
+    flush_leaves();
+    tree_->add(branch);
+}
+
+void LineTreeBuilder::add_part(const std::shared_ptr<LineChunk>& chunk, size_t first, size_t last) {
+    const bool whole = last - first == chunk->rows();
+    add_chunk(whole ? chunk : chunk->part(first, last));
+}
+
+template <typename Part>
+void LineTreeBuilder::add_part(const std::shared_ptr<LineLevel<Part>>& level, size_t first, size_t last) {
+    if (last - first == level->rows()) return add_whole(level);
+    each_part(*level, first, last, [&](const auto& part, size_t begin, size_t end) { add_part(part, begin, end); });
+}
+
+void LineTreeBuilder::add_rows(const LineTree& from, size_t first, size_t last) {
+    if (first >= last) return;
+    each_part(from, first, last, [&](const auto& part, size_t begin, size_t end) { add_part(part, begin, end); });
 }
 
 std::shared_ptr<LineTree> LineTreeBuilder::finish() {
-    flush(open_.size());
+    flush_leaves();
     auto tree = std::move(tree_);
     tree_ = std::make_shared<LineTree>();
-    return tree->leaves.empty() ? nullptr : tree;
+    return tree->entries.empty() ? nullptr : tree;
 }
 
 void LineTreeBuilder::push_leaf(std::shared_ptr<LineLeaf> leaf) {
-    tree_->ends.push_back(tree_->size() + leaf->ends.back());
-    tree_->leaves.push_back(std::move(leaf));
+    leaves_.push_back(std::move(leaf));
+    if (leaves_.size() == 2 * PARTS) tree_->add(take_level(leaves_, PARTS));
 }
 
-// The first count open chunks become a leaf.
-void LineTreeBuilder::flush(size_t count) {
-    if (count == 0) return;
-    auto leaf = std::make_shared<LineLeaf>();
-    const auto end = open_.begin() + static_cast<ptrdiff_t>(count);
-    leaf->chunks.assign(std::make_move_iterator(open_.begin()), std::make_move_iterator(end));
-    open_.erase(open_.begin(), end);
-    leaf->ends.reserve(count);
-    size_t rows = 0;
-    for (const auto& chunk : leaf->chunks) leaf->ends.push_back(rows += chunk->rows());
-    push_leaf(std::move(leaf));
+void LineTreeBuilder::flush_chunks() {
+    if (!chunks_.empty()) push_leaf(take_level(chunks_, chunks_.size()));
+}
+
+void LineTreeBuilder::flush_leaves() {
+    flush_chunks();
+    if (!leaves_.empty()) tree_->add(take_level(leaves_, leaves_.size()));
 }
 
 // --- Cutting ---

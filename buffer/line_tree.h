@@ -1,36 +1,59 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "buffer/line_chunk.h"
 
-// The directory over the chunks of a LineStore, in two levels that copies share: a root, leaves, chunks.
-// Part of the store's inside. Rows are counted up to each end, so a row is found by binary search.
-struct LineLeaf {
-    std::vector<std::shared_ptr<LineChunk>> chunks;
-    std::vector<size_t> ends;  // rows up to the end of each chunk, from the leaf's first row
+// The directory over the chunks of a LineStore, in three levels that copies share: a root, branches, leaves, chunks.
+// Each is small, so that cloning the way down costs the same at ten million lines as at ten thousand. Part of the
+// store's inside.
+template <typename Part>
+struct LineLevel {
+    struct Entry {
+        std::shared_ptr<Part> part;
+        size_t end;  // rows up to the part's end, from the level's first row: a row is found by binary search
+    };
+    std::vector<Entry> entries;
+
+    size_t rows() const { return entries.empty() ? 0 : entries.back().end; }
+    size_t start(size_t index) const { return index == 0 ? 0 : entries[index - 1].end; }
+    size_t index_of(size_t row) const {
+        const auto ends_later = [](size_t wanted, const Entry& entry) { return wanted < entry.end; };
+        const auto at = std::upper_bound(entries.begin(), entries.end(), row, ends_later);
+        return static_cast<size_t>(at - entries.begin());
+    }
+    void add(std::shared_ptr<Part> part) {
+        const size_t end = rows() + part->rows();
+        entries.push_back({std::move(part), end});
+    }
+    // The part at index got delta rows more (modulo the size of size_t).
+    void grow(size_t index, size_t delta) {
+        for (; index < entries.size(); ++index) entries[index].end += delta;
+    }
 };
 
-struct LineTree {
-    std::vector<std::shared_ptr<LineLeaf>> leaves;
-    std::vector<size_t> ends;  // rows up to the end of each leaf
+using LineLeaf = LineLevel<LineChunk>;
+using LineBranch = LineLevel<LineLeaf>;
 
+struct LineTree : LineLevel<LineBranch> {
     struct Place {
-        size_t leaf = 0, chunk = 0, row = 0;  // row counts from the chunk's first one
+        size_t branch = 0, leaf = 0, chunk = 0, row = 0;  // row counts from the chunk's first one
     };
 
-    size_t size() const { return ends.empty() ? 0 : ends.back(); }
-    Place locate(size_t row) const;  // row < size()
-    LineChunk& chunk(const Place& at) const { return *leaves[at.leaf]->chunks[at.chunk]; }
+    Place locate(size_t row) const;  // row < rows()
+    const LineLeaf& leaf(const Place& at) const { return *entries[at.branch].part->entries[at.leaf].part; }
+    LineChunk& chunk(const Place& at) const { return *leaf(at).entries[at.chunk].part; }
     // To the neighbouring chunk; false at the end, and then at stays. at.row becomes its first or last row.
     bool step_forward(Place& at) const;
     bool step_back(Place& at) const;
 };
 
-// Puts a new tree together from left to right, sharing whole leaves and chunks of other trees.
+// Puts a new tree together from left to right, sharing whole branches, leaves and chunks of other trees.
 class LineTreeBuilder {
 public:
     // A new chunk of at least one row.
@@ -42,12 +65,18 @@ public:
     std::shared_ptr<LineTree> finish();  // null if there are no rows; the builder is empty then
 
 private:
-    void add_leaf(const std::shared_ptr<LineLeaf>& leaf);
+    template <typename Part>
+    void add_part(const std::shared_ptr<LineLevel<Part>>& level, size_t first, size_t last);
+    void add_part(const std::shared_ptr<LineChunk>& chunk, size_t first, size_t last);
+    void add_whole(const std::shared_ptr<LineBranch>& branch);
+    void add_whole(const std::shared_ptr<LineLeaf>& leaf);
     void push_leaf(std::shared_ptr<LineLeaf> leaf);
-    void flush(size_t count);
+    void flush_chunks();
+    void flush_leaves();
 
     std::shared_ptr<LineTree> tree_ = std::make_shared<LineTree>();
-    std::vector<std::shared_ptr<LineChunk>> open_;  // the chunks of the next leaf
+    std::vector<std::shared_ptr<LineLeaf>> leaves_;   // of the next branch
+    std::vector<std::shared_ptr<LineChunk>> chunks_;  // of the next leaf, behind these
 };
 
 // Cuts lines that lie one behind the other in blocks into chunks.

@@ -187,10 +187,10 @@ TEST(LineStore, RandomEditsLeaveEveryCopyAlone) {
     }
 }
 
-// Numbers of lines and lengths about those where a chunk or a leaf is full.
+// Numbers of lines and lengths about those where a chunk, a leaf or a branch is full.
 TEST(LineStore, HoldsTextsOfEverySize) {
     const std::vector<std::pair<size_t, size_t>> rows = {
-        {255, 1},   {256, 3},   {257, 3},   {513, 0},   {70000, 0},  {70000, 2},
+        {255, 1},   {256, 3},   {257, 3},   {513, 0},   {20000, 2},
         {3, 32766}, {3, 32767}, {5, 65534}, {5, 65535}, {300, 8000},  // lines, bytes of each
     };
     for (const auto& [count, bytes] : rows) {
@@ -207,6 +207,30 @@ TEST(LineStore, HoldsTextsOfEverySize) {
             EXPECT_TRUE(lines_of(store) == (Lines{lines.front(), lines.back()}));
         }
     }
+}
+
+TEST(LineStore, MovesPartsOfAMillionLines) {
+    std::vector<uint32_t> numbers(1000000);
+    std::string text;
+    for (uint32_t i = 0; i < numbers.size(); ++i) text += std::to_string(numbers[i] = i) + "\n";
+    LineStore store = LineStore::from_text(text);
+    EXPECT_TRUE(store.run_from(0, text.size()).bytes == text);
+    EXPECT_TRUE(store.run_to(store.size() - 1, text.size()).bytes == text);
+    std::mt19937 random(9);
+    for (int i = 0; i < 60; ++i) {
+        const size_t first = random() % store.size(), most = size_t{1} << random() % 19;
+        const size_t last = std::min(first + 1 + random() % most, store.size());
+        const LineStore part = store.slice(first, last);
+        store.erase(first, last);
+        const size_t to = random() % (store.size() + 1);
+        store.insert(to, part);
+        const auto at = [&](size_t row) { return numbers.begin() + static_cast<std::ptrdiff_t>(row); };
+        const std::vector<uint32_t> moved(at(first), at(last));
+        numbers.erase(at(first), at(last));
+        numbers.insert(at(to), moved.begin(), moved.end());
+    }
+    ASSERT_EQ(store.size(), numbers.size());
+    for (size_t row = 0; row < numbers.size(); ++row) ASSERT_EQ(store.view(row), std::to_string(numbers[row])) << row;
 }
 
 TEST(LineStore, CutsAtLineEndsWhereverTheyLie) {
