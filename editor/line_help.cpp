@@ -1,8 +1,8 @@
 #include <algorithm>
-#include <fstream>
 #include <span>
 
 #include "app/process.h"
+#include "buffer/file_reader.h"
 #include "editor/kpe.h"
 #include "editor/report.h"
 
@@ -120,9 +120,13 @@ constexpr Topic TOPICS[] = {
 
 // The lines of a user's own help text; false if it cannot be opened.
 bool print_file(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) return false;
-    for (std::string line; std::getline(file, line);) kpe_say(true, line);
+    const FileContent content = kpe_read_file(path, nullptr);
+    if (content.end == FileContent::End::Missing || content.end == FileContent::End::Refused) return false;
+    for (std::string_view rest = content.block->bytes(); !rest.empty();) {
+        const size_t end = std::min(rest.find('\n'), rest.size());
+        kpe_say(true, rest.substr(0, end));
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+    }
     return true;
 }
 

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cstdlib>
-#include <sstream>
 
 #include "editor/kpe.h"
 #include "editor/report.h"
@@ -128,11 +127,11 @@ struct Editor::SettingTable {
         kpe_say(report, "Cursor margins: " + std::to_string(e.cursor_top_) + " " + std::to_string(e.cursor_bottom_));
     }
     static void set_cursor(Editor& e, const std::string& args, bool report) {
-        std::istringstream stream(args);
-        int top = 0, bottom = 0;
-        if (stream >> top >> bottom) {
-            e.cursor_top_ = top;
-            e.cursor_bottom_ = bottom;
+        std::string_view rest = args;
+        const auto top = kpe_take_int(rest), bottom = kpe_take_int(rest);
+        if (top && bottom) {
+            e.cursor_top_ = *top;
+            e.cursor_bottom_ = *bottom;
         } else {
             kpe_complain(report, "SET CURSOR expects top bottom");
         }

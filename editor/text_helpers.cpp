@@ -58,6 +58,13 @@ std::optional<unsigned long> kpe_stoul(std::string_view text) {
     return converted<unsigned long>(text, [](const std::string& s) { return std::stoul(s); });
 }
 
+std::optional<int> kpe_take_int(std::string_view& text) {
+    size_t end = 0;
+    const auto number = converted<int>(text, [&](const std::string& s) { return std::stoi(s, &end); });
+    text.remove_prefix(end);
+    return number;
+}
+
 std::string Editor::trim(const std::string& text) { return std::string(kpe_trim(text)); }
 
 std::string Editor::upper(const std::string& text) {

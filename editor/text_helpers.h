@@ -25,3 +25,5 @@ std::pair<std::string_view, std::string_view> kpe_first_word(std::string_view te
 std::optional<int> kpe_stoi(std::string_view text);
 std::optional<long> kpe_stol(std::string_view text);
 std::optional<unsigned long> kpe_stoul(std::string_view text);
+// The same as kpe_stoi, and text then begins behind the number; where there is none text stays.
+std::optional<int> kpe_take_int(std::string_view& text);
