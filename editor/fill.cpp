@@ -1,12 +1,12 @@
 #include <algorithm>
 #include <array>
 #include <climits>
-#include <curses.h>
 
 #include "app/process.h"
 #include "editor/kpe.h"
 #include "editor/report.h"
 #include "editor/row_edits.h"
+#include "screen/curses_session.h"
 
 namespace {
 
@@ -14,8 +14,8 @@ constexpr size_t DEFAULT_WIDTH = 79, LEAST_SCREEN_WIDTH = 20;
 
 size_t fill_width(int screen_width) {
     if (screen_width >= 1) return static_cast<size_t>(screen_width);
-    if (!g_curses_active || stdscr == nullptr) return DEFAULT_WIDTH;
-    return static_cast<size_t>(std::max(getmaxx(stdscr) - 1, static_cast<int>(LEAST_SCREEN_WIDTH)));
+    if (!g_curses_active) return DEFAULT_WIDTH;
+    return std::max(static_cast<size_t>(kpe_screen_size().cols), LEAST_SCREEN_WIDTH + 1) - 1;
 }
 
 // text as one paragraph whose blanks all stay: the last one that fits into a line becomes its end.

@@ -28,11 +28,8 @@ constexpr std::string_view LIKE_XTERM[] = {
 };
 constexpr const char* XTERM = "xterm-256color";
 
-// What obstacle() found for the session to come.
-const char* g_entry = nullptr;
-
-// Of the last session; kept when it ends, so that the page size stays that of the screen.
-SCREEN* g_screen = nullptr;
+SCREEN* g_screen = nullptr;  // of this session or of the one before
+ScreenSize g_size;
 
 volatile std::sig_atomic_t g_size_changed = 0, g_stop_asked = 0, g_continued = 0;
 
@@ -71,7 +68,9 @@ SignalRow& stop_signal() {
                          [](const SignalRow& row) { return row.number == SIGTSTP; });
 }
 
-void give_signals_back() {
+// What a session takes beside the screen.
+void give_terminal_back() {
+    std::setlocale(LC_CTYPE, "C");
     for (const SignalRow& row : g_signals) sigaction(row.number, &row.before, nullptr);
     kpe_forget_interrupt();
 }
@@ -83,27 +82,62 @@ const char* terminal_name() {
 
 enum class Ability { Unknown, Limited, Screen };
 
-// Leaves the entry of an earlier session current.
-Ability ability_of(const char* name) {
-    TERMINAL* const current = cur_term;
-    int error = 0;
-    if (setupterm(name, STDOUT_FILENO, &error) != OK) return error == 1 ? Ability::Limited : Ability::Unknown;
-    const bool moves = cursor_address != nullptr && !hard_copy && !generic_type;
-    TERMINAL* const tried = set_curterm(current);
-    del_curterm(tried);
-    return moves ? Ability::Screen : Ability::Limited;
+// An environment variable with another value, or without one, for as long as it lives.
+class OtherValue {
+public:
+    OtherValue(const char* name, const char* value) : name_(name) {
+        if (const char* const before = std::getenv(name)) before_ = before;
+        set(value);
+    }
+    ~OtherValue() { set(before_ ? before_->c_str() : nullptr); }
+    OtherValue(const OtherValue&) = delete;
+    OtherValue& operator=(const OtherValue&) = delete;
+
+private:
+    void set(const char* value) {
+        if (value)
+            setenv(name_, value, /*overwrite=*/1);
+        else
+            unsetenv(name_);
+    }
+
+    const char* name_;
+    std::optional<std::string> before_;
+};
+
+// Curses' windows are never shown: at their full width it would take longer to make them than all the rest of
+// the first screen.
+constexpr int WINDOW_COLUMNS = 1;
+
+SCREEN* new_screen(const char* entry) {
+    const OtherValue height("LINES", nullptr), width("COLUMNS", std::to_string(WINDOW_COLUMNS).c_str());
+    return newterm(entry, stdout, stdin);
 }
 
-// Finds the entry to use, g_entry: the terminal's own, or that of one like it; and what it can.
-Ability find_entry() {
-    g_entry = terminal_name();
-    const Ability ability = ability_of(g_entry);
-    if (ability != Ability::Unknown) return ability;
-    const std::string_view name = g_entry;
-    const bool like_xterm = std::any_of(std::begin(LIKE_XTERM), std::end(LIKE_XTERM),
-                                        [&](std::string_view start) { return name.starts_with(start); });
-    g_entry = XTERM;
-    return like_xterm ? ability_of(XTERM) : Ability::Unknown;
+// What a terminal type can for which curses did not start.
+Ability ability_of(const char* entry) {
+    int error = 0;
+    if (setupterm(entry, STDOUT_FILENO, &error) != OK) return error == 1 ? Ability::Limited : Ability::Unknown;
+    return Ability::Screen;
+}
+
+// Starts curses with the terminal's own entry, or that of a terminal like it. Unless the terminal can do full screen,
+// it is left as it was.
+Ability open_screen() {
+    if (g_screen) delscreen(g_screen);
+    const std::string_view name = terminal_name();
+    g_screen = new_screen(terminal_name());
+    if (!g_screen) {
+        const Ability ability = ability_of(terminal_name());
+        const bool like_xterm = std::any_of(std::begin(LIKE_XTERM), std::end(LIKE_XTERM),
+                                            [&](std::string_view start) { return name.starts_with(start); });
+        if (ability != Ability::Unknown || !like_xterm) return ability;
+        g_screen = new_screen(XTERM);
+        if (!g_screen) return ability_of(XTERM);
+    }
+    if (cursor_address != nullptr && !hard_copy && !generic_type) return Ability::Screen;
+    reset_shell_mode();
+    return Ability::Limited;
 }
 
 void keypad_application_mode() {
@@ -111,17 +145,40 @@ void keypad_application_mode() {
     kpe_flush();
 }
 
-void adopt_size() {
+// 0 is a number that the terminal does not tell.
+ScreenSize size_of_terminal() {
     winsize size{};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0) return;
-    resize_term(size.ws_row, size.ws_col);
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return {};
+    return {size.ws_row, size.ws_col};
+}
+
+// What the terminal does not tell, its entry may.
+ScreenSize first_size() {
+    ScreenSize size = size_of_terminal();
+    if (size.rows == 0) size.rows = getmaxy(stdscr);
+    if (size.cols == 0) size.cols = columns > 0 ? columns : 80;
+    return size;
+}
+
+void adopt_size() {
+    const ScreenSize size = size_of_terminal();
+    if (size.rows == 0 || size.cols == 0) return;
+    g_size = size;
+    resize_term(size.rows, WINDOW_COLUMNS);  // for the way out: curses leaves the cursor in the last row
     kpe_repaint();
+}
+
+// Has curses send what it has gathered to start the screen, and nothing of its windows.
+void send_gathered() {
+    for (WINDOW* const window : {stdscr, newscr, curscr}) clearok(window, FALSE);
+    refresh();
 }
 
 void take_screen_back() {
     keypad_application_mode();
     g_curses_active = true;
     reset_prog_mode();
+    send_gathered();
     kpe_expect_typed_before(kpe_end_type_ahead());
     adopt_size();
     kpe_repaint();
@@ -129,54 +186,50 @@ void take_screen_back() {
 
 }  // namespace
 
-std::optional<std::string> CursesSession::obstacle() {
-    if (g_curses_active) return std::nullopt;
-    if (!isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO)) return "Screen mode needs a terminal";
-    const std::string name = terminal_name();
-    if (name.empty()) return "Screen mode needs a terminal type: TERM is not set";
-    switch (find_entry()) {
-        case Ability::Unknown:
-            return "Unknown terminal type: " + name;
-        case Ability::Limited:
-            return "Terminal type without full screen: " + name;
-        case Ability::Screen:
-            break;
-    }
-    return std::nullopt;
-}
+ScreenSize kpe_screen_size() { return g_size; }
 
 CursesSession::CursesSession() : outermost_(!g_curses_active) {
     if (!outermost_) return;
-    take_signals();
-    kpe_remember_terminal();
-    g_curses_active = true;
-    std::setlocale(LC_CTYPE, "");
-    keypad_application_mode();
-    if (g_screen) delscreen(g_screen);
-    use_tioctl(TRUE);  // LINES and COLUMNS would hide a change of size
-    g_screen = newterm(g_entry, stdout, stdin);
-    if (!g_screen) {
-        kpe_safe_endwin();
-        return;
+    const std::string name = terminal_name();
+    if (!isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO)) {
+        obstacle_ = "Screen mode needs a terminal";
+    } else if (name.empty()) {
+        obstacle_ = "Screen mode needs a terminal type: TERM is not set";
+    } else {
+        take_signals();
+        kpe_remember_terminal();
+        std::setlocale(LC_CTYPE, "");
+        const Ability ability = open_screen();
+        if (ability == Ability::Unknown) obstacle_ = "Unknown terminal type: " + name;
+        if (ability == Ability::Limited) obstacle_ = "Terminal type without full screen: " + name;
+        if (ability == Ability::Screen && !g_screen) obstacle_ = "Not enough memory";
+        if (obstacle_)
+            give_terminal_back();
+        else
+            start();
     }
+}
+
+void CursesSession::start() {
+    g_curses_active = true;
+    g_size = first_size();
     kpe_set_terminal_reset((exit_ca_mode ? exit_ca_mode : "") + std::string("\033>"));
+    keypad_application_mode();  // before what curses has gathered
     raw();
     noecho();
-    keypad(stdscr, TRUE);
     nonl();
+    keypad(stdscr, TRUE);
+    if (!keypad_xmit) send_gathered();  // else keypad() did
     kpe_expect_typed_before(kpe_end_type_ahead());
     kpe_repaint();
     kpe_clear_keys();
 }
 
-bool CursesSession::started() const { return g_curses_active; }
-
 CursesSession::~CursesSession() {
-    if (!outermost_) return;
+    if (!outermost_ || obstacle_) return;
     kpe_safe_endwin();
-    std::setlocale(LC_CTYPE, "C");
     kpe_expect_type_ahead();
-    give_signals_back();
+    give_terminal_back();
 }
 
 LineModePause::LineModePause() : paused_(g_curses_active) {

@@ -17,9 +17,7 @@ constexpr int ROWS_BELOW_TEXT = 3;  // separator, status line, message line
 struct Geometry {
     int rows, cols, text_rows;
     explicit Geometry(int set_lines)
-        : rows(stdscr ? getmaxy(stdscr) : -1),
-          cols(stdscr ? getmaxx(stdscr) : -1),
-          text_rows(std::max(1, rows - ROWS_BELOW_TEXT)) {
+        : rows(kpe_screen_size().rows), cols(kpe_screen_size().cols), text_rows(std::max(1, rows - ROWS_BELOW_TEXT)) {
         if (set_lines > 0) text_rows = std::min(set_lines, text_rows);
     }
     size_t width() const { return cols > 0 ? static_cast<size_t>(cols) : 0; }

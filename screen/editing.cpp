@@ -6,6 +6,7 @@
 #include "editor/kpe.h"
 #include "editor/row_edits.h"
 #include "editor/text_helpers.h"
+#include "screen/curses_session.h"
 
 namespace {
 
@@ -121,7 +122,7 @@ std::string Editor::apply_case_mode(std::string text) const {
 void Editor::maybe_wrap_line() {
     if (!wrap_) return;
     int width = screen_width_ < 1 ? DEFAULT_WIDTH : screen_width_;
-    if (g_curses_active && screen_width_ == 0 && stdscr != nullptr && getmaxx(stdscr) > 0) width = getmaxx(stdscr);
+    if (g_curses_active && screen_width_ == 0) width = kpe_screen_size().cols;
     if (width < LEAST_WRAP_WIDTH) return;
     const std::vector<size_t> breaks = wrap_columns(buffer_.view(cursor_row_), static_cast<size_t>(width), cursor_col_);
     const size_t row = cursor_row_, col = cursor_col_;

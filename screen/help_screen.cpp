@@ -1,13 +1,13 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <curses.h>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "app/process.h"
 #include "editor/kpe.h"
+#include "screen/curses_session.h"
 #include "screen/shown_rows.h"
 
 namespace {
@@ -48,7 +48,7 @@ constexpr const char* PAGE[] = {
 
 // What does not fit into its row goes on in the next one, and the next line is written over it.
 void write_in_full(std::vector<std::string>& rows, size_t row, std::string_view text) {
-    const auto width = static_cast<size_t>(getmaxx(stdscr));
+    const auto width = static_cast<size_t>(kpe_screen_size().cols);
     for (; row < rows.size() && !text.empty(); ++row) {
         const std::string_view part = text.substr(0, width);
         rows[row].replace(0, part.size(), part);
@@ -57,17 +57,18 @@ void write_in_full(std::vector<std::string>& rows, size_t row, std::string_view 
 }
 
 void draw_page() {
+    const ScreenSize screen = kpe_screen_size();
     std::array<char, 96> title{};
     std::snprintf(title.data(), title.size(), "%s  %s - screen help", kpe_version_string().c_str(),
                   "Copyright (c) 2026 the kpe authors");
-    std::vector<std::string> rows(static_cast<size_t>(getmaxy(stdscr)));
+    std::vector<std::string> rows(static_cast<size_t>(screen.rows));
     size_t row = 0;
     write_in_full(rows, row++, title.data());
     for (const char* const line : PAGE) write_in_full(rows, row++, line);
-    g_shown_rows.begin(getmaxy(stdscr), getmaxx(stdscr));
+    g_shown_rows.begin(screen.rows, screen.cols);
     for (size_t i = 0; i < rows.size(); ++i) g_shown_rows.show(static_cast<int>(i), {{}, rows[i]});
     const size_t last = std::min(row, rows.size()) - 1;
-    g_shown_rows.paint(static_cast<int>(last), std::min(static_cast<int>(rows[last].size()), getmaxx(stdscr) - 1));
+    g_shown_rows.paint(static_cast<int>(last), std::min(static_cast<int>(rows[last].size()), screen.cols - 1));
 }
 
 }  // namespace

@@ -1,9 +1,9 @@
 #include <algorithm>
-#include <curses.h>
 #include <string_view>
 
 #include "editor/kpe.h"
 #include "editor/text_helpers.h"
+#include "screen/curses_session.h"
 
 namespace {
 
@@ -11,8 +11,8 @@ constexpr size_t SECTION_ROWS = 16;
 
 // The rows of text on the screen, or on one of 24 rows when there has not been any.
 size_t page_rows() {
-    const int height = stdscr != nullptr ? getmaxy(stdscr) : 24;
-    return static_cast<size_t>(std::max(1, height - 3));
+    const int height = kpe_screen_size().rows;
+    return static_cast<size_t>(std::max(1, (height > 0 ? height : 24) - 3));
 }
 
 size_t last_row(const TextBuffer& text) { return std::max<size_t>(text.line_count(), 1) - 1; }

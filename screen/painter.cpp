@@ -74,6 +74,22 @@ void Painter::begin(int rows, int cols) {
         reverse_on_ = enter_reverse_mode && exit_attribute_mode ? enter_reverse_mode : enter_standout_mode;
         reverse_off_ = exit_attribute_mode ? exit_attribute_mode : exit_standout_mode;
     }
+    clear();
+}
+
+void Painter::clear() {
+    if (clear_screen) {
+        send(clear_screen);
+    } else if (clr_eos) {
+        move_cursor(0, 0);
+        send(clr_eos);
+    } else if (clr_eol) {
+        for (int row = 0; row < rows_; ++row) {
+            move_cursor(row, 0);
+            send(clr_eol);
+        }
+    }
+    forget_cursor();
 }
 
 void Painter::send(const char* capability) {

@@ -6,13 +6,13 @@
 #include "screen/cells.h"
 
 // Brings rows of the terminal from what they show to what they should show, with as few bytes as it can, by the
-// entry of the terminal type that curses has current. curses starts, clears, suspends and ends the screen; its own
-// windows would cost a key several times what the rest of it takes, so they stay blank.
+// entry of the terminal type that curses has current. curses starts, suspends and ends the screen; its own windows
+// would cost a key several times what the rest of it takes, so they stay blank.
 //
 // Rows and columns are zero-based. Nothing is sent before flush().
 class Painter {
 public:
-    // Takes over a screen of this size with normal attributes and the cursor anywhere. Needs curses to be started.
+    // Clears a screen of this size with normal attributes and the cursor anywhere. Needs curses to be started.
     void begin(int rows, int cols);
 
     // Makes row show now where it shows was; both are as wide as the screen.
@@ -29,6 +29,7 @@ private:
     // Whether the last cell of row can be written: that of the screen would scroll it on some terminals.
     bool can_fill(int row) const;
     void send(const char* capability);
+    void clear();
     void send_cells(int row, const CellRow& cells, size_t from, size_t to);
     void send_character(const CellRow& cells, size_t i);
     void send_wide(wchar_t c);

@@ -15,11 +15,12 @@ namespace {
 // On the bottom row; of a text that is too long the end.
 void show_prompt(const std::string& prompt, const std::string& answer) {
     const std::string text = prompt + answer;
-    const size_t width = static_cast<size_t>(std::max(getmaxx(stdscr) - 1, 1));
+    const ScreenSize screen = kpe_screen_size();
+    const auto width = static_cast<size_t>(std::max(screen.cols - 1, 1));
     const std::string_view shown = std::string_view(text).substr(text.size() - std::min(text.size(), width));
-    const int row = getmaxy(stdscr) - 1;
+    const int row = screen.rows - 1;
     g_shown_rows.show(row, {{}, shown});
-    g_shown_rows.paint(row, std::min(static_cast<int>(shown.size()), getmaxx(stdscr) - 1));
+    g_shown_rows.paint(row, std::min(static_cast<int>(shown.size()), screen.cols - 1));
 }
 
 bool ends_prompt(int key) {

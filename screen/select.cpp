@@ -2,6 +2,7 @@
 #include <curses.h>
 #include <utility>
 
+#include "app/process.h"
 #include "editor/kpe.h"
 
 void Editor::start_select() {
@@ -27,7 +28,7 @@ std::optional<Editor::SelSpan> Editor::active_select_span() const {
 
 void Editor::set_error(const std::string& message) {
     message_ = message;
-    if (!quiet_ && stdscr != nullptr && !isendwin()) beep();
+    if (!quiet_ && g_curses_active) beep();
 }
 
 void Editor::select_error(const std::string& message) { set_error(message); }

@@ -1,7 +1,6 @@
 #include "screen/shown_rows.h"
 
 #include <algorithm>
-#include <curses.h>
 #include <functional>
 #include <utility>
 
@@ -24,8 +23,6 @@ void ShownRows::begin(int rows, int cols) {
     if (rows_.size() != height || cols_ != width) lost_ = true;
     if (!lost_) return;
     lost_ = false;
-    clearok(curscr, TRUE);
-    refresh();
     cols_ = width;
     rows_.assign(height, Row{{}, {}, CellRow(width), false});
     painter_.begin(rows, cols);
