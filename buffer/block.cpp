@@ -66,7 +66,9 @@ void Block::reserve(size_t capacity) {
 }
 
 void Block::shrink() {
-    if (size_ + 1 < capacity_) resize(size_ + 1);
+    const size_t needed = size_ + 1;
+    const bool same_pages = is_mapped(needed) && mapped_size(needed) == mapped_size(capacity_);
+    if (needed < capacity_ && !same_pages) resize(needed);
 }
 
 // capacity holds size_ bytes at least. Either kind of memory grows and shrinks in place where it can;

@@ -42,7 +42,8 @@ std::vector<std::string> candidate_files() {
     for (const char* name : {"CONFIG.INI", "Config", "Config2"})
         for (const std::string& directory :
              {root + "/syslib/", root + "/library/", std::string("/etc/"), std::string("/opt/rzrt/library/")})
-            files.push_back(directory + name);
+            if (std::find(files.begin(), files.end(), directory + name) == files.end())  // it was no use there either
+                files.push_back(directory + name);
     return files;
 }
 
