@@ -95,6 +95,19 @@ std::string_view LineStore::view(size_t row) const {
     return tree_->chunk(at).view(at.row);
 }
 
+void LineStore::views(size_t first, std::span<std::string_view> rows) const {
+    if (rows.empty()) return;
+    LineTree::Place at = tree_->locate(first);
+    const LineChunk* chunk = &tree_->chunk(at);
+    for (std::string_view& row : rows) {
+        if (at.row == chunk->rows()) {
+            tree_->step_forward(at);
+            chunk = &tree_->chunk(at);
+        }
+        row = chunk->view(at.row++);
+    }
+}
+
 const std::string& LineStore::at(size_t row) const {
     const LineTree::Place at = tree_->locate(row);
     return tree_->chunk(at).string(at.row);

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -37,6 +38,8 @@ public:
     // The row's bytes; row < size(). Valid until the row or a row of its chunk changes, and not
     // longer than this store or a copy made meanwhile lives. Making at() strings does not end it.
     std::string_view view(size_t row) const;
+    // Rows [first, first + rows.size()), all below size(), as view() gives them: sooner than one after the other.
+    void views(size_t first, std::span<std::string_view> rows) const;
     // The same as a string that lives in the store, for callers that need one; view() is cheaper.
     const std::string& at(size_t row) const;
     // For editing in place. The reference dies at the next change, and must not be kept while the

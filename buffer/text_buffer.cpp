@@ -104,6 +104,13 @@ std::string_view TextBuffer::view(size_t row) const {
     return row < line_count() ? lines_.view(row) : std::string_view();
 }
 
+std::vector<std::string_view> TextBuffer::views(size_t first, size_t most) const {
+    const size_t behind = line_count() - std::min(first, line_count());
+    std::vector<std::string_view> rows(std::min(most, behind));
+    lines_.views(first, rows);
+    return rows;
+}
+
 std::vector<std::string> TextBuffer::lines_in_range(size_t first, size_t last) const {
     std::vector<std::string> lines;
     if (first >= line_count()) return lines;

@@ -311,7 +311,8 @@ private:
     }
     void draw_screen();     // composes it and paints it on the terminal
     void compose_screen();  // all but the cursor, into g_shown_rows
-    void draw_line(int screen_row, size_t row, size_t width, const std::optional<SelSpan>& span) const;
+    void draw_line(int screen_row, size_t row, std::string_view line, size_t width,
+                   const std::optional<SelSpan>& span) const;
     std::string status_line() const;
     std::pair<int, int> cursor_place() const;  // row and column on the screen
     void adjust_view();

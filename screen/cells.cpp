@@ -18,6 +18,19 @@ bool is_ascii(char c) { return static_cast<unsigned char>(c) < 0x80; }
 
 bool is_printable_ascii(char c) { return c >= ' ' && c <= '~'; }
 
+// How many bytes at the start of text are printable ASCII.
+size_t printable_run(std::string_view text) {
+    constexpr std::uint64_t ONES = 0x0101010101010101, TOP_BITS = 0x80 * ONES;
+    size_t size = 0;
+    for (std::uint64_t eight = 0; text.size() - size >= sizeof eight; size += sizeof eight) {
+        std::memcpy(&eight, text.data() + size, sizeof eight);
+        // Where all eight are below 0x80, a byte below the blank borrows its top bit and 0x7F carries into it.
+        if ((eight | (eight - ' ' * ONES) | (eight + ONES)) & TOP_BITS) break;
+    }
+    while (size < text.size() && is_printable_ascii(text[size])) ++size;
+    return size;
+}
+
 // One character of the text, and how it is shown: by wide if cells is 1 or 2, on the cell before it if cells
 // is 0, or by the characters of spelled, one a byte.
 struct Character {
@@ -138,10 +151,9 @@ bool CellRow::add(std::string_view text, size_t reverse_from, size_t reverse_to)
             const bool reverse = reverse_to_byte(at + 1);
             const size_t change = at < reverse_from ? reverse_from : reverse ? reverse_to : text.size();
             const size_t end = std::min({text.size(), change, at + (width - used_)});
-            for (; at < end && is_printable_ascii(text[at]); ++at) {
-                cells_[used_].base = static_cast<wchar_t>(text[at]);
-                cells_[used_++].reverse = reverse;
-            }
+            const size_t count = printable_run(text.substr(at, end - at));
+            for (const char c : text.substr(at, count)) cells_[used_++] = {static_cast<wchar_t>(c), 0, reverse};
+            at += count;
             last_ = used_ - 1;
             ++text_cells_;
             continue;
@@ -164,6 +176,7 @@ bool CellRow::add(std::string_view text, size_t reverse_from, size_t reverse_to)
 }
 
 std::string_view kpe_text_from(std::string_view text, size_t from) {
+    if (from == 0) return text;
     if (from >= text.size()) return {};
     const size_t start = character_start(text, from);
     if (start == from) return text.substr(from);
@@ -180,9 +193,10 @@ size_t kpe_cell_of(std::string_view line, size_t left, size_t col, size_t start)
     const size_t first = line.size() - text.size();  // not left, when that lies inside a character
     size_t at = std::min(first, line.size()), cell = start, base = start;
     while (at < line.size()) {
-        if (is_printable_ascii(line[at]) && at < col) {
-            ++at;
-            base = cell++;
+        if (const size_t plain = printable_run(line.substr(at, col - std::min(at, col))); plain > 0) {
+            at += plain;
+            cell += plain;
+            base = cell - 1;
             continue;
         }
         Character character;

@@ -2,6 +2,7 @@
 #include <curses.h>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "app/process.h"
 #include "editor/kpe.h"
@@ -60,10 +61,11 @@ void Editor::compose_screen() {
     if (truncate_) left_col_ = 0;
     adjust_view();
     const auto span = active_select_span();
+    const std::vector<std::string_view> lines = buffer_.views(top_line_, static_cast<size_t>(screen.text_rows));
     for (int i = 0; i < screen.text_rows; ++i) {
-        const size_t row = top_line_ + static_cast<size_t>(i);
-        if (row < buffer_.line_count()) {
-            draw_line(i, row, screen.width(), span);
+        const size_t below = static_cast<size_t>(i), row = top_line_ + below;
+        if (below < lines.size()) {
+            draw_line(i, row, lines[below], screen.width(), span);
         } else {
             g_shown_rows.show(i, {{}, row == buffer_.line_count() ? "[EOB]" : ""});
         }
@@ -77,8 +79,8 @@ void Editor::compose_screen() {
 }
 
 // Only the bytes that can be seen are looked at, however long the line is.
-void Editor::draw_line(int screen_row, size_t row, size_t width, const std::optional<SelSpan>& span) const {
-    const std::string_view line = buffer_.view(row);
+void Editor::draw_line(int screen_row, size_t row, std::string_view line, size_t width,
+                       const std::optional<SelSpan>& span) const {
     size_t from = 0, to = 0;  // the selected columns
     if (span && span->r1 <= row && row <= span->r2) {
         if (row == span->r1) from = std::min(span->c1, line.size());

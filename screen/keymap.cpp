@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <curses.h>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -39,8 +40,13 @@ void define_all(const Sequence (&rows)[N]) {
     for (const Sequence& row : rows) define_key(row.bytes, row.code);
 }
 
-std::vector<std::string> sequences_of(int code) {
-    std::vector<std::string> found;
+using Sequences = std::vector<std::string>;
+
+// By code, for keys that were pressed: keybound goes through all keys that there are.
+std::map<int, Sequences> g_sequences;
+
+Sequences bound_to(int code) {
+    Sequences found;
     for (int i = 0; char* const bytes = keybound(code, i); ++i) {
         found.emplace_back(bytes);
         std::free(bytes);
@@ -48,9 +54,16 @@ std::vector<std::string> sequences_of(int code) {
     return found;
 }
 
+const Sequences& sequences_of(int code) {
+    const auto [known, unknown] = g_sequences.try_emplace(code);
+    if (unknown) known->second = bound_to(code);
+    return known->second;
+}
+
 }  // namespace
 
 void kpe_clear_keys() {
+    g_sequences.clear();
     const auto clear = [](char c) {
         const std::string bytes(1, c);
         if (key_defined(bytes.c_str()) != KEY_BACKSPACE) define_key(bytes.c_str(), 0);
@@ -58,13 +71,13 @@ void kpe_clear_keys() {
     for (char c = 1; c < ' '; ++c) clear(c);
     clear(KPE_DELETE);
     for (int code = KPE_KP0; code <= KPE_KP_ENTER; ++code) {
-        for (const std::string& bytes : sequences_of(code)) define_key(bytes.c_str(), UNUSED_CODES + code);
+        for (const std::string& bytes : bound_to(code)) define_key(bytes.c_str(), UNUSED_CODES + code);
     }
 }
 
 int kpe_code_of(const std::string& bytes) {
     for (int code = KEY_MIN; code <= UNUSED_CODES + KPE_KP_ENTER; ++code) {
-        const auto bound = sequences_of(code);
+        const Sequences bound = bound_to(code);
         if (std::find(bound.begin(), bound.end(), bytes) != bound.end()) return code;
     }
     return 0;
@@ -79,6 +92,7 @@ size_t kpe_length_of(int code, const std::string& bytes) {
 }
 
 void kpe_register_keypad(bool pc_keypad) {
+    g_sequences.clear();
     define_key("\033O", 0);  // curses takes no key that begins with another one
     for (const Sequence& row : PF_KEYS) {
         if (key_defined(row.bytes) != row.code) define_key(row.bytes, row.code);

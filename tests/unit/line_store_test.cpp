@@ -8,6 +8,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -71,6 +72,10 @@ public:
 
     void check() const {
         ASSERT_EQ(lines_of(store), plain);
+        const size_t third = plain.size() / 3;
+        std::vector<std::string_view> behind(plain.size() - third);
+        store.views(third, behind);
+        ASSERT_TRUE(std::equal(behind.begin(), behind.end(), plain.begin() + static_cast<std::ptrdiff_t>(third)));
         ASSERT_EQ(lines_by_runs(store, 1000, /*backwards=*/false), plain);
         ASSERT_EQ(lines_by_runs(store, 300, /*backwards=*/true), plain);
     }
