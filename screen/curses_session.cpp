@@ -28,6 +28,10 @@ constexpr std::string_view LIKE_XTERM[] = {
 };
 constexpr const char* XTERM = "xterm-256color";
 
+// What obstacle() found for the session to come: the entry, and the size by the terminal, the environment or the entry.
+const char* g_entry = nullptr;
+ScreenSize g_entry_size;
+
 SCREEN* g_screen = nullptr;  // of this session or of the one before
 ScreenSize g_size;
 
@@ -68,9 +72,7 @@ SignalRow& stop_signal() {
                          [](const SignalRow& row) { return row.number == SIGTSTP; });
 }
 
-// What a session takes beside the screen.
-void give_terminal_back() {
-    std::setlocale(LC_CTYPE, "C");
+void give_signals_back() {
     for (const SignalRow& row : g_signals) sigaction(row.number, &row.before, nullptr);
     kpe_forget_interrupt();
 }
@@ -105,39 +107,39 @@ private:
     std::optional<std::string> before_;
 };
 
-// Curses' windows are never shown: at their full width it would take longer to make them than all the rest of
-// the first screen.
+// Curses' windows are never shown, and at their full width to make them takes a tenth of a start.
 constexpr int WINDOW_COLUMNS = 1;
 
-SCREEN* new_screen(const char* entry) {
+SCREEN* new_screen() {
     const OtherValue height("LINES", nullptr), width("COLUMNS", std::to_string(WINDOW_COLUMNS).c_str());
-    return newterm(entry, stdout, stdin);
+    return newterm(g_entry, stdout, stdin);
 }
 
-// What a terminal type can for which curses did not start.
-Ability ability_of(const char* entry) {
+// Leaves the entry of an earlier session current.
+Ability ability_of(const char* name) {
+    TERMINAL* const current = cur_term;
     int error = 0;
-    if (setupterm(entry, STDOUT_FILENO, &error) != OK) return error == 1 ? Ability::Limited : Ability::Unknown;
-    return Ability::Screen;
+    use_tioctl(TRUE);  // LINES and COLUMNS would hide a change of size
+    const bool known = setupterm(name, STDOUT_FILENO, &error) == OK;
+    use_tioctl(FALSE);
+    if (!known) return error == 1 ? Ability::Limited : Ability::Unknown;
+    const bool moves = cursor_address != nullptr && !hard_copy && !generic_type;
+    g_entry_size = {lines, columns};
+    TERMINAL* const tried = set_curterm(current);
+    del_curterm(tried);
+    return moves ? Ability::Screen : Ability::Limited;
 }
 
-// Starts curses with the terminal's own entry, or that of a terminal like it. Unless the terminal can do full screen,
-// it is left as it was.
-Ability open_screen() {
-    if (g_screen) delscreen(g_screen);
-    const std::string_view name = terminal_name();
-    g_screen = new_screen(terminal_name());
-    if (!g_screen) {
-        const Ability ability = ability_of(terminal_name());
-        const bool like_xterm = std::any_of(std::begin(LIKE_XTERM), std::end(LIKE_XTERM),
-                                            [&](std::string_view start) { return name.starts_with(start); });
-        if (ability != Ability::Unknown || !like_xterm) return ability;
-        g_screen = new_screen(XTERM);
-        if (!g_screen) return ability_of(XTERM);
-    }
-    if (cursor_address != nullptr && !hard_copy && !generic_type) return Ability::Screen;
-    reset_shell_mode();
-    return Ability::Limited;
+// Finds the entry to use, g_entry: the terminal's own, or that of one like it; and what it can.
+Ability find_entry() {
+    g_entry = terminal_name();
+    const Ability ability = ability_of(g_entry);
+    if (ability != Ability::Unknown) return ability;
+    const std::string_view name = g_entry;
+    const bool like_xterm = std::any_of(std::begin(LIKE_XTERM), std::end(LIKE_XTERM),
+                                        [&](std::string_view start) { return name.starts_with(start); });
+    g_entry = XTERM;
+    return like_xterm ? ability_of(XTERM) : Ability::Unknown;
 }
 
 void keypad_application_mode() {
@@ -150,14 +152,6 @@ ScreenSize size_of_terminal() {
     winsize size{};
     if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return {};
     return {size.ws_row, size.ws_col};
-}
-
-// What the terminal does not tell, its entry may.
-ScreenSize first_size() {
-    ScreenSize size = size_of_terminal();
-    if (size.rows == 0) size.rows = getmaxy(stdscr);
-    if (size.cols == 0) size.cols = columns > 0 ? columns : 80;
-    return size;
 }
 
 void adopt_size() {
@@ -188,48 +182,56 @@ void take_screen_back() {
 
 ScreenSize kpe_screen_size() { return g_size; }
 
-CursesSession::CursesSession() : outermost_(!g_curses_active) {
-    if (!outermost_) return;
+std::optional<std::string> CursesSession::obstacle() {
+    if (g_curses_active) return std::nullopt;
+    if (!isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO)) return "Screen mode needs a terminal";
     const std::string name = terminal_name();
-    if (!isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO)) {
-        obstacle_ = "Screen mode needs a terminal";
-    } else if (name.empty()) {
-        obstacle_ = "Screen mode needs a terminal type: TERM is not set";
-    } else {
-        take_signals();
-        kpe_remember_terminal();
-        std::setlocale(LC_CTYPE, "");
-        const Ability ability = open_screen();
-        if (ability == Ability::Unknown) obstacle_ = "Unknown terminal type: " + name;
-        if (ability == Ability::Limited) obstacle_ = "Terminal type without full screen: " + name;
-        if (ability == Ability::Screen && !g_screen) obstacle_ = "Not enough memory";
-        if (obstacle_)
-            give_terminal_back();
-        else
-            start();
+    if (name.empty()) return "Screen mode needs a terminal type: TERM is not set";
+    switch (find_entry()) {
+        case Ability::Unknown:
+            return "Unknown terminal type: " + name;
+        case Ability::Limited:
+            return "Terminal type without full screen: " + name;
+        case Ability::Screen:
+            break;
     }
+    return std::nullopt;
 }
 
-void CursesSession::start() {
+CursesSession::CursesSession() : outermost_(!g_curses_active) {
+    if (!outermost_) return;
+    take_signals();
+    kpe_remember_terminal();
     g_curses_active = true;
-    g_size = first_size();
+    std::setlocale(LC_CTYPE, "");
+    keypad_application_mode();
+    if (g_screen) delscreen(g_screen);
+    g_screen = new_screen();
+    if (!g_screen) {
+        kpe_safe_endwin();
+        return;
+    }
+    const ScreenSize told = size_of_terminal();
+    g_size = {told.rows > 0 ? told.rows : g_entry_size.rows, told.cols > 0 ? told.cols : g_entry_size.cols};
     kpe_set_terminal_reset((exit_ca_mode ? exit_ca_mode : "") + std::string("\033>"));
-    keypad_application_mode();  // before what curses has gathered
     raw();
     noecho();
-    nonl();
     keypad(stdscr, TRUE);
     if (!keypad_xmit) send_gathered();  // else keypad() did
+    nonl();
     kpe_expect_typed_before(kpe_end_type_ahead());
     kpe_repaint();
     kpe_clear_keys();
 }
 
+bool CursesSession::started() const { return g_curses_active; }
+
 CursesSession::~CursesSession() {
-    if (!outermost_ || obstacle_) return;
+    if (!outermost_) return;
     kpe_safe_endwin();
+    std::setlocale(LC_CTYPE, "C");
     kpe_expect_type_ahead();
-    give_terminal_back();
+    give_signals_back();
 }
 
 LineModePause::LineModePause() : paused_(g_curses_active) {

@@ -9,18 +9,18 @@
 // screen of the outer one. An interrupt signal only sets g_kpe_abort_requested meanwhile.
 class CursesSession {
 public:
-    CursesSession();
+    // Why there can be no session, as a message without its "?"; nothing when there can.
+    static std::optional<std::string> obstacle();
+
+    CursesSession();  // after obstacle() found none
     ~CursesSession();
     CursesSession(const CursesSession&) = delete;
     CursesSession& operator=(const CursesSession&) = delete;
-    // Why curses could not start, as a message without its "?"; nothing when it did. The terminal is as it was then.
-    const std::optional<std::string>& obstacle() const { return obstacle_; }
+    // False when curses could not start in spite of all; the terminal is as it was.
+    bool started() const;
 
 private:
-    void start();
-
     bool outermost_;
-    std::optional<std::string> obstacle_;
 };
 
 // Of the terminal, as the latest session found it; kept when that ends. 0 before there was one.

@@ -9,11 +9,14 @@
 #include "screen/n3_kpe_keymap.h"
 
 void Editor::screen_mode() {
+    if (const auto obstacle = CursesSession::obstacle()) {
+        kpe_complain(true, *obstacle);
+        return;
+    }
+    append_journal_line("CHANGE");
     {
         const CursesSession session;
-        if (session.obstacle()) return kpe_complain(true, *session.obstacle());
-        append_journal_line("CHANGE");
-        screen_loop();
+        if (session.started()) screen_loop();
         if (input_ended_) keep_texts();  // before anything waits for the terminal
     }
     append_journal_line("! left CHANGE");

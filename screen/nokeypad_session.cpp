@@ -7,10 +7,13 @@
 
 // The sequences of the keypad are not taught to curses here: this is for terminals without one.
 void Editor::nokeypad_mode() {
+    if (const auto obstacle = CursesSession::obstacle()) {
+        kpe_complain(true, *obstacle);
+        return;
+    }
     {
         const CursesSession session;
-        if (session.obstacle()) return kpe_complain(true, *session.obstacle());
-        nokeypad_loop();
+        if (session.started()) nokeypad_loop();
         if (input_ended_) keep_texts();  // before anything waits for the terminal
     }
     message_ = "Command mode";
