@@ -222,11 +222,19 @@ void save(const Task& task, Session& session, Figures& figures) {
     figures.add("save", time, 0, session.peak_kb());
 }
 
+// A start takes milliseconds, in which other work on the machine shows: the shortest of many.
+void start(const Task& task, Figures& figures) {
+    constexpr size_t SOON = 100000;  // lines that are loaded in next to no time
+    for (int i = task.lines < SOON ? 20 : 1; i > 0; --i) {
+        const Session session(task.kind, task.program, task.original, 1);
+        figures.add("first screen", session.started(), 0, session.peak_kb());
+    }
+}
+
 // From the first line to a word in the middle; what is typed there shows where the cursor was.
 void search(const Task& task, Figures& figures) {
     std::filesystem::copy_file(task.original, task.copy, std::filesystem::copy_options::overwrite_existing);
     Session session(task.kind, task.program, task.copy, 1);
-    figures.add("first screen", session.started(), 0, session.peak_kb());
     session.time(task.kind.find);
     session.time("needle-in-the-middle");
     figures.add("far search", session.time("\r"), 0, session.peak_kb());
@@ -302,6 +310,7 @@ int main(int argc, char** argv) {
                 type(task, figures);
                 continue;
             }
+            start(task, figures);
             search(task, figures);
             keys(task, figures);
         }
