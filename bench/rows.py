@@ -42,6 +42,7 @@ class Measure:
 SCREEN = [
     Measure("first screen", "vim", 0.25),
     Measure("typed key", "vim ne", 1.0, "pty echo"),
+    Measure("typed key beyond the width", "vim ne nano"),
     Measure("Return", "vim ne", 1.0),
     Measure("Delete", "vim ne", 1.0),
     Measure("undo of a typed key", "vim ne nano"),

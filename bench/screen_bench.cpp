@@ -245,7 +245,9 @@ void search(const Task& task, Figures& figures) {
     expect(contents(task.copy) == wanted, "the text saved after a search");
 }
 
-constexpr size_t PAGES = 41, TYPED = 201, RETURNS = 41, DELETES = 81, UNDONE = 41;
+constexpr size_t PAGES = 41, RETURNS = 41, DELETES = 81, UNDONE = 41;
+constexpr size_t TYPED_LINES = 3, TYPED = 67;  // in each; the last one goes on, out of the screen
+constexpr size_t TO_THE_EDGE = 20, OUTSIDE = 41;
 
 // Pages down from the middle, and keys there. What they saved must differ in one place, where the pages end: an editor
 // that wraps lines shows half as many.
@@ -254,8 +256,18 @@ void keys(const Task& task, Figures& figures) {
     Session session(task.kind, task.program, task.copy, task.lines / 2);
     const std::vector<double> pages = session.times(task.kind.page_down, PAGES);
     session.time(task.kind.text);
-    const std::vector<double> typed = session.times("x", TYPED);
+    std::vector<double> typed;
+    std::string made;
+    for (size_t i = 0; i < TYPED_LINES; ++i) {
+        if (i > 0) session.time("\r");
+        const std::vector<double> times = session.times("x", TYPED);
+        typed.insert(typed.end(), times.begin(), times.end());
+        made += (i > 0 ? "\n" : "") + std::string(TYPED, 'x');
+    }
     const double bytes = static_cast<double>(session.received());
+    session.time(std::string(TO_THE_EDGE, 'x'));
+    const std::vector<double> outside = session.times("x", OUTSIDE);
+    made += std::string(TO_THE_EDGE + OUTSIDE, 'x');
     const std::vector<double> returns = session.times("\r", RETURNS, "x");  // else the screen soon stays as it is
     const std::vector<double> deletes = session.times("\033[3~", DELETES);
     session.time(task.kind.end);
@@ -266,6 +278,7 @@ void keys(const Task& task, Figures& figures) {
     figures.add("page down", pages, peak);
     figures.add("typed key", typed, peak);
     figures.add("bytes sent for a typed key", bytes, 0, peak);
+    figures.add("typed key beyond the width", outside, peak);
     figures.add("Return", returns, peak);
     figures.add("Delete", deletes, peak);
     figures.add("undo of a typed key", undone, peak);
@@ -275,7 +288,6 @@ void keys(const Task& task, Figures& figures) {
         std::mismatch(saved.begin(), saved.end(), task.text.begin(), task.text.end()).first - saved.begin());
     const long row = std::count(saved.begin(), saved.begin() + static_cast<std::ptrdiff_t>(at), '\n');
     const long moved = row + 1 - static_cast<long>(task.lines / 2);
-    std::string made(TYPED, 'x');
     for (size_t i = 0; i < RETURNS; ++i) made += "x\n";
     std::string wanted = task.text;
     wanted.replace(at, DELETES, made);
