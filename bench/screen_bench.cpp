@@ -1,9 +1,8 @@
-// screen_bench EDITOR PROGRAM FILE LINES COPY RUNS: how long a full-screen editor takes, through a pty, from a key to
-// the last byte of what it changes on the screen. Prints a line a measure: its name, milliseconds, the 99th percentile
-// (0 for single events), and the most memory used in kilobytes; of keys the median of a session, and of RUNS sessions
-// the shortest; else the shortest of RUNS. The editor works on COPY, a copy of the log FILE; what it saved is compared.
-// With LINES 0 FILE is any file and only keys are typed into its second line; with "cat" as EDITOR and "sh" as PROGRAM
-// that shows what the pty takes.
+// screen_bench EDITOR PROGRAM FILE LINES COPY: how long a full-screen editor takes, through a pty, from a key to the
+// last byte of what it changes on the screen. Prints a line a measure: its name, milliseconds (of keys the median), the
+// 99th percentile (0 for single events), and the most memory used in kilobytes. The editor works on COPY, a copy of the
+// log FILE; what it saved is compared. With LINES 0 FILE is any file and only keys are typed into its second line; with
+// "cat" as EDITOR and "sh" as PROGRAM that shows what the pty takes.
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
@@ -225,7 +224,7 @@ void save(const Task& task, Session& session, Figures& figures) {
 // A start takes milliseconds, in which other work on the machine shows: the shortest of many.
 void start(const Task& task, Figures& figures) {
     constexpr size_t SOON = 100000;  // lines that are loaded in next to no time
-    for (int i = task.lines < SOON ? 20 : 1; i > 0; --i) {
+    for (int i = task.lines < SOON ? 10 : 1; i > 0; --i) {
         const Session session(task.kind, task.program, task.original, 1);
         figures.add("first screen", session.started(), 0, session.peak_kb());
     }
@@ -306,9 +305,9 @@ void type(const Task& task, Figures& figures) {
 
 int main(int argc, char** argv) {
     const auto kind =
-        std::find_if(KINDS.begin(), KINDS.end(), [&](const Kind& k) { return argc == 7 && k.name == argv[1]; });
+        std::find_if(KINDS.begin(), KINDS.end(), [&](const Kind& k) { return argc == 6 && k.name == argv[1]; });
     if (kind == KINDS.end()) {
-        std::fputs("usage: kpe_screen_bench kpe|vim|ne|nano|cat PROGRAM FILE LINES COPY RUNS\n", stderr);
+        std::fputs("usage: kpe_screen_bench kpe|vim|ne|nano|cat PROGRAM FILE LINES COPY\n", stderr);
         return 2;
     }
     pin_to(0);
@@ -317,11 +316,9 @@ int main(int argc, char** argv) {
         const std::string text = contents(argv[3]);
         const Task task{*kind, argv[2], argv[3], argv[5], std::strtoul(argv[4], nullptr, 10), text};
         Figures figures;
-        for (long i = std::strtol(argv[6], nullptr, 10); i > 0; --i) {
-            if (task.lines == 0) {
-                type(task, figures);
-                continue;
-            }
+        if (task.lines == 0) {
+            type(task, figures);
+        } else {
             start(task, figures);
             search(task, figures);
             keys(task, figures);
