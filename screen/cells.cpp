@@ -97,6 +97,15 @@ std::wstring_view CellRow::marks(size_t i) const {
     return mark > 0 ? std::wstring_view(marks_[mark - 1]) : std::wstring_view();
 }
 
+size_t CellRow::alike(size_t i, const CellRow& other, size_t j) const {
+    const size_t most = std::min(width() - i, other.width() - j);
+    const bool plain = marks_.empty() && other.marks_.empty();
+    if (plain && std::memcmp(cells_.data() + i, other.cells_.data() + j, most * sizeof(Cell)) == 0) return most;
+    size_t count = 0;
+    while (count < most && same(i + count, other, j + count)) ++count;
+    return count;
+}
+
 void CellRow::insert_blanks(size_t at, size_t count) {
     const auto from = cells_.begin() + static_cast<std::ptrdiff_t>(at);
     std::move_backward(from, cells_.end() - static_cast<std::ptrdiff_t>(count), cells_.end());

@@ -43,6 +43,8 @@ public:
         if (std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b) && a.mark == 0) return true;
         return (a.mark != 0 || b.mark != 0) && a.base == b.base && a.reverse == b.reverse && marks(i) == other.marks(j);
     }
+    // How many cells from i on look like those of other from j on.
+    size_t alike(size_t i, const CellRow& other, size_t j) const;
     // Blanks come in between from cell at on, the last cells fall off; or the cells from at on go, blanks come in at
     // the end. at + count <= width(), and all_single().
     void insert_blanks(size_t at, size_t count);

@@ -35,18 +35,16 @@ size_t end_of_text(const CellRow& cells) {
     return end;
 }
 
-// How many cells from column from on are not the same.
-size_t differing(const CellRow& a, const CellRow& b, size_t from) {
+// Whether more than so many cells from column from on are not the same.
+bool many_differ(const CellRow& a, const CellRow& b, size_t from, size_t most) {
     size_t count = 0;
-    for (size_t i = from; i < a.width(); ++i) count += !a.same(i, b, i);
-    return count;
+    for (size_t i = from; i < a.width() && count <= most; ++i) count += !a.same(i, b, i);
+    return count > most;
 }
 
 // Whether a from column i on looks like b from column j on, as far as both go.
 bool same_text(const CellRow& a, size_t i, const CellRow& b, size_t j) {
-    while (i < a.width() && j < b.width())
-        if (!a.same(i++, b, j++)) return false;
-    return true;
+    return a.alike(i, b, j) == std::min(a.width() - i, b.width() - j);
 }
 
 bool is(const char* capability, std::string_view bytes) { return capability != nullptr && capability == bytes; }
@@ -198,7 +196,7 @@ bool Painter::shift(int row, const CellRow& was, const CellRow& now, size_t from
     for (size_t count = 1; count <= MOST_SHIFTED && from + count < width; ++count) {
         const bool inserted = same_text(was, from, now, from + count);
         if (!inserted && !same_text(was, from + count, now, from)) continue;
-        if (differing(was, now, from) <= count + JUMP) return false;
+        if (!many_differ(was, now, from, count + JUMP)) return false;
         move_cursor(row, static_cast<int>(from));
         if (inserted ? !insert_blanks(count) : !remove_cells(count)) return false;
         scratch_ = was;
@@ -216,8 +214,8 @@ bool Painter::shift(int row, const CellRow& was, const CellRow& now, size_t from
 void Painter::send_difference(int row, const CellRow& was, const CellRow& now, size_t from, size_t to) {
     const auto inside = [&](size_t i) { return i < to && (now.is_second_half(i) || was.is_second_half(i)); };
     for (size_t i = from; i < to;) {
-        if (now.same(i, was, i)) {
-            ++i;
+        if (const size_t alike = now.alike(i, was, i); alike > 0) {
+            i += alike;
             continue;
         }
         size_t start = i, end = i + 1;
@@ -233,8 +231,7 @@ void Painter::send_difference(int row, const CellRow& was, const CellRow& now, s
 
 void Painter::change(int row, const CellRow& was, const CellRow& now) {
     const size_t width = now.width();
-    size_t from = 0;
-    while (from < width && now.same(from, was, from)) ++from;
+    const size_t from = now.alike(0, was, 0);
     if (from == width) return;
     if (was.all_single() && now.all_single() && shift(row, was, now, from)) {
         send_difference(row, scratch_, now, from, width);
