@@ -86,7 +86,8 @@ void Editor::draw_line(int screen_row, size_t row, std::string_view line, size_t
         if (row == span->r1) from = std::min(span->c1, line.size());
         to = row == span->r2 ? std::min(span->c2, line.size()) : line.size();
     }
-    const std::string gutter = show_line_numbers_ ? std::to_string(row + 1) + ' ' : "";
+    std::string gutter;
+    if (show_line_numbers_) gutter = std::to_string(row + 1) + ' ';
     const size_t left = std::min(truncate_ ? 0 : left_col_, line.size());
     const size_t room = width - std::min(gutter.size(), width);
     const std::string_view shown = kpe_text_from(kpe_text_until(line, left + room), left);

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <curses.h>
 #include <cwchar>
 #include <term.h>
@@ -174,8 +175,13 @@ void Painter::send_cells(int row, const CellRow& cells, size_t from, size_t to) 
 
 // By the capability that takes a number, else by the one for a single cell unless that needs a mode.
 bool Painter::send_times(const char* several, const char* once, const char* mode, size_t count) {
+    constexpr std::string_view NUMBER = "\033[%p1%d";  // and one letter, as ECMA-48 has it: put together sooner here
     const int n = static_cast<int>(count);
-    if (several) {
+    if (several && std::string_view(several).starts_with(NUMBER) && std::strlen(several) == NUMBER.size() + 1) {
+        out_ += "\033[";
+        append_number(out_, n);
+        out_ += several[NUMBER.size()];
+    } else if (several) {
         send(tiparm(several, n));
     } else if (once && !mode) {
         for (int i = 0; i < n; ++i) send(once);
