@@ -28,7 +28,8 @@ constexpr std::string_view LIKE_XTERM[] = {
 };
 constexpr const char* XTERM = "xterm-256color";
 
-// What obstacle() found for the session to come: the entry, and the size by the terminal, the environment or the entry.
+// What obstacle() found for the session to come: the entry, and the size by the environment or else the entry, for a
+// terminal that does not tell its own.
 const char* g_entry = nullptr;
 ScreenSize g_entry_size;
 
@@ -119,10 +120,7 @@ SCREEN* new_screen() {
 Ability ability_of(const char* name) {
     TERMINAL* const current = cur_term;
     int error = 0;
-    use_tioctl(TRUE);  // LINES and COLUMNS would hide a change of size
-    const bool known = setupterm(name, STDOUT_FILENO, &error) == OK;
-    use_tioctl(FALSE);
-    if (!known) return error == 1 ? Ability::Limited : Ability::Unknown;
+    if (setupterm(name, STDOUT_FILENO, &error) != OK) return error == 1 ? Ability::Limited : Ability::Unknown;
     const bool moves = cursor_address != nullptr && !hard_copy && !generic_type;
     g_entry_size = {lines, columns};
     TERMINAL* const tried = set_curterm(current);
@@ -173,6 +171,7 @@ void take_screen_back() {
     g_curses_active = true;
     reset_prog_mode();
     send_gathered();
+    keypad(stdscr, TRUE);  // leaving the screen ended it
     kpe_expect_typed_before(kpe_end_type_ahead());
     adopt_size();
     kpe_repaint();
@@ -213,6 +212,7 @@ CursesSession::CursesSession() : outermost_(!g_curses_active) {
     }
     const ScreenSize told = size_of_terminal();
     g_size = {told.rows > 0 ? told.rows : g_entry_size.rows, told.cols > 0 ? told.cols : g_entry_size.cols};
+    if (getmaxy(stdscr) != g_size.rows) resize_term(g_size.rows, WINDOW_COLUMNS);
     kpe_set_terminal_reset((exit_ca_mode ? exit_ca_mode : "") + std::string("\033>"));
     raw();
     noecho();

@@ -43,6 +43,7 @@ TEST(EndOfInput, StoppedAndContinuedTheScreenComesBack) {
     EXPECT_GE(s.sent("\033>"), 1U);
     s.signal(SIGCONT);
     s.wait_until([&] { return s.sent("line 7") > 0; });
+    EXPECT_EQ(s.sent("\033[?1h"), 1U);  // else arrow keys would be typed
     s.keys("y");
     EXPECT_EQ(s.row(0), "xyline 1");
 }
