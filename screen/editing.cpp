@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <curses.h>
 #include <string_view>
 
 #include "app/process.h"

@@ -38,7 +38,6 @@ private:
         CellRow cells;
         bool changes = false;
     };
-    void set_size(size_t rows, size_t cols);
     void scroll_rows();
     void take_over(int first, int last, int distance);
 
