@@ -95,6 +95,12 @@ bool is_set_and_not_zero(const char* name) {
     return value && *value && std::string_view(value) != "0";
 }
 
+// A file that is opened later must not become a standard stream: what is printed would be written into it.
+void open_standard_streams() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) std::exit(1);
+}
+
 void redirect_tty() {
     const char* const path = std::getenv("RZ_TTY");
     if (!path || !*path) return;
@@ -143,6 +149,7 @@ int edit(Options&& options, bool versioning) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    open_standard_streams();
     if (argc < 2) {
         print_usage(argc > 0 ? argv[0] : nullptr);
         return 1;
