@@ -26,11 +26,14 @@ constexpr char CTRL_Z = 26;
 // status, or -1 if it could not be run.
 int run_in_shell(const std::string& command) {
     kpe_flush();
-    struct sigaction ignore = {}, old_int = {}, old_quit = {};
+    struct sigaction ignore = {}, usual = {}, old_int = {}, old_quit = {}, old_child = {};
     ignore.sa_handler = SIG_IGN;
+    usual.sa_handler = SIG_DFL;  // where SIGCHLD is ignored, nobody is told how a child ended
     sigemptyset(&ignore.sa_mask);
+    sigemptyset(&usual.sa_mask);
     sigaction(SIGINT, &ignore, &old_int);
     sigaction(SIGQUIT, &ignore, &old_quit);
+    sigaction(SIGCHLD, &usual, &old_child);
     const pid_t child = fork();
     if (child == 0) {
         sigaction(SIGINT, &old_int, nullptr);
@@ -49,6 +52,7 @@ int run_in_shell(const std::string& command) {
     }
     sigaction(SIGINT, &old_int, nullptr);
     sigaction(SIGQUIT, &old_quit, nullptr);
+    sigaction(SIGCHLD, &old_child, nullptr);
     return status;
 }
 
