@@ -12,8 +12,8 @@ extern const char* const KPE_RELEASE_DATE;
 
 // Set by kpe_sigint_handler, and by a signal that ends the process; polled by long operations.
 extern volatile std::sig_atomic_t g_kpe_abort_requested;
-// The number of the signal that asked the process to end (SIGHUP, SIGTERM, SIGQUIT, SIGPIPE; SIGINT while no
-// operation takes it as an interrupt), else 0. Handlers do no more than to set it: whatever waits or lasts gives up,
+// The number of the signal that asked the process to end (see kpe_ending_signals; SIGINT while no operation takes it
+// as an interrupt), else 0. Handlers do no more than to set it: whatever waits or lasts gives up,
 // and the session ends where its texts are whole (Editor::obey_end_signal).
 extern volatile std::sig_atomic_t g_kpe_end_signal;
 // Whether curses has the terminal.
@@ -31,11 +31,17 @@ void kpe_safe_endwin();
 // Makes the process safe before anything is edited: SIGXFSZ becomes an error of the write it belongs to, and the
 // signals that end the process set g_kpe_end_signal. Those that were ignored at the start stay ignored.
 //
-// From such a signal on nothing can hold up the end for long. Once a second what waits in a system call is woken up,
-// and output that nobody takes is sent to nowhere; after some seconds, or when the signal comes again after the first
-// of them, the process ends there and then. (Signals come in pairs: of a terminal that was closed the shell and the
-// kernel tell both.)
+// From such a signal on nothing but a file that is being written (FileWork) can hold up the end for long. Once a second
+// what waits in a system call is woken up, and output that nobody takes is sent to nowhere; after ten seconds, or
+// when the signal comes again after the first of them, the process ends there and then. (Signals come in pairs: of a
+// terminal that was closed the shell and the kernel tell both.) While a file is being written, only a signal that comes
+// again ends it, and only when nothing was written for ten seconds.
+//
+// A crash gives the terminal back, has a child process keep the texts that can be kept, and then ends the process by
+// its signal as it would have.
 void kpe_install_signal_handlers();
+// What keeps the texts after a crash: called in a child process, where anything may be out of order. null: nothing.
+void kpe_set_rescue(void (*rescue)());
 // Puts the default actions back in a child between fork and exec.
 void kpe_default_signals_for_child();
 // Ends the process by g_kpe_end_signal, with all that was printed handed over.

@@ -10,6 +10,8 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include "system/file_work.h"
+
 namespace {
 
 bool again() { return errno == EINTR; }
@@ -23,6 +25,7 @@ bool read_piece(int from, char* bytes, size_t size, off_t at) {
         if (n == 0) errno = EIO;
         if (n == 0 || (n < 0 && !again())) return false;
         if (n > 0) done += static_cast<size_t>(n);
+        FileWork::progress();
     }
     return true;
 }
@@ -35,6 +38,7 @@ size_t write_piece(int to, const char* bytes, size_t size, off_t at) {
         if (n == 0) errno = ENOSPC;
         if (n == 0 || (n < 0 && !again())) break;
         if (n > 0) done += static_cast<size_t>(n);
+        FileWork::progress();
     }
     return done;
 }
@@ -61,17 +65,6 @@ bool FileHandle::close() {
     const int fd = std::exchange(fd_, -1);
     return fd < 0 || ::close(fd) == 0 || errno == EINTR;
 }
-
-SignalHold::SignalHold(std::initializer_list<int> signals) {
-    sigset_t held;
-    sigemptyset(&held);
-    for (const int signal : signals) sigaddset(&held, signal);
-    pthread_sigmask(SIG_BLOCK, &held, &before_);
-}
-
-SignalHold::SignalHold() : SignalHold({SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGTSTP}) {}
-
-SignalHold::~SignalHold() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
 
 int kpe_sync(int fd) {
     return kpe_retry([fd] { return fsync(fd); });
@@ -105,6 +98,7 @@ bool kpe_write_all(int fd, std::string_view first, std::string_view second, cons
         if (n == 0) errno = ENOSPC;
         if (n == 0 || (n < 0 && !again())) return false;
         if (n < 0) continue;
+        FileWork::progress();
         const size_t written = static_cast<size_t>(n), from_first = std::min(written, first.size());
         first.remove_prefix(from_first);
         second.remove_prefix(written - from_first);

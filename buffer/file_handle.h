@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <csignal>
 #include <ctime>
-#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -26,20 +25,6 @@ private:
     int fd_ = -1;
 };
 
-// Holds the signals back while it lives; what arrived meanwhile is delivered at its end.
-class SignalHold {
-public:
-    explicit SignalHold(std::initializer_list<int> signals);
-    SignalHold();  // those by which a user or a closing terminal ends or stops a process
-    ~SignalHold();
-    SignalHold(const SignalHold&) = delete;
-    SignalHold& operator=(const SignalHold&) = delete;
-    const sigset_t& before() const { return before_; }  // for a wait that lets them in
-
-private:
-    sigset_t before_;
-};
-
 // Makes the call again as long as a signal interrupts it.
 template <class Call>
 auto kpe_retry(Call call) -> decltype(call()) {
@@ -58,6 +43,7 @@ struct FileState {
     timespec modified{}, changed{};
 
     bool operator==(const FileState& other) const;
+    bool is_file(const FileState& other) const { return dev == other.dev && ino == other.ino; }  // changed or not
 };
 FileState kpe_file_state(int fd);
 // The kernel's own name of an open file, by which also one without a name can be reached.

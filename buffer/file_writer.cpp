@@ -13,6 +13,7 @@
 #include "buffer/file_handle.h"
 #include "buffer/new_text.h"
 #include "buffer/safety_copy.h"
+#include "system/signals.h"
 
 // How a regular file is saved:
 //  1. open() tries the old file for writing, without truncating it, and makes a new file beside it.
@@ -80,6 +81,7 @@ struct FileWriter::State {
     std::string gathered;
     std::string kept;  // a copy of the old text, which could not be put back
     std::optional<FileState> known;
+    KpeToldOfCopy before_overwrite;
     std::string changed;  // a copy of the file that was there instead of the known one
     FileState made;       // the file that holds the new text after commit()
     int error = 0;
@@ -170,7 +172,7 @@ bool FileWriter::State::commit_plain() { return sync_plain(target.fd()) && targe
 
 bool FileWriter::State::commit_new() {
     if (!text.sync()) return false;
-    const SignalHold hold;  // the name for a moment must not stay
+    const SignalHold hold(kpe_ending_signals_and({SIGTSTP}));  // the name for a moment must not stay
     int result = text.take_name();
     taken = refuse && result != 0 && errno == EEXIST;
     if (!refuse && result != 0 && errno == EEXIST) {  // made by somebody meanwhile
@@ -185,7 +187,7 @@ bool FileWriter::State::commit_over() {
     if (fstat(target.fd(), &old) != 0) return false;
     if (old.st_nlink > 1 || !kpe_copy_attributes(target.fd(), text.fd())) return overwrite();
     if (!text.sync() || !keep_changed()) return false;
-    const SignalHold hold;
+    const SignalHold hold(kpe_ending_signals_and({SIGTSTP}));
     if (!text.name()) return refused() && overwrite();
     const int result = text.replace();
     if (result != 0 && refused()) return overwrite();
@@ -222,7 +224,8 @@ bool FileWriter::State::overwrite() {
         errno = ESTALE;
         return false;
     }
-    if (!keep_changed(old.fd()) || !kpe_overwrite({target.fd(), old.fd(), text.fd()}, label(), kept)) return false;
+    if (!keep_changed(old.fd())) return false;
+    if (!kpe_overwrite({target.fd(), old.fd(), text.fd()}, label(), before_overwrite, kept)) return false;
     made = kpe_file_state(target.fd());
     return true;
 }
@@ -272,6 +275,8 @@ bool FileWriter::commit() {
 bool FileWriter::taken() const { return state_ && state_->taken; }
 
 void FileWriter::expect(const FileState& known) { state_->known = known; }
+
+void FileWriter::before_overwrite(KpeToldOfCopy tell) { state_->before_overwrite = std::move(tell); }
 
 FileState FileWriter::made() const { return state_ ? state_->made : FileState(); }
 

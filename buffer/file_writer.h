@@ -1,6 +1,7 @@
 #pragma once
 
 #include <csignal>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -28,6 +29,8 @@ public:
     // at commit() and is not this file, unchanged, is kept as a safety copy before it is replaced; where it cannot
     // be kept, commit() fails.
     void expect(const FileState& known);
+    // After open(): what is told, with the path of the safety copy, before a file is written over where it stands.
+    void before_overwrite(std::function<void(const std::string& copy)> tell);
     // Adds bytes; small pieces are gathered, large ones (1 MB and more) go out as they are. false after
     // the first failure; commit() fails then.
     bool write(std::string_view bytes);

@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include "buffer/state_directory.h"
+#include "system/file_work.h"
+#include "system/signals.h"
 
 namespace {
 
@@ -124,30 +126,33 @@ FileHandle kpe_make_nameless_state_file() {
     return file;
 }
 
-bool kpe_keep_copy(int fd, const std::string& label, std::string& path) {
+bool kpe_keep_copy(int fd, const std::string& label, std::string& path, std::optional<off_t> size) {
     struct stat st;
-    if (fstat(fd, &st) != 0) return false;
+    if (!size && fstat(fd, &st) != 0) return false;
     SafetyCopy copy;
-    if (!copy.make(fd, st.st_size, label)) return false;
+    if (!copy.make(fd, size.value_or(st.st_size), label)) return false;
     path = copy.path();
     return true;
 }
 
 // The order: safety copy written, synced with its directory, new bytes written over the old, length set,
 // synced, safety copy removed. Until the last step a crash leaves the old text in the safety copy.
-bool kpe_overwrite(const Overwrite& files, const std::string& label, std::string& kept) {
+bool kpe_overwrite(const Overwrite& files, const std::string& label, const KpeToldOfCopy& before, std::string& kept) {
     struct stat old, text;
     if (fstat(files.old, &old) != 0 || fstat(files.text, &text) != 0) return false;
-    const SignalHold hold;
+    const SignalHold hold(kpe_ending_signals_and({SIGTSTP}));
     SafetyCopy copy;
     if (!copy.make(files.old, old.st_size, label)) return false;
 
+    FileWork::old_text_in(copy.path());
+    if (before) before(copy.path());
     const bool done = write_over(files, old.st_size, text.st_size);
     const int error = errno;
     if (done || put_back(files, copy.fd(), old.st_size))
         copy.remove();
     else
         kept = copy.path();
+    FileWork::old_text_in(kept);
 
     // Writing may have taken special mode bits away; only the owner can give them back.
     if (fstat(files.target, &text) == 0 && text.st_mode != old.st_mode) fchmod(files.target, old.st_mode & 07777);

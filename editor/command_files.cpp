@@ -52,6 +52,7 @@ void Editor::abort_missing_command_file(const std::string& name) {
 
 void Editor::run_startup_command_file(const std::string& path) {
     TextBuffer file;
+    note_used_file(path);
     if (!file.load(path)) abort_missing_command_file(path);
     command_file_refusals_ = 0;
     const Nested startup(startup_file_depth_);
@@ -116,17 +117,22 @@ std::optional<std::string> Editor::find_startup_file() const {
 }
 
 void Editor::run_command_file(const std::string& path, bool verbose) {
-    if (command_file_depth_ == 0) command_file_refusals_ = 0;
     if (command_file_depth_ >= MAX_NESTING) {
         ++command_file_refusals_;
         kpe_complain(verbose, "Command files nested too deeply: " + path);
         return;
     }
+    note_used_file(path);
     TextBuffer file;
     if (!file.load(path)) {
         if (verbose) kpe_warn("?Unable to open command file " + path);
         return;
     }
+    run_commands(file, verbose);
+}
+
+void Editor::run_commands(const TextBuffer& file, bool verbose) {
+    if (command_file_depth_ == 0) command_file_refusals_ = 0;
     const Nested run(command_file_depth_);
     for (size_t i = 0; i < file.line_count() && !input_ended_ && command_file_refusals_ < MAX_REFUSALS; ++i) {
         const CommandResult result = execute_command(std::string(file.view(i)), verbose);

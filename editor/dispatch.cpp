@@ -64,6 +64,7 @@ struct Editor::VerbTable {
         return CommandResult::Continue;
     }
     static CommandResult help(Editor& e, const Call& c) {
+        if (e.help_name_ != "KPEHELP") e.note_used_file(e.help_name_);
         if (c.report) e.print_line_help(c.args);
         return CommandResult::Continue;
     }

@@ -7,10 +7,12 @@
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
+#include <utility>
 
 #include "app/process.h"
-#include "buffer/file_handle.h"
 #include "editor/report.h"
+#include "system/idle.h"
+#include "system/signals.h"
 
 namespace {
 
@@ -19,6 +21,7 @@ constexpr size_t INPUT_SIZE = 64 * 1024;
 
 char g_input[INPUT_SIZE];
 size_t g_input_next = 0, g_input_end = 0;
+InputFrom::Source g_source = InputFrom::Standard;
 size_t g_type_ahead = 0;  // bytes yet to be read that were typed while the terminal was raw
 
 termios g_saved_terminal;
@@ -38,15 +41,21 @@ void take_typed(char& c) {
     kpe_print(control ? std::string_view(shown, 2) : std::string_view(&c, 1));
 }
 
-// Waits until there is something to read. A signal that comes between the test of its flag and the wait
-// is held back until the wait itself: no question goes on after Ctrl/C. false: it asked to stop.
-bool wait_for_input() {
-    {
-        const SignalHold hold({SIGINT, SIGHUP, SIGQUIT, SIGTERM});
-        pollfd input = {STDIN_FILENO, POLLIN, 0};
-        while (!g_kpe_abort_requested && ppoll(&input, 1, nullptr, &hold.before()) < 0 && errno == EINTR) {
-        }
+// A signal that comes between the test of its flag and the wait is held back until the wait itself: no question goes
+// on after Ctrl/C. Whether the time was over before there was anything.
+bool wait_at_most(const std::optional<timespec>& limit) {
+    const SignalHold hold(kpe_ending_signals());
+    pollfd input = {STDIN_FILENO, POLLIN, 0};
+    while (!g_kpe_abort_requested) {
+        const int ready = ppoll(&input, 1, limit ? &*limit : nullptr, &hold.before());
+        if (ready >= 0 || errno != EINTR) return ready == 0;
     }
+    return false;
+}
+
+// Waits until there is something to read, and does what was put off until then. false: a signal asked to stop.
+bool wait_for_input() {
+    while (wait_at_most(IdleWork::longest_wait())) IdleWork::do_due();
     return !g_kpe_abort_requested;
 }
 
@@ -75,6 +84,7 @@ bool ended_by_ctrl_z(std::string_view line) {
 }  // namespace
 
 std::optional<std::string> kpe_read_line() {
+    if (g_source == InputFrom::Nowhere) return std::nullopt;
     std::string line;
     for (;;) {
         if (g_input_next == g_input_end && !fill_input()) {
@@ -94,6 +104,10 @@ std::optional<std::string> kpe_read_line() {
         }
     }
 }
+
+InputFrom::InputFrom(Source source) : before_(std::exchange(g_source, source)) {}
+
+InputFrom::~InputFrom() { g_source = before_; }
 
 void kpe_expect_type_ahead() { g_type_ahead = unread_bytes(); }
 

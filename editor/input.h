@@ -8,6 +8,18 @@
 // input (an unterminated last line counts as a line), on a read error, and when g_kpe_abort_requested gets
 // set while waiting, also by a signal that ends the process; other interruptions go on reading.
 std::optional<std::string> kpe_read_line();
+// Where kpe_read_line reads from for as long as it lives: standard input, or nowhere, which is at its end.
+class InputFrom {
+public:
+    enum Source { Standard, Nowhere };
+    explicit InputFrom(Source source);
+    ~InputFrom();
+    InputFrom(const InputFrom&) = delete;
+    InputFrom& operator=(const InputFrom&) = delete;
+
+private:
+    Source before_;
+};
 // What was typed up to now was typed while the terminal was raw: in it a carriage return ends a line, and
 // nothing was shown, so kpe_read_line shows it when its turn comes. After the terminal has its usual mode again.
 void kpe_expect_type_ahead();

@@ -1,44 +1,21 @@
+#include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <chrono>
+#include <cstring>
 
-#include "buffer/file_handle.h"
-#include "config/n3_rzconfig.h"
+#include "editor/input.h"
 #include "editor/kpe.h"
 #include "editor/report.h"
+#include "files/file_place.h"
+
+using namespace std::chrono_literals;
 
 namespace {
 
-// Whether the name is a symbolic link that somebody else made: one that may lead us anywhere.
-bool is_foreign_link(const std::string& path) {
-    struct stat link;
-    return lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode) && link.st_uid != geteuid();
-}
+// What is typed goes to the disk when nothing was typed for a moment, and at most once a second.
+constexpr std::chrono::milliseconds SYNC_DELAY = 1s;
 
-// Opens the journal for appending, created for its owner alone; -1 if that cannot be. Symbolic links are
-// followed only if they are the user's own; a pipe or a device is no journal, and never waited for.
-int open_journal(const std::string& path) {
-    constexpr int FLAGS = O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
-    int fd = kpe_retry([&] { return open(path.c_str(), FLAGS | O_NOFOLLOW, 0600); });
-    if (fd < 0 && errno == ELOOP) {
-        if (is_foreign_link(path)) return -1;
-        fd = open(path.c_str(), FLAGS, 0600);
-    }
-    struct stat st;
-    if (fd >= 0 && (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))) {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
-
-// Adds the whole line or nothing: half a line would become another command with the next one behind it.
-void add_line(int fd, const std::string& line) {
-    struct stat before;
-    if (fstat(fd, &before) != 0 || kpe_write_all(fd, line, "\n")) return;
-    kpe_retry([&] { return ftruncate(fd, before.st_size); });
-}
+constexpr const char* NULL_DEVICE = "/dev/null";  // named on purpose, to have no journal
 
 }  // namespace
 
@@ -47,36 +24,72 @@ std::string Editor::journal_path() const {
     return filename_.empty() ? ".kpe.jou" : filename_ + ".jou";
 }
 
-// Each line is in the file before it is executed. The file stays open, but a name that leads elsewhere by now
-// (removed, renamed, or another file is edited) is opened anew.
-void Editor::append_journal_line(const std::string& line) {
-    if (is_comment_or_blank(line)) return;
-    const std::string path = journal_path();
-    struct stat st;
-    const bool still_there = journal_.fd >= 0 && journal_.path == path && kpe_stat(path.c_str(), &st) == 0 &&
-                             st.st_dev == journal_.dev && st.st_ino == journal_.ino;
-    if (!still_there) {
-        if (journal_.fd >= 0) close(journal_.fd);
-        journal_ = {path, open_journal(path), 0, 0};
-        if (journal_.fd < 0 || fstat(journal_.fd, &st) != 0) return;
-        journal_.dev = st.st_dev;
-        journal_.ino = st.st_ino;
-    }
-    add_line(journal_.fd, line);
+void Editor::note_used_file(const std::string& path) {
+    if (path.empty() || !used_files_.insert(path).second) return;
+    if (journal_.is_open() && kpe_same_place(path, journal_path())) end_journal("it is a file of this session");
 }
 
+bool Editor::is_used_file(const std::string& path) const {
+    const auto same = [&](const std::string& used) { return kpe_same_place(used, path); };
+    return std::any_of(used_files_.begin(), used_files_.end(), same) ||
+           std::any_of(all_files_.begin(), all_files_.end(), same) || (output_file_ && same(*output_file_));
+}
+
+// Once a line is missing, those behind it would be replayed over another text.
+void Editor::end_journal(const std::string& reason) {
+    const std::string path = journal_path();
+    ended_journals_.insert(path);
+    journal_.close();
+    if (!reason.empty() && path != NULL_DEVICE)
+        tell_user("?This session has no journal from here on, " + path + ": " + reason);
+}
+
+// Each line is in the file before it is executed.
+void Editor::append_journal_line(const std::string& line) {
+    using Result = JournalFile::Result;
+    const std::string path = journal_path();
+    if (is_comment_or_blank(line) || ended_journals_.contains(path)) return;
+    if (!journal_.is_at(path) && is_used_file(path)) return end_journal("it is a file of this session");
+    switch (journal_.open(path)) {
+        case Result::Refused:
+            return end_journal(journal_.reason());
+        case Result::Failed:
+            return end_journal("");
+        case Result::Done:
+            break;
+    }
+    if (journal_.append(line) != Result::Done) return end_journal(std::strerror(errno));
+    journal_sync_.ask(SYNC_DELAY);
+}
+
+void Editor::sync_journal() {
+    if (!journal_.sync()) journal_sync_.ask(SYNC_DELAY);
+}
+
+// A journal that others can write to would have their commands carried out with our rights.
 void Editor::try_recover_journal() {
     const std::string path = journal_path();
-    if (file_exists(path) && !is_foreign_link(path)) {
+    std::string refused;
+    const FileHandle journal = kpe_open_journal(path, refused);
+    TextBuffer commands;
+    if (journal.is_open() && commands.load(path) && kpe_file_state(journal.fd()).is_file(commands.loaded_file())) {
         kpe_say(true, "Recovering from " + path);
-        run_command_file(path, /*verbose=*/true);
-    } else {
-        kpe_complain(true, "No journal file: " + path);
+        replayed_journal_ = path;
+        // What was typed for a command to read is not in a journal, and what is typed now was meant for the prompt.
+        const InputFrom nowhere(InputFrom::Nowhere);
+        run_commands(commands, /*verbose=*/true);
+        return;
     }
+    kpe_complain(true, "No journal file: " + path);
+    if (!refused.empty()) tell_user("?The journal is not replayed: it " + refused);
 }
 
 // Only a file that could be a journal goes: somebody may have named a pipe, or /dev/null to have none.
 void Editor::delete_journal_file() {
     const std::string path = journal_path();
-    if (file_exists(path)) unlink(path.c_str());
+    if (!file_exists(path) || is_used_file(path)) return;
+    std::string kept;
+    const auto result = journal_.remove(path, /*keep_old=*/path != replayed_journal_, kept);
+    if (!kept.empty()) tell_user("?A journal that was never replayed is kept in " + kept);
+    if (result == JournalFile::Result::Refused) tell_user("?The journal " + path + " stays: " + journal_.reason());
 }

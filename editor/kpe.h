@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -15,6 +16,8 @@
 #include "buffer/file_handle.h"
 #include "buffer/match.h"
 #include "buffer/text_buffer.h"
+#include "files/journal_file.h"
+#include "system/idle.h"
 
 // The one session object: it owns the text, the settings and everything a command can change.
 //
@@ -82,6 +85,9 @@ public:
     // --- Session: editor/session.cpp ---
     Editor(std::vector<std::string> files, std::optional<std::string> command_file,
            std::optional<std::string> output_file, bool read_only, bool recover, std::optional<std::string> journal);
+    ~Editor();
+    Editor(const Editor&) = delete;
+    Editor& operator=(const Editor&) = delete;
     void set_debug_keys(bool on) { debug_keys_ = on; }
     void set_no_command(bool on) { no_command_ = on; }
     void enable_versioning(bool on);  // false never switches it off
@@ -280,6 +286,11 @@ private:
     void keep_text(const std::string& name);
     void keep_texts();
     void tell_kept();
+    // The same after a crash, in a child process: it touches nothing that it need not.
+    static void rescue_after_crash();
+    // One line for a person: on standard error if that is a terminal, on the message line of a screen. A script never
+    // sees it.
+    void tell_user(const std::string& message);
     // If a signal asked for the end of the process, ends it now; nothing while curses has the terminal. Called
     // between commands, where every text is whole.
     void obey_end_signal();
@@ -287,8 +298,14 @@ private:
     // --- Journal: editor/journal.cpp ---
     std::string journal_path() const;
     void append_journal_line(const std::string& line);
+    void sync_journal();
+    void end_journal(const std::string& reason);  // for good; an empty reason is not told
     void try_recover_journal();
+    // After a successful EXIT. Lines that an earlier session left, and that were not replayed, are kept elsewhere.
     void delete_journal_file();
+    // A file that this session edits, reads or writes is never taken for a journal: not appended to and not removed.
+    void note_used_file(const std::string& path);
+    bool is_used_file(const std::string& path) const;
 
     // --- Command files: editor/command_files.cpp ---
     std::optional<std::string> resolve_command_file(const std::string& name);
@@ -299,6 +316,7 @@ private:
     static std::string join_path(const std::string& dir, const std::string& name);
     std::optional<std::string> find_startup_file() const;
     void run_command_file(const std::string& path, bool verbose);
+    void run_commands(const TextBuffer& file, bool verbose);
 
     // --- Screen session and display: screen/loop.cpp, screen/draw.cpp ---
     void screen_mode();
@@ -503,13 +521,13 @@ private:
     };
     std::map<std::string, LineStore> on_disk_;  // by buffer name: what was last loaded or saved
     std::vector<Rescued> rescued_;              // and not told yet
+    static Editor* after_crash_;                // whose texts are rescued then
     bool at_terminal_ = false;                  // standard input was one at the start
 
-    // --- The journal, held open; see append_journal_line ---
-    struct OpenJournal {
-        std::string path;
-        int fd = -1;
-        dev_t dev = 0;
-        ino_t ino = 0;
-    } journal_;
+    // --- The journal ---
+    JournalFile journal_;  // the one that lines were appended to last
+    IdleWork journal_sync_{[this] { sync_journal(); }};
+    std::set<std::string> ended_journals_;  // paths that get no more lines
+    std::string replayed_journal_;          // its lines are in the text
+    std::set<std::string> used_files_;      // paths that were edited, read or written; see note_used_file
 };

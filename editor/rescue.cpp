@@ -9,6 +9,7 @@
 #include "buffer/rescue_file.h"
 #include "editor/kpe.h"
 #include "editor/report.h"
+#include "system/file_work.h"
 
 namespace {
 
@@ -51,6 +52,7 @@ void Editor::keep_text(const std::string& name) {
     std::string path;
     FileHandle file = kpe_make_rescue_file(filename_, name, path);
     if (path.empty()) return;
+    const FileWork work(path);
     const bool whole = file.is_open() && kpe_write_rows(file.fd(), lines);
     const std::string reason = whole ? "" : std::strerror(errno);
     if (!whole && (!file.is_open() || lseek(file.fd(), 0, SEEK_CUR) <= 0)) {
@@ -68,14 +70,15 @@ void Editor::keep_texts() {
     for (const auto& [name, text] : buffers_) keep_text(name);
 }
 
+void Editor::tell_user(const std::string& message) {
+    if (isatty(STDERR_FILENO) == 0) return;
+    if (g_curses_active) message_ = message;
+    if (!kpe_at_line_start() && isatty(STDOUT_FILENO) != 0) kpe_print("\n");
+    kpe_warn(message);
+}
+
 void Editor::tell_kept() {
-    const bool terminal = isatty(STDERR_FILENO) != 0;
-    for (const Rescued& text : rescued_) {
-        if (!terminal) break;
-        if (g_curses_active) message_ = text.message;
-        if (!kpe_at_line_start() && isatty(STDOUT_FILENO) != 0) kpe_print("\n");
-        kpe_warn(text.message);
-    }
+    for (const Rescued& text : rescued_) tell_user(text.message);
     for (const Rescued& text : rescued_)
         if (text.file.is_open()) fsync(text.file.fd());
     rescued_.clear();
@@ -87,6 +90,17 @@ void Editor::rescue() {
         redo_stack_.clear();
         keep_texts();
         tell_kept();
+    } catch (const std::exception&) {
+        // There is nothing left to try.
+    }
+}
+
+Editor* Editor::after_crash_ = nullptr;
+
+void Editor::rescue_after_crash() {
+    try {
+        after_crash_->keep_texts();
+        after_crash_->tell_kept();
     } catch (const std::exception&) {
         // There is nothing left to try.
     }

@@ -7,6 +7,7 @@
 #include "config/n3_rzconfig.h"
 #include "editor/kpe.h"
 #include "editor/report.h"
+#include "system/file_work.h"
 
 namespace {
 
@@ -66,6 +67,8 @@ std::string Editor::resolve_write_path(const std::string& path) const {
 
 Editor::Written Editor::write_lines_file(const std::string& path, const LineStore& lines, bool must_be_new) {
     kpe_flush();  // the file may be the terminal or the pipe that the output goes to
+    note_used_file(path);
+    const FileWork work(path);
     FileWriter file;
     const bool edited = path == filename_ || same_file(path, filename_);
     const auto existing = must_be_new ? FileWriter::Existing::Refuse : FileWriter::Existing::Replace;
@@ -73,6 +76,10 @@ Editor::Written Editor::write_lines_file(const std::string& path, const LineStor
         return file.taken() ? Written::Taken : Written::Failed;
     }
     if (edited) file.expect(edited_file_);
+    // Who has asked for the end may lose patience: then they know which file is half written, and where the other is.
+    file.before_overwrite([&](const std::string& copy) {
+        if (g_kpe_end_signal) tell_user("?Writing " + path + " where it stands; its old text is in " + copy);
+    });
     const bool records = rms_fixed_ && rms_fixed_len_ > 0;
     const bool empty_text = !records && lines.size() == 1 && lines.view(0).empty();
     bool good = true;

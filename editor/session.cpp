@@ -21,11 +21,19 @@ Editor::Editor(std::vector<std::string> files, std::optional<std::string> comman
     versioning_ = versions && *versions && std::string(versions) != "0";
 }
 
+Editor::~Editor() {
+    if (after_crash_ != this) return;
+    kpe_set_rescue(nullptr);
+    after_crash_ = nullptr;
+}
+
 void Editor::enable_versioning(bool on) {
     if (on) versioning_ = true;
 }
 
 int Editor::run() {
+    after_crash_ = this;
+    kpe_set_rescue(rescue_after_crash);
     at_terminal_ = isatty(STDIN_FILENO) != 0;
     std::optional<std::string> startup;
     if (!no_command_) {
@@ -52,6 +60,7 @@ int Editor::run() {
 void Editor::load_current_file() {
     const AbortGuard guard;  // Ctrl/C ends the reading of a pipe or of an endless device
     buffer_ = TextBuffer();
+    note_used_file(filename_);
     file_existed_ = buffer_.load(filename_, &g_kpe_abort_requested);
     buffer_.set_filename(filename_);
     edited_file_ = buffer_.loaded_file();

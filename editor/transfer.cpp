@@ -178,6 +178,7 @@ void Editor::include_file_command(const std::string& args, bool report) {
     const std::string name = strip_optional_quotes(trim(args));
     const auto tell = [&](const std::string& line) { report ? kpe_say(true, line) : kpe_warn(line); };
     const AbortGuard guard;
+    note_used_file(name);
     FileContent content = kpe_read_file(name, &g_kpe_abort_requested);
     if (check_abort(report)) return;
     if (content.end == End::Missing || content.end == End::Refused) {

@@ -10,9 +10,10 @@
 #include <unistd.h>
 
 #include "app/process.h"
-#include "buffer/file_handle.h"
 #include "screen/curses_session.h"
 #include "screen/n3_kpe_keymap.h"
+#include "system/idle.h"
+#include "system/signals.h"
 
 namespace {
 
@@ -73,13 +74,24 @@ bool byte_waits() {
 enum class Waited { Input, Signal, TimeUp };
 
 // A signal that comes between the test of its flag and the wait is held back until the wait itself.
-Waited wait_for_byte(const timespec* limit) {
-    const SignalHold hold({SIGINT, SIGHUP, SIGQUIT, SIGTERM, SIGWINCH, SIGTSTP, SIGCONT});
+Waited wait_at_most(const timespec* limit) {
+    const SignalHold hold(kpe_ending_signals_and({SIGWINCH, SIGTSTP, SIGCONT}));
     if (signal_noted()) return Waited::Signal;
     pollfd input = {STDIN_FILENO, POLLIN, 0};
     const int polled = ppoll(&input, 1, limit, &hold.before());
     if (polled < 0 && errno == EINTR) return Waited::Signal;
     return polled == 0 ? Waited::TimeUp : Waited::Input;
+}
+
+// Without a limit, does what was put off until nothing is typed.
+Waited wait_for_byte(const timespec* limit) {
+    if (limit) return wait_at_most(limit);
+    for (;;) {
+        const std::optional<timespec> idle = IdleWork::longest_wait();
+        const Waited waited = wait_at_most(idle ? &*idle : nullptr);
+        if (waited != Waited::TimeUp) return waited;
+        IdleWork::do_due();
+    }
 }
 
 // One byte and no more: what was typed ahead stays the terminal's, for a command that reads lines. false: there

@@ -2,6 +2,7 @@
 #include <new>
 
 #include "app/process.h"
+#include "editor/input.h"
 #include "editor/kpe.h"
 #include "editor/report.h"
 #include "screen/curses_session.h"
@@ -14,6 +15,7 @@ void Editor::screen_mode() {
         return;
     }
     append_journal_line("CHANGE");
+    const InputFrom keyboard(InputFrom::Standard);  // also where a journal is replayed
     {
         const CursesSession session;
         if (session.started()) screen_loop();

@@ -1,6 +1,8 @@
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <linux/aio_abi.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -10,6 +12,8 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <string_view>
 
 // Preloaded into the program: makes one of its calls on files fail, or ends the program there.
@@ -19,12 +23,16 @@
 //   KPE_FAULT_AT       which of them is hit, from 1
 //   KPE_FAULT          what it does: an error by its name; "short": half of a write; "before": the program is
 //                      killed; "full": half of a write, from then on no room for anything; "dead": from
-//                      then on every call is EIO; "stuck": no fsync anywhere ever ends, whatever signals come
+//                      then on every call is EIO; "stuck": no fsync anywhere ever ends, whatever signals come;
+//                      "slow": large writes take two seconds, and make the file "slow"; "note syncs": what the
+//                      kernel is asked to sync is written to the file "syncs"
 //   KPE_FAULT_WITHOUT  what the file system does not know, as words: nameless files, a rename that never replaces
 //                      ("noreplace"), hard links ("links")
 // Without the C++ library, whose loading would take longer than the program's run.
 
 namespace {
+
+constexpr size_t LARGE = 60000;  // bytes: no line of a journal
 
 enum class Kind { Other, Write, Create };
 
@@ -133,6 +141,28 @@ const char* exposed(int fd) {
     return fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && (st.st_mode & 077) != 0 ? "exposed" : "";
 }
 
+void note(const char* file, const char* text) {
+    const int fd = open(file, O_WRONLY | O_CREAT | O_APPEND, 0600);
+    dprintf(fd, "%s", text);
+    close(fd);
+}
+
+void take_time(size_t bytes) {
+    if (fault != "slow" || bytes < LARGE) return;
+    note("slow", "");
+    timespec left = {2, 0};
+    while (nanosleep(&left, &left) != 0) {
+    }
+}
+
+void note_sync(int fd) {
+    struct stat st;
+    const char* const slash = strrchr(Place(fd).name, '/');
+    if (slash == nullptr || fstat(fd, &st) != 0) return;
+    note("syncs", S_ISDIR(st.st_mode) ? "." : slash + 1);
+    note("syncs", "\n");
+}
+
 bool lacks(const char* what) { return without.find(what) != std::string_view::npos; }
 
 }  // namespace
@@ -189,17 +219,30 @@ ssize_t write(int fd, const void* bytes, size_t size) {
 }
 
 ssize_t pwrite(int fd, const void* bytes, size_t size, off_t at) {
+    take_time(size);
     const Decision decision = decide("pwrite", Place(fd), Kind::Write, exposed(fd));
     return make(decision, [&] { return NEXT(pwrite)(fd, bytes, decision.half ? (size + 1) / 2 : size, at); });
 }
 
 ssize_t writev(int fd, const iovec* pieces, int count) {
+    take_time(pieces[0].iov_len);
     const Decision decision = decide("writev", Place(fd), Kind::Write, exposed(fd));
     return make(decision, [&] {
         if (!decision.half) return NEXT(writev)(fd, pieces, count);
         const iovec& piece = pieces[pieces[0].iov_len == 0 && count > 1 ? 1 : 0];
         return NEXT(write)(fd, piece.iov_base, (piece.iov_len + 1) / 2);
     });
+}
+
+long syscall(long number, ...) {
+    va_list more;
+    va_start(more, number);
+    long args[6];
+    for (long& arg : args) arg = va_arg(more, long);
+    va_end(more);
+    if (number == SYS_io_submit && fault == "note syncs")
+        note_sync(static_cast<int>((*reinterpret_cast<iocb**>(args[2]))->aio_fildes));
+    return NEXT(syscall)(number, args[0], args[1], args[2], args[3], args[4], args[5]);
 }
 
 int fsync(int fd) {

@@ -220,6 +220,81 @@ TEST(Rescue, AStoppedSessionCanBeEnded) {
     EXPECT_EQ(rescued(s.files()), (Texts{{"t.txt-MAIN", CHANGED}}));
 }
 
+// Whatever the signal means elsewhere; a crash as well, as far as a process that has crashed can.
+TEST(Rescue, EverySignalThatEndsAProcess) {
+    for (const int number : {SIGUSR1, SIGUSR2, SIGALRM, SIGXCPU, SIGPWR, SIGIO, SIGRTMIN + 1,
+#ifndef __SANITIZE_ADDRESS__
+                             SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL
+#endif
+         }) {
+        SCOPED_TRACE(number);
+        Terminal s(line_mode());
+        const termios before = s.modes();
+        s.keys(OWN);
+        s.signal(number);
+        EXPECT_EQ(s.status(), -number);
+        EXPECT_EQ(rescued(s.files()), (Texts{{"t.txt-MAIN", OWN_TEXT}}));
+        EXPECT_TRUE(same_modes(s.modes(), before));
+        EXPECT_GT(s.sent("\033>"), 0U);
+        EXPECT_EQ(s.sent("is kept in"), 1U);
+    }
+}
+
+// A rescue and a save that take longer than an end may wait for a terminal.
+TEST(Rescue, ASlowDiskIsWaitedFor) {
+    const std::string text = numbered_lines(20000);
+    screens::Setup setup = line_mode(text);
+    setup.env["LD_PRELOAD"] = KPE_FAILING_CALLS;
+    setup.env["KPE_FAULT"] = "slow";
+    setup.env["ASAN_OPTIONS"] = "verify_asan_link_order=0";
+    Terminal rescues(setup), saves(setup), overwrites(setup);
+    fs::create_hard_link(overwrites.files().path("t.txt"), overwrites.files().path("link"));
+    for (Terminal* s : {&rescues, &saves, &overwrites}) s->keys(EDIT);
+    for (Terminal* s : {&saves, &overwrites}) {
+        s->send(typed("EXIT"));
+        s->wait_until([&] { return fs::exists(s->files().path("slow")); });
+    }
+    for (Terminal* s : {&rescues, &saves, &overwrites}) s->signal(SIGTERM);
+    std::this_thread::sleep_for(1500ms);
+    for (Terminal* s : {&rescues, &saves, &overwrites}) s->signal(SIGTERM);
+    for (Terminal* s : {&rescues, &saves, &overwrites}) EXPECT_EQ(s->status(), -SIGTERM);
+    EXPECT_EQ(rescued(rescues.files()), (Texts{{"t.txt-MAIN", "x" + text}}));
+    EXPECT_EQ(saves.files().get("t.txt"), "x" + text);
+    EXPECT_EQ(overwrites.files().get("link"), "x" + text);
+}
+
+// What is typed is on its way to the disk soon, also while nothing more is typed.
+TEST(Rescue, TheJournalIsSynced) {
+    screens::Setup setup = line_mode();
+    setup.env["LD_PRELOAD"] = KPE_FAILING_CALLS;
+    setup.env["KPE_FAULT"] = "note syncs";
+    setup.env["ASAN_OPTIONS"] = "verify_asan_link_order=0";
+    for (const std::string& keys : {EDIT, SCREEN}) {
+        Terminal s(setup);
+        s.keys(keys);
+        EXPECT_TRUE(s.wait_until([&] { return s.files().get("syncs") == "t.txt.jou\n.\n"; }));
+    }
+}
+
+// One session at a time has the journal: another one neither adds to it nor removes it. After a line that could not be
+// added there are no more lines.
+TEST(Rescue, AJournalIsWholeAndOfOneSession) {
+    Terminal first(line_mode());
+    first.keys(EDIT);
+    screens::Setup setup = line_mode("two\n");
+    setup.directory = &first.files();
+    Terminal second(setup);
+    second.keys(typed("INSERT \"y\"") + typed("EXIT"));
+    EXPECT_EQ(second.status(), 0);
+    EXPECT_EQ(second.sent("t.txt.jou: another session is using it"), 1U);
+    EXPECT_EQ(first.files().get("t.txt.jou"), "INSERT \"x\"\n");
+
+    Terminal full(shell("ulimit -f 1; exec \"$KPE\" t.txt"));
+    full.keys(EDIT + typed("INSERT \"" + std::string(1500, 'y') + "\"") + EDIT);
+    EXPECT_EQ(full.files().get("t.txt.jou"), "INSERT \"x\"\n");
+    EXPECT_EQ(full.sent("has no journal from here on, t.txt.jou: File too large"), 1U);
+}
+
 TEST(Rescue, AReaderThatHasGoneEndsTheSession) {
     signal(SIGPIPE, SIG_DFL);  // for the shell
     Terminal s(shell("mkfifo p; exec 3<>p 4>p 3<&-; \"$KPE\" -command=edit t.txt <edit >&4 2>err; echo $? >status"));
@@ -310,6 +385,8 @@ TEST(Rescue, EndsOnATerminalAndInAPipe) {
         {"exec \"$KPE\" missing/t.txt", EDIT + typed("EXIT"), 2, true, ""},
         {"exec \"$KPE\" t.txt <edit >out 2>err", "", 0, false, ""},
         {"exec \"$KPE\" missing/t.txt <leave >out 2>err", "", 2, false, "?Unable to write missing/t.txt\n"},
+        {"exec \"$KPE\" missing/t.txt <leave >out 2>&-", "", 2, false, ""},
+        {"exec \"$KPE\" t.txt <leave >&- 2>err", "", 0, false, ""},
         {"printf 'INSERT \"x\"\\nNEXT\\n' | \"$KPE\" missing/t.txt u >out 2>err", "", 0, true, ""},
 #ifndef __SANITIZE_ADDRESS__
         {no_memory, "", 1, true, "fatal: std::bad_alloc\n"},

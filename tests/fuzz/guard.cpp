@@ -22,6 +22,7 @@ namespace {
 
 constexpr size_t MOST_MEMORY = size_t{128} << 20;
 constexpr rlim_t LARGEST_FILE = rlim_t{8} << 20;
+constexpr long ESCAPE_DELAY = 25'000'000;  // nanoseconds: how long kpe waits for the rest of a key's bytes
 constexpr long PATIENCE = 300'000'000, BETWEEN_PRESSES = 20'000'000;  // nanoseconds
 
 const std::string* g_root = nullptr;  // while a Guard lives
@@ -196,7 +197,8 @@ pid_t fork() noexcept {
 // By its own name: the header says of ppoll that it only writes to fds.
 int guarded_ppoll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask) __asm__("ppoll");
 int guarded_ppoll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask) {
-    const bool waits = g_root && !timeout;
+    const bool inside_a_key = timeout && timeout->tv_sec == 0 && timeout->tv_nsec == ESCAPE_DELAY;
+    const bool waits = g_root && !inside_a_key;
     if (waits && (count != 1 || fds->events != POLLIN)) {
         g_kpe_abort_requested = 1;
         errno = EINTR;

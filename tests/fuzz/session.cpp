@@ -141,7 +141,6 @@ void fuzz_run(const FuzzSession& session) {
         }
         kpe_safe_endwin();
     }
-    peek.close_journal();
     check_places(peek, 1);
     if (status == 0 && !session.typed.empty() && !session.command_file) check_saved(peek);
     check_undo(peek);

@@ -45,10 +45,6 @@ struct EditorPeek {
     bool writes_records() { return editor.rms_fixed_; }
     const std::string& saved_path() { return editor.last_saved_path_; }
     std::string journal_path() { return editor.journal_path(); }
-    void close_journal() {
-        if (editor.journal_.fd >= 0) close(editor.journal_.fd);
-        editor.journal_.fd = -1;
-    }
     bool is_delim(char c) { return editor.is_delim(c); }
     auto search_forward(size_t row, size_t col) { return editor.search_forward(row, col); }
     auto search_backward(size_t row, size_t col) { return editor.search_backward(row, col); }
