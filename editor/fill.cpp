@@ -83,7 +83,7 @@ void Editor::fill_command(const std::string& args, bool report) {
         select_error("No select range active");
         kpe_complain(report, "No select range active");
     } else if (const auto range = parse_line_range(args)) {
-        fill_range(clamped(*range), report);
+        fill_range(end_clamped(*range), report);
     } else {
         kpe_complain(report, "Invalid range: " + args);
     }

@@ -135,8 +135,9 @@ private:
     // --- Line references and ranges: editor/ranges.cpp ---
     std::optional<size_t> parse_line_ref(const std::string& text) const;
     std::optional<LineRange> parse_line_range(const std::string& text) const;
-    // The range with its end lowered to the last line (the start as well when it lies past the end).
-    LineRange clamped(const LineRange& range) const;
+    // The range with its end lowered to the last line. The start stays: of a range behind the text first > last is
+    // left, which holds no line.
+    LineRange end_clamped(const LineRange& range) const;
     // The range of text, or the cursor line when text is blank.
     std::optional<LineRange> range_or_cursor_line(const std::string& text) const;
 

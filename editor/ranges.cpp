@@ -78,9 +78,8 @@ std::optional<Editor::LineRange> Editor::parse_line_range(const std::string& tex
     return LineRange{std::min(*a, *b), std::max(*a, *b)};
 }
 
-Editor::LineRange Editor::clamped(const LineRange& range) const {
-    const size_t last = buffer_.line_count() - 1;
-    return {std::min(range.first, last), std::min(range.last, last)};
+Editor::LineRange Editor::end_clamped(const LineRange& range) const {
+    return {range.first, std::min(range.last, buffer_.line_count() - 1)};
 }
 
 std::optional<Editor::LineRange> Editor::range_or_cursor_line(const std::string& text) const {

@@ -44,6 +44,13 @@ Indent indent_of(std::string_view line, size_t tab_width) {
     return indent;
 }
 
+// "0 line", "1 line", "2 lines"
+std::string counted_lines(size_t count) { return std::to_string(count) + (count > 1 ? " lines" : " line"); }
+
+size_t line_count(const Editor::LineRange& range) {
+    return range.first > range.last ? 0 : range.last - range.first + 1;
+}
+
 std::string range_text(const Editor::LineRange& range) {
     return "Range: " + std::to_string(range.first + 1) + " THRU " + std::to_string(range.last + 1);
 }
@@ -86,7 +93,7 @@ void Editor::xlate_command(const std::string& args, bool report) {
         kpe_complain(report, "Invalid range: " + std::string(rest));
         return;
     }
-    const LineRange lines = clamped(*range);
+    const LineRange lines = end_clamped(*range);
     size_t count = 0;
     rewrite_rows(buffer_, lines.first, lines.last, [&](size_t, std::string_view line, std::string& text) {
         const size_t here = static_cast<size_t>(std::count(line.begin(), line.end(), from));
@@ -109,7 +116,7 @@ void Editor::retain_command(const std::string& args, bool report) {
         kpe_complain(report, "Missing destination buffer");
         return;
     }
-    LineRange rows = clamped({cursor_row_, cursor_row_});
+    LineRange rows{cursor_row_, cursor_row_};
     if (const std::optional<SelSpan> span = active_select_span()) {
         rows = {span->r1, span->r2};
         clear_select();
@@ -142,7 +149,7 @@ void Editor::tab_adjust_command(const std::string& args, bool report) {
         kpe_complain(report, "Invalid range: " + args);
         return;
     }
-    const LineRange lines = clamped(*range);
+    const LineRange lines = end_clamped(*range);
     const size_t width = static_cast<size_t>(tab_width_ < 1 ? DEFAULT_TAB : tab_width_);
     size_t blanks = 0;
     for (size_t row = lines.first; row <= lines.last && blanks <= MOST_BLANKS; ++row) {
@@ -158,7 +165,7 @@ void Editor::tab_adjust_command(const std::string& args, bool report) {
         spaces.assign(indent.columns, ' ');
         return indent.bytes;
     });
-    kpe_say(report, "Tab adjust " + kpe_counted(lines.last - lines.first + 1, "line"));
+    kpe_say(report, "Tab adjust " + counted_lines(line_count(lines)));
 }
 
 void Editor::chg_case_command(const std::string& args, bool upper, bool report) {
@@ -173,9 +180,9 @@ void Editor::chg_case_command(const std::string& args, bool upper, bool report) 
     } else {
         auto range = parse_line_range(args);
         if (!range) range = LineRange{cursor_row_, cursor_row_};
-        const LineRange lines = clamped(*range);
+        const LineRange lines = end_clamped(*range);
         change_bytes(buffer_, lines.first, 0, lines.last, std::string::npos, table);
-        count = lines.last - lines.first + 1;
+        count = line_count(lines);
     }
-    kpe_say(report, kpe_counted(count, "line") + " converted to " + (upper ? "upper" : "lower") + "case");
+    kpe_say(report, counted_lines(count) + " converted to " + (upper ? "upper" : "lower") + "case");
 }

@@ -40,10 +40,11 @@ void Editor::type_line_at(size_t row, bool brief, int brief_cols) const {
 void Editor::type_current_line(bool brief, int brief_cols) const { type_line_at(cursor_row_, brief, brief_cols); }
 
 void Editor::type_range(const LineRange& range, bool brief, int brief_cols) const {
-    const LineRange rows = clamped(range);
-    for (size_t row = rows.first; row <= rows.last; ++row) {
+    const size_t end = buffer_.line_count() - 1;
+    const size_t last = std::min(range.last, end);
+    for (size_t row = std::min(range.first, end); row <= last; ++row) {
         if (g_kpe_abort_requested) return;
         type_line_at(row, brief, brief_cols);
     }
-    if (rows.last + 1 >= buffer_.line_count()) kpe_say(true, text_eob_);
+    if (last == end) kpe_say(true, text_eob_);
 }
