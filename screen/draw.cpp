@@ -108,14 +108,17 @@ std::string Editor::status_line() const {
     return text + "  KEY: " + (last_key_debug_.empty() ? "(none)" : last_key_debug_);
 }
 
-// On the first cell of the character that holds the cursor's byte, or behind the message.
+// On the first cell of the character that holds the cursor's byte; in the gutter if it is as few bytes left of what is
+// shown; or behind the message.
 std::pair<int, int> Editor::cursor_place() const {
     const Geometry screen(set_lines_);
     const size_t gutter = gutter_width(show_line_numbers_, cursor_row_);
     const size_t width = screen.width();
     if (cursor_row_ >= top_line_ && cursor_row_ - top_line_ < static_cast<size_t>(screen.text_rows) &&
-        cursor_col_ >= left_col_ && cursor_col_ - left_col_ + gutter < width) {
-        const size_t cell = kpe_cell_of(buffer_.view(cursor_row_), left_col_, cursor_col_, gutter);
+        cursor_col_ + gutter >= left_col_ && cursor_col_ + gutter - left_col_ < width) {
+        const size_t cell = cursor_col_ < left_col_
+                                ? cursor_col_ + gutter - left_col_
+                                : kpe_cell_of(buffer_.view(cursor_row_), left_col_, cursor_col_, gutter);
         const int row = static_cast<int>(cursor_row_ - top_line_);
         if (cell < width && row < screen.rows) return {row, static_cast<int>(cell)};
     }
