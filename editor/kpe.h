@@ -214,6 +214,8 @@ private:
     void copy_move_command(const std::string& args, bool move, bool report);
 
     // --- Typed lines: editor/typing.cpp ---
+    // line with text_formfeed_ in place of each form feed.
+    std::string expand_formfeed_display(std::string line) const;
     void type_line_at(size_t row, bool brief, int brief_cols) const;
     void type_current_line(bool brief, int brief_cols) const;
     void type_range(const LineRange& range, bool brief, int brief_cols) const;
@@ -260,6 +262,12 @@ private:
     static std::string strip_vms_version(const std::string& path);
     std::string resolve_read_path(const std::string& path) const;
     std::string resolve_write_path(const std::string& path) const;
+    // Hands the bytes of a file that holds lines to put, one piece after the other: the rows as they stand or, under
+    // SET RMS FIXED, as records of exactly rms_fixed_len_ bytes (an empty row as one of blanks, a longer one as
+    // several, the last of them filled up with blanks), each with a line break. In pieces, because a record may be far
+    // longer than its text. Ends with false as soon as put returns false.
+    using PutBytes = std::function<bool(std::string_view)>;
+    bool apply_rms_lines(const LineStore& lines, const PutBytes& put) const;
     enum class Written { Done, Failed, Taken };  // Taken: must_be_new, and somebody made that file first
     // Writes lines as text, or as fixed-length records under SET RMS FIXED; always ends with a line break,
     // but for a text of one empty line. Any failure leaves the old file as it was.

@@ -13,36 +13,32 @@ namespace {
 
 constexpr size_t PIECE = size_t{64} << 10;
 
-// The rows as they stand, each with its line break; untouched bytes go out in large pieces.
-bool write_rows(FileWriter& file, const LineStore& lines) {
+using Put = std::function<bool(std::string_view)>;
+
+// Untouched bytes are put in large pieces.
+bool put_rows(const LineStore& lines, const Put& put) {
     for (size_t row = 0; row < lines.size();) {
         const LineStore::Run run = lines.run_from(row);
-        if (!file.write(run.bytes)) return false;
-        if (!run.terminated && !file.write("\n")) return false;
+        if (!put(run.bytes) || (!run.terminated && !put("\n"))) return false;
         row += run.rows;
     }
     return true;
 }
 
-bool write_blanks(FileWriter& file, size_t count) {
+bool put_blanks(size_t count, const Put& put) {
     const std::string blanks(std::min(count, PIECE), ' ');
     for (; count > 0; count -= std::min(count, PIECE)) {
-        if (!file.write(std::string_view(blanks).substr(0, count))) return false;
+        if (!put(std::string_view(blanks).substr(0, count))) return false;
     }
     return true;
 }
 
-// Each row as records of exactly length bytes: an empty one as a record of blanks, the last piece of a
-// longer one filled up with blanks.
-bool write_records(FileWriter& file, const LineStore& lines, size_t length) {
-    for (size_t row = 0; row < lines.size(); ++row) {
-        std::string_view text = lines.view(row);
-        do {
-            const std::string_view piece = text.substr(0, length);
-            text.remove_prefix(piece.size());
-            if (!file.write(piece) || !write_blanks(file, length - piece.size()) || !file.write("\n")) return false;
-        } while (!text.empty());
-    }
+bool put_records(std::string_view text, size_t length, const Put& put) {
+    do {
+        const std::string_view piece = text.substr(0, length);
+        text.remove_prefix(piece.size());
+        if (!put(piece) || !put_blanks(length - piece.size(), put) || !put("\n")) return false;
+    } while (!text.empty());
     return true;
 }
 
@@ -65,6 +61,14 @@ std::string Editor::resolve_write_path(const std::string& path) const {
     return n3rz::resolve_write_path(path, versioning_);
 }
 
+bool Editor::apply_rms_lines(const LineStore& lines, const PutBytes& put) const {
+    if (!rms_fixed_ || rms_fixed_len_ <= 0) return put_rows(lines, put);
+    for (size_t row = 0; row < lines.size(); ++row) {
+        if (!put_records(lines.view(row), static_cast<size_t>(rms_fixed_len_), put)) return false;
+    }
+    return true;
+}
+
 Editor::Written Editor::write_lines_file(const std::string& path, const LineStore& lines, bool must_be_new) {
     kpe_flush();  // the file may be the terminal or the pipe that the output goes to
     note_used_file(path);
@@ -82,12 +86,7 @@ Editor::Written Editor::write_lines_file(const std::string& path, const LineStor
     });
     const bool records = rms_fixed_ && rms_fixed_len_ > 0;
     const bool empty_text = !records && lines.size() == 1 && lines.view(0).empty();
-    bool good = true;
-    if (records) {
-        good = write_records(file, lines, static_cast<size_t>(rms_fixed_len_));
-    } else if (!empty_text) {
-        good = write_rows(file, lines);
-    }
+    bool good = empty_text || apply_rms_lines(lines, [&](std::string_view bytes) { return file.write(bytes); });
     if (lines.empty()) good = file.write("\n");
     if (!good || !file.commit()) {
         if (!file.safety_copy().empty()) kpe_warn("?The old text is kept in " + file.safety_copy());

@@ -8,22 +8,23 @@
 namespace {
 
 constexpr char FORM_FEED = '\f';
-
-// Prints at most room bytes of line, with every form feed shown as marker.
-void print_expanded(std::string_view line, std::string_view marker, size_t room) {
-    while (!line.empty() && room > 0) {
-        const size_t plain = std::min({line.find(FORM_FEED), line.size(), room});
-        kpe_print(line.substr(0, plain));
-        line.remove_prefix(plain);
-        room -= plain;
-        if (line.empty() || room == 0) return;
-        kpe_print(marker.substr(0, room));
-        room -= std::min(room, marker.size());
-        line.remove_prefix(1);
-    }
-}
+// Bytes of a line that are expanded at a time: a line of form feeds grows by the length of what stands for each.
+constexpr size_t PIECE = 4096;
 
 }  // namespace
+
+std::string Editor::expand_formfeed_display(std::string line) const {
+    if (line.find(FORM_FEED) == std::string::npos) return line;
+    std::string shown;
+    for (const char c : line) {
+        if (c == FORM_FEED) {
+            shown += text_formfeed_;
+        } else {
+            shown += c;
+        }
+    }
+    return shown;
+}
 
 void Editor::type_line_at(size_t row, bool brief, int brief_cols) const {
     if (row >= buffer_.line_count()) {
@@ -32,8 +33,15 @@ void Editor::type_line_at(size_t row, bool brief, int brief_cols) const {
     }
     kpe_print(std::to_string(row + 1));
     kpe_print(" ");
-    const size_t room = brief ? static_cast<size_t>(std::max(0, brief_cols)) : std::string_view::npos;
-    print_expanded(buffer_.view(row), text_formfeed_, room);
+    size_t room = brief ? static_cast<size_t>(std::max(0, brief_cols)) : std::string_view::npos;
+    std::string_view rest = buffer_.view(row);
+    const bool plain = rest.find(FORM_FEED) == std::string_view::npos;
+    if (plain) kpe_print(rest.substr(0, room));
+    for (; !plain && !rest.empty() && room > 0; rest.remove_prefix(std::min(PIECE, rest.size()))) {
+        const std::string shown = expand_formfeed_display(std::string(rest.substr(0, PIECE)));
+        kpe_print(std::string_view(shown).substr(0, room));
+        room -= std::min(room, shown.size());
+    }
     kpe_print("\n");
 }
 
