@@ -3,6 +3,7 @@
 #include "app/process.h"
 #include "config/n3_rzconfig.h"
 #include "editor/kpe.h"
+#include "editor/nested.h"
 #include "editor/report.h"
 #include "editor/text_helpers.h"
 
@@ -12,18 +13,6 @@ constexpr int MAX_NESTING = 64;
 // A file that runs itself twice would be refused some 2^64 times: after so many refusals the whole nest ends.
 constexpr int MAX_REFUSALS = 64;
 constexpr std::string_view VERSIONING_WORDS[] = {"SET VERSIONING", "SET-VERSIONING"};
-
-// Counts a nested run for as long as it lives.
-class Nested {
-public:
-    explicit Nested(int& depth) : depth_(depth) { ++depth_; }
-    ~Nested() { --depth_; }
-    Nested(const Nested&) = delete;
-    Nested& operator=(const Nested&) = delete;
-
-private:
-    int& depth_;
-};
 
 }  // namespace
 

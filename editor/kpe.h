@@ -329,6 +329,10 @@ private:
 
     // --- Screen session and display: screen/loop.cpp, screen/draw.cpp ---
     void screen_mode();
+    // Whether a session on the screen can begin; says why not.
+    bool may_enter_screen();
+    // Has the screen for as long as loop runs.
+    void run_on_screen(void (Editor::*loop)());
     void screen_loop();
     // The next key; draw is called before it waits, and with anew when all must be drawn again meanwhile. At the
     // end of input ERR, and input_ended_ is set.
@@ -460,6 +464,7 @@ private:
     bool gold_pending_ = false;
     int gold_repeat_count_ = 0;
     bool show_line_numbers_ = false;
+    int screen_depth_ = 0;       // nested sessions on the screen: a key or a command there may begin another one
     bool screen_stale_ = false;  // something has happened since the screen was drawn
 
     // --- Search ---
@@ -494,7 +499,7 @@ private:
 
     // --- Startup file ---
     std::string startup_file_;
-    std::vector<std::string> startup_warnings_;
+    std::vector<std::string> startup_warnings_;  // of silent runs; the first hundred
 
     // --- Settings ---
     int tab_width_ = 8;

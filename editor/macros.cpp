@@ -2,14 +2,12 @@
 
 #include "editor/input.h"
 #include "editor/kpe.h"
+#include "editor/nested.h"
 #include "editor/report.h"
 #include "editor/text_helpers.h"
 #include "screen/curses_session.h"
 
 namespace {
-
-// Every level lives on the program's stack, which a long chain of macros must not use up.
-constexpr size_t MOST_NESTED = 200;
 
 // One pair of quotes of either kind around a macro's commands.
 std::string_view without_outer_quotes(std::string_view body) {
@@ -122,7 +120,7 @@ bool Editor::try_execute_macro(const std::string& name, bool report) {
         kpe_complain(report, "Recursive macro invocation: " + n);
         return true;
     }
-    if (running_macros_.size() >= MOST_NESTED) {
+    if (running_macros_.size() >= KPE_MOST_NESTED) {
         kpe_complain(report, "Macros nested too deeply: " + n);
         return true;
     }

@@ -4,24 +4,35 @@
 #include "app/process.h"
 #include "editor/input.h"
 #include "editor/kpe.h"
+#include "editor/nested.h"
 #include "editor/report.h"
 #include "screen/curses_session.h"
 #include "screen/key_reader.h"
 #include "screen/n3_kpe_keymap.h"
 
 void Editor::screen_mode() {
-    if (const auto obstacle = CursesSession::obstacle()) {
-        kpe_complain(true, *obstacle);
-        return;
-    }
+    if (!may_enter_screen()) return;
     append_journal_line("CHANGE");
-    const InputFrom keyboard(InputFrom::Standard);  // also where a journal is replayed
-    {
-        const CursesSession session;
-        if (session.started()) screen_loop();
-        if (input_ended_) keep_texts();  // before anything waits for the terminal
-    }
+    run_on_screen(&Editor::screen_loop);
     append_journal_line("! left CHANGE");
+}
+
+bool Editor::may_enter_screen() {
+    if (screen_depth_ >= KPE_MOST_NESTED) {
+        set_error("Screen mode nested too deeply");
+        return false;
+    }
+    const auto obstacle = CursesSession::obstacle();
+    if (obstacle) kpe_complain(true, *obstacle);
+    return !obstacle;
+}
+
+void Editor::run_on_screen(void (Editor::*loop)()) {
+    const Nested run(screen_depth_);
+    const InputFrom keyboard(InputFrom::Standard);  // also where a journal is replayed
+    const CursesSession session;
+    if (session.started()) (this->*loop)();
+    if (input_ended_) keep_texts();  // before anything waits for the terminal
 }
 
 void Editor::screen_loop() {

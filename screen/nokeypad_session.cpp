@@ -2,20 +2,12 @@
 
 #include "app/process.h"
 #include "editor/kpe.h"
-#include "editor/report.h"
 #include "screen/curses_session.h"
 
 // The sequences of the keypad are not taught to curses here: this is for terminals without one.
 void Editor::nokeypad_mode() {
-    if (const auto obstacle = CursesSession::obstacle()) {
-        kpe_complain(true, *obstacle);
-        return;
-    }
-    {
-        const CursesSession session;
-        if (session.started()) nokeypad_loop();
-        if (input_ended_) keep_texts();  // before anything waits for the terminal
-    }
+    if (!may_enter_screen()) return;
+    run_on_screen(&Editor::nokeypad_loop);
     message_ = "Command mode";
 }
 
