@@ -17,6 +17,9 @@ struct Overloaded : Handlers... {
 template <class... Handlers>
 Overloaded(Handlers...) -> Overloaded<Handlers...>;
 
+// The first of them tell what went wrong, and a key held down could make any number.
+constexpr size_t MOST_WARNINGS = 100;
+
 }  // namespace
 
 // Every verb but those that dispatch_command has to act on earlier (go-to, UNDO, REDO) or later (macros,
@@ -221,7 +224,8 @@ Editor::CommandResult Editor::dispatch_command(const std::string& cleaned, const
         return CommandResult::Continue;
     }
     kpe_complain(report, "Unrecognized command: " + command.original);
-    if (!report) startup_warnings_.push_back("Ignored command: " + command.original);
+    if (!report && startup_warnings_.size() < MOST_WARNINGS)
+        startup_warnings_.push_back("Ignored command: " + command.original);
     return CommandResult::Error;
 }
 

@@ -45,6 +45,7 @@ struct EditorPeek {
     bool writes_records() { return editor.rms_fixed_; }
     const std::string& saved_path() { return editor.last_saved_path_; }
     std::string journal_path() { return editor.journal_path(); }
+    size_t warnings() { return editor.startup_warnings_.size(); }
     bool is_delim(char c) { return editor.is_delim(c); }
     auto search_forward(size_t row, size_t col) { return editor.search_forward(row, col); }
     auto search_backward(size_t row, size_t col) { return editor.search_backward(row, col); }

@@ -221,3 +221,9 @@ TEST(Search, BothDirectionsEqualTryingEachColumn) {
         EXPECT_EQ(pair.editor.search_backward(row, col), expected) << from();
     }
 }
+
+TEST(Commands, ThoseIgnoredInSilenceAreNotKeptWithoutEnd) {
+    EditorPeek e;
+    for (int i = 0; i < 1000; ++i) e.editor.execute_command("nonsense", /*report=*/false);
+    EXPECT_EQ(e.warnings(), 100U);
+}
