@@ -331,7 +331,8 @@ private:
     void screen_mode();
     // Whether a session on the screen can begin; says why not.
     bool may_enter_screen();
-    // Has the screen for as long as loop runs.
+    // Has the screen for as long as loop runs. Where there is no memory for it, the terminal is given back and it says
+    // so.
     void run_on_screen(void (Editor::*loop)());
     void screen_loop();
     // The next key; draw is called before it waits, and with anew when all must be drawn again meanwhile. At the

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <curses.h>
+#include <new>
 #include <string_view>
 #include <sys/ioctl.h>
 #include <term.h>
@@ -32,6 +33,11 @@ constexpr const char* XTERM = "xterm-256color";
 // terminal that does not tell its own.
 const char* g_entry = nullptr;
 ScreenSize g_entry_size;
+
+// What a terminal claims beyond that is cut: its picture would take more memory than there is.
+constexpr int MOST_ROWS = 4096, MOST_COLUMNS = 4096;
+
+ScreenSize limited(int rows, int cols) { return {std::min(rows, MOST_ROWS), std::min(cols, MOST_COLUMNS)}; }
 
 SCREEN* g_screen = nullptr;  // of this session or of the one before
 ScreenSize g_size;
@@ -112,7 +118,8 @@ private:
 constexpr int WINDOW_COLUMNS = 1;
 
 SCREEN* new_screen() {
-    const OtherValue height("LINES", nullptr), width("COLUMNS", std::to_string(WINDOW_COLUMNS).c_str());
+    const OtherValue height("LINES", std::to_string(g_size.rows).c_str());
+    const OtherValue width("COLUMNS", std::to_string(WINDOW_COLUMNS).c_str());
     return newterm(g_entry, stdout, stdin);
 }
 
@@ -122,7 +129,7 @@ Ability ability_of(const char* name) {
     int error = 0;
     if (setupterm(name, STDOUT_FILENO, &error) != OK) return error == 1 ? Ability::Limited : Ability::Unknown;
     const bool moves = cursor_address != nullptr && !hard_copy && !generic_type;
-    g_entry_size = {lines, columns};
+    g_entry_size = limited(lines, columns);
     TERMINAL* const tried = set_curterm(current);
     del_curterm(tried);
     return moves ? Ability::Screen : Ability::Limited;
@@ -149,7 +156,7 @@ void keypad_application_mode() {
 ScreenSize size_of_terminal() {
     winsize size{};
     if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return {};
-    return {size.ws_row, size.ws_col};
+    return limited(size.ws_row, size.ws_col);
 }
 
 void adopt_size() {
@@ -177,6 +184,31 @@ void take_screen_back() {
     kpe_repaint();
 }
 
+// g_curses_active tells whether it did.
+void start_curses() {
+    kpe_remember_terminal();
+    g_curses_active = true;
+    std::setlocale(LC_CTYPE, "");
+    keypad_application_mode();
+    if (g_screen) delscreen(g_screen);
+    const ScreenSize told = size_of_terminal();
+    g_size = {told.rows > 0 ? told.rows : g_entry_size.rows, told.cols > 0 ? told.cols : g_entry_size.cols};
+    g_screen = new_screen();
+    if (!g_screen) {
+        kpe_safe_endwin();
+        return;
+    }
+    kpe_set_terminal_reset((exit_ca_mode ? exit_ca_mode : "") + std::string("\033>"));
+    raw();
+    noecho();
+    keypad(stdscr, TRUE);
+    if (!keypad_xmit) send_gathered();  // else keypad() did
+    nonl();
+    kpe_expect_typed_before(kpe_end_type_ahead());
+    kpe_repaint();
+    kpe_clear_keys();
+}
+
 }  // namespace
 
 ScreenSize kpe_screen_size() { return g_size; }
@@ -200,28 +232,11 @@ std::optional<std::string> CursesSession::obstacle() {
 CursesSession::CursesSession() : outermost_(!g_curses_active) {
     if (!outermost_) return;
     take_signals();
-    kpe_remember_terminal();
-    g_curses_active = true;
-    std::setlocale(LC_CTYPE, "");
-    keypad_application_mode();
-    if (g_screen) delscreen(g_screen);
-    g_screen = new_screen();
-    if (!g_screen) {
+    try {
+        start_curses();
+    } catch (const std::bad_alloc&) {
         kpe_safe_endwin();
-        return;
     }
-    const ScreenSize told = size_of_terminal();
-    g_size = {told.rows > 0 ? told.rows : g_entry_size.rows, told.cols > 0 ? told.cols : g_entry_size.cols};
-    if (getmaxy(stdscr) != g_size.rows) resize_term(g_size.rows, WINDOW_COLUMNS);
-    kpe_set_terminal_reset((exit_ca_mode ? exit_ca_mode : "") + std::string("\033>"));
-    raw();
-    noecho();
-    keypad(stdscr, TRUE);
-    if (!keypad_xmit) send_gathered();  // else keypad() did
-    nonl();
-    kpe_expect_typed_before(kpe_end_type_ahead());
-    kpe_repaint();
-    kpe_clear_keys();
 }
 
 bool CursesSession::started() const { return g_curses_active; }

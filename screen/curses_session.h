@@ -23,7 +23,7 @@ private:
     bool outermost_;
 };
 
-// Of the terminal, as the latest session found it; kept when that ends. 0 before there was one.
+// Of the terminal, as the latest session found it, at most 4096 each; kept when that ends. 0 before there was one.
 struct ScreenSize {
     int rows = 0, cols = 0;
 };

@@ -30,9 +30,15 @@ bool Editor::may_enter_screen() {
 void Editor::run_on_screen(void (Editor::*loop)()) {
     const Nested run(screen_depth_);
     const InputFrom keyboard(InputFrom::Standard);  // also where a journal is replayed
-    const CursesSession session;
-    if (session.started()) (this->*loop)();
-    if (input_ended_) keep_texts();  // before anything waits for the terminal
+    try {
+        const CursesSession session;
+        if (!session.started()) throw std::bad_alloc();  // nothing else is missing where no obstacle was found
+        (this->*loop)();
+        if (input_ended_) keep_texts();  // before anything waits for the terminal
+    } catch (const std::bad_alloc&) {
+        if (g_curses_active) throw;  // the session around this one shows it
+        kpe_complain(true, "Not enough memory for the screen");
+    }
 }
 
 void Editor::screen_loop() {

@@ -61,3 +61,20 @@ TEST(Terminals, CtrlZWhileLinesAreReadDoesNotStopTheScreen) {
     s.keys("TOP" + RETURN + RETURN + "y");
     EXPECT_EQ(s.row(0), "yone");
 }
+
+#ifndef __SANITIZE_ADDRESS__
+TEST(Terminals, AScreenThatThereIsNoMemoryForLeavesLineModeUsable) {
+    Terminal s({.rows = 1000,
+                .cols = 4000,
+                .files = {{"t.txt", "one\n"}},
+                .args = {"-c", "ulimit -v 25000; exec \"$KPE\" t.txt"},
+                .env = {{"KPE", KPE_PROGRAM}},
+                .change = false,
+                .program = "/bin/sh"});
+    s.keys("CHANGE" + RETURN);
+    EXPECT_TRUE(s.has(-1, "?Not enough memory for the screen"));
+    s.keys("INSERT x" + RETURN + "EXIT" + RETURN);
+    EXPECT_EQ(s.status(), 0);
+    EXPECT_EQ(s.files().get("t.txt"), "xone\n");
+}
+#endif
