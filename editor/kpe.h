@@ -300,6 +300,9 @@ private:
     // One line for a person: on standard error if that is a terminal, on the message line of a screen. A script never
     // sees it.
     void tell_user(const std::string& message);
+    // On a terminal names the buffers that an EXIT leaves behind with text that is nowhere else. PASTE is no text that
+    // people care for at each EXIT, and a macro that was defined in one command is as soon defined again.
+    void tell_left_behind() const;
     // If a signal asked for the end of the process, ends it now; nothing while curses has the terminal. Called
     // between commands, where every text is whole.
     void obey_end_signal();
@@ -491,7 +494,8 @@ private:
     // --- Definitions ---
     std::map<std::string, std::string> key_defs_;  // key id to command
     std::map<std::string, bool> macro_names_;
-    std::vector<std::string> running_macros_;  // innermost last
+    std::map<std::string, LineStore> macro_texts_;  // of those defined in one command, as they were defined
+    std::vector<std::string> running_macros_;       // innermost last
 
     // --- Undo ---
     std::deque<UndoSnapshot> undo_stack_, redo_stack_;  // oldest first

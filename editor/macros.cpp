@@ -108,6 +108,7 @@ void Editor::define_macro_command(const std::string& args, bool report) {
     text.set_text(join_lines_as_text(commands));
     buffers_[name] = text;
     show_stored_if_current(name);
+    if (as != std::string::npos) macro_texts_[name] = text.lines();
     if (as != std::string::npos && command_file_depth_ > 0) note_on_disk(buffers_[name]);  // in the command file
     macro_names_[name] = true;
     kpe_say(report, "macro " + name + " defined with " + kpe_counted(commands.size(), "command"));

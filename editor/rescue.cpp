@@ -84,6 +84,19 @@ void Editor::tell_kept() {
     rescued_.clear();
 }
 
+void Editor::tell_left_behind() const {
+    if (isatty(STDERR_FILENO) == 0) return;
+    std::string names;
+    size_t count = 0;
+    for (const auto& [name, text] : buffers_) {
+        const auto macro = macro_texts_.find(name);
+        const bool as_defined = macro != macro_texts_.end() && same_text(macro->second, newest_text(name).lines());
+        if (name == "MAIN" || name == "PASTE" || as_defined || !is_only_here(name)) continue;
+        names += (count++ > 0 ? ", " : " ") + kpe_safe_name(name);
+    }
+    if (count > 0) kpe_warn(std::string("?Not saved, and gone now: ") + (count > 1 ? "buffers" : "buffer") + names);
+}
+
 void Editor::rescue() {
     try {
         undo_stack_.clear();  // there may be no memory left, and nothing will be undone any more

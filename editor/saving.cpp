@@ -152,6 +152,7 @@ void Editor::save_and_exit_now(bool show_eob) {
     kpe_say(show_eob && !quiet_, text_eob_);
     kpe_flush();
     obey_end_signal();
+    tell_left_behind();
     kpe_exit(0);
 }
 
