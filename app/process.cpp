@@ -95,7 +95,7 @@ void raise_default(int number) {
 
 int print_byte(int c) {
     const char byte = static_cast<char>(c);
-    kpe_print({&byte, 1});
+    kpe_send_to_terminal({&byte, 1});
     return c;
 }
 
@@ -217,7 +217,7 @@ void kpe_leave_screen() {
     g_curses_active = false;
     // Where no other screen comes back, what is printed next would stand in the old message.
     if (ended && exit_ca_mode == nullptr && clr_eol != nullptr) tputs(clr_eol, 1, print_byte);
-    kpe_print("\033>");
+    kpe_send_to_terminal("\033>");
     kpe_flush();
 }
 
@@ -227,7 +227,7 @@ void kpe_safe_endwin() {
         kpe_leave_screen();
     } else {
         g_curses_active = false;
-        kpe_print(g_terminal_reset);
+        kpe_send_to_terminal(g_terminal_reset);
         kpe_flush();
     }
     if (!g_sent_nowhere) g_terminal_known = 0;

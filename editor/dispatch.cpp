@@ -63,7 +63,7 @@ struct Editor::VerbTable {
         return type_cursor_line(e, c);
     }
     static CommandResult show_version(Editor&, const Call& c) {
-        if (c.report) kpe_print(kpe_version_banner());
+        if (c.report) kpe_say_lines(kpe_version_banner());
         return CommandResult::Continue;
     }
     static CommandResult help(Editor& e, const Call& c) {
@@ -344,7 +344,7 @@ void Editor::show_files(bool report) {
         kpe_print(i == current_file_idx_ ? " *" : " ");
         kpe_print(all_files_[i]);
     }
-    kpe_print("\n");
+    kpe_end_line();
 }
 
 std::string Editor::current_date_string() {

@@ -36,9 +36,11 @@ size_t unread_bytes() {
 void take_typed(char& c) {
     --g_type_ahead;
     if (c == '\r') c = '\n';
-    const bool control = static_cast<unsigned char>(c) < ' ' && c != '\t' && c != '\n';
-    const char shown[] = {'^', static_cast<char>(c + '@')};
-    kpe_print(control ? std::string_view(shown, 2) : std::string_view(&c, 1));
+    if (c == '\n') {
+        kpe_end_line();
+    } else {
+        kpe_print({&c, 1});
+    }
 }
 
 // A signal that comes between the test of its flag and the wait is held back until the wait itself: no question goes
@@ -99,7 +101,7 @@ std::optional<std::string> kpe_read_line() {
         g_input_next += size + (end ? 1 : 0);
         if (end) return line;
         if (ended_by_ctrl_z(line)) {
-            kpe_print("\n");  // the terminal showed ^Z and stayed on the line
+            kpe_end_line();  // the terminal showed ^Z and stayed on the line
             return line;
         }
     }

@@ -122,11 +122,7 @@ constexpr Topic TOPICS[] = {
 bool print_file(const std::string& path) {
     const FileContent content = kpe_read_file(path, nullptr);
     if (content.end == FileContent::End::Missing || content.end == FileContent::End::Refused) return false;
-    for (std::string_view rest = content.block->bytes(); !rest.empty();) {
-        const size_t end = std::min(rest.find('\n'), rest.size());
-        kpe_say(true, rest.substr(0, end));
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-    }
+    kpe_say_lines(content.block->bytes());
     return true;
 }
 
@@ -137,7 +133,7 @@ void Editor::print_line_help(const std::string& topic) const {
     if (own && print_file(help_name_)) return;
     const std::string word = upper(trim(topic));
     if (word == "VERSION") {
-        kpe_print(kpe_version_banner() + "\n");
+        kpe_say_lines(kpe_version_banner() + "\n");
         return;
     }
     const auto row = std::find_if(std::begin(TOPICS), std::end(TOPICS), [&](const Topic& t) { return t.word == word; });

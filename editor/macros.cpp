@@ -80,7 +80,7 @@ std::vector<std::string> Editor::read_macro_commands(const std::string& name, bo
         if (word.empty() || word == "END DEFINE" || word == "END") break;
         commands.push_back(std::move(*line));
     }
-    if (report) kpe_print("\n");
+    if (report) kpe_end_line();
     return commands;
 }
 

@@ -1,11 +1,10 @@
 #include "editor/report.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <poll.h>
 #include <unistd.h>
-
-#include "app/process.h"
 
 namespace {
 
@@ -32,45 +31,85 @@ void write_all(int fd, const char* data, size_t size) {
     }
 }
 
-// With curses on the terminal, control bytes are shown and not obeyed; those of eight bits as well, by themselves
-// and as UTF-8 has them.
-std::string harmless(std::string_view line) {
+// Whether a terminal would obey the byte. A tab does no harm.
+bool is_control(unsigned char byte) { return (byte < ' ' && byte != '\t') || byte == 0x7f; }
+
+// text as it is shown on a terminal, behind the byte before: control bytes as ^X; those of eight bits as "?", by
+// themselves and as UTF-8 has them.
+std::string harmless(std::string_view text, char before_text) {
     std::string shown;
-    for (size_t i = 0; i < line.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(line[i]);
-        const auto before = static_cast<unsigned char>(i > 0 ? line[i - 1] : 0);
+    auto before = static_cast<unsigned char>(before_text);
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
         const bool continues = before >= 0x80 && before != 0xc2;  // the inside of a longer character
-        if (byte < ' ' || byte == 0x7f) {
+        if (is_control(byte)) {
             shown += '^';
             shown += static_cast<char>(byte ^ 0x40);
         } else if (byte >= 0x80 && byte < 0xa0 && !continues) {
             shown += '?';
         } else {
-            shown += line[i];
+            shown += c;
         }
+        before = byte;
     }
     return shown;
+}
+
+bool is_plain(std::string_view text) {
+    return std::none_of(text.begin(), text.end(), [](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return is_control(byte) || (byte >= 0x80 && byte < 0xa0);
+    });
+}
+
+// Asked anew with each output that is gathered: standard output may become another file.
+bool g_to_terminal = false;
+
+void gather(std::string_view bytes) {
+    if (!bytes.empty()) g_last_printed = bytes.back();
+    if (bytes.size() > OUTPUT_SIZE - g_output_used) {
+        kpe_flush();
+        if (bytes.size() >= OUTPUT_SIZE) {
+            write_all(STDOUT_FILENO, bytes.data(), bytes.size());
+            return;
+        }
+    }
+    std::memcpy(g_output + g_output_used, bytes.data(), bytes.size());
+    g_output_used += bytes.size();
+}
+
+bool goes_to_terminal() {
+    if (g_output_used == 0) g_to_terminal = isatty(STDOUT_FILENO) != 0;
+    return g_to_terminal;
 }
 
 }  // namespace
 
 void kpe_print(std::string_view text) {
-    if (!text.empty()) g_last_printed = text.back();
-    if (text.size() > OUTPUT_SIZE - g_output_used) {
-        kpe_flush();
-        if (text.size() >= OUTPUT_SIZE) {
-            write_all(STDOUT_FILENO, text.data(), text.size());
-            return;
-        }
+    if (!goes_to_terminal() || is_plain(text)) {
+        gather(text);
+    } else {
+        gather(harmless(text, g_last_printed));
+        g_last_printed = text.back();
     }
-    std::memcpy(g_output + g_output_used, text.data(), text.size());
-    g_output_used += text.size();
 }
+
+void kpe_send_to_terminal(std::string_view bytes) { gather(bytes); }
+
+void kpe_end_line() { gather("\n"); }
 
 void kpe_say(bool report, std::string_view line) {
     if (!report) return;
     kpe_print(line);
-    kpe_print("\n");
+    kpe_end_line();
+}
+
+void kpe_say_lines(std::string_view text) {
+    while (!text.empty()) {
+        const size_t end = std::min(text.find('\n'), text.size());
+        kpe_say(true, text.substr(0, end));
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
 }
 
 void kpe_complain(bool report, std::string_view what) {
@@ -81,7 +120,8 @@ void kpe_complain(bool report, std::string_view what) {
 
 void kpe_warn(std::string_view line) {
     kpe_flush();
-    const std::string text = (g_curses_active ? harmless(line) : std::string(line)) + "\n";
+    const bool terminal = isatty(STDERR_FILENO) != 0;
+    const std::string text = (terminal ? harmless(line, '\n') : std::string(line)) + "\n";
     write_all(STDERR_FILENO, text.data(), text.size());
     g_warned = true;
 }

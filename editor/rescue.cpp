@@ -73,7 +73,7 @@ void Editor::keep_texts() {
 void Editor::tell_user(const std::string& message) {
     if (isatty(STDERR_FILENO) == 0) return;
     if (g_curses_active) message_ = message;
-    if (!kpe_at_line_start() && isatty(STDOUT_FILENO) != 0) kpe_print("\n");
+    if (!kpe_at_line_start() && isatty(STDOUT_FILENO) != 0) kpe_end_line();
     kpe_warn(message);
 }
 

@@ -16,7 +16,7 @@ std::optional<std::string> ask(size_t row, std::string_view line, std::string_vi
     kpe_print(std::to_string(row + 1));
     kpe_print(" ");
     kpe_print(line);
-    kpe_print("\n");
+    kpe_end_line();
     kpe_print(question);
     const auto typed = kpe_read_line();
     if (!typed) return std::nullopt;

@@ -42,7 +42,7 @@ void Editor::type_line_at(size_t row, bool brief, int brief_cols) const {
         kpe_print(std::string_view(shown).substr(0, room));
         room -= std::min(room, shown.size());
     }
-    kpe_print("\n");
+    kpe_end_line();
 }
 
 void Editor::type_current_line(bool brief, int brief_cols) const { type_line_at(cursor_row_, brief, brief_cols); }

@@ -148,7 +148,7 @@ Ability find_entry() {
 }
 
 void keypad_application_mode() {
-    kpe_print("\033=");
+    kpe_send_to_terminal("\033=");
     kpe_flush();
 }
 

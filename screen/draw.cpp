@@ -168,6 +168,6 @@ void Editor::ring_bell() {
         flash();
         return;
     }
-    kpe_print("\a");
+    kpe_send_to_terminal("\a");
     kpe_flush();
 }

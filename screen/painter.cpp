@@ -98,7 +98,7 @@ void Painter::send(const char* capability) {
 
 void Painter::flush() {
     reverse(false);
-    kpe_print(out_);
+    kpe_send_to_terminal(out_);
     out_.clear();
     kpe_flush();
 }
