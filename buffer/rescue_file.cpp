@@ -57,7 +57,7 @@ std::string kpe_safe_name(std::string_view name) {
 }
 
 FileHandle kpe_make_rescue_file(const std::string& edited, const std::string& buffer, std::string& path) {
-    path = kpe_state_directory();
+    path = kpe_state_directories().empty() ? "" : kpe_state_directories().front();
     if (path.empty()) return {};
     path += "rescue/";
     const FileHandle directory = open_directory(path);

@@ -11,6 +11,13 @@
 
 namespace {
 
+// In order of preference.
+std::vector<std::string> copy_directories() {
+    std::vector<std::string> directories = kpe_state_directories();
+    directories.push_back(kpe_temporary_directories().front());
+    return directories;
+}
+
 FileHandle make_file(const std::string& directory, const std::string& prefix, std::string& path) {
     kpe_make_directories(directory);
     return FileHandle(kpe_with_new_name(directory + prefix, path, [](const char* name) {
@@ -35,7 +42,7 @@ class SafetyCopy {
 public:
     // Goes on to the next directory when one has no room.
     bool make(int old, off_t size, const std::string& label) {
-        for (const std::string& directory : kpe_state_directories())
+        for (const std::string& directory : copy_directories())
             if (make_in(directory, old, size, label)) return true;
         return false;
     }
@@ -101,24 +108,16 @@ bool put_back(const Overwrite& files, int copy, off_t size) {
 
 }  // namespace
 
-std::vector<std::string> kpe_state_directories() {
-    std::vector<std::string> directories;
-    const std::string state = kpe_state_directory(), temporary = kpe_env_directory("TMPDIR");
-    if (!state.empty()) directories.push_back(state);
-    directories.push_back((temporary.empty() ? "/tmp" : temporary) + "/");
-    return directories;
-}
-
 FileHandle kpe_make_state_file(const std::string& prefix, std::string& path) {
     FileHandle file;
-    for (const std::string& directory : kpe_state_directories())
+    for (const std::string& directory : copy_directories())
         if (file = make_file(directory, prefix, path); file.is_open()) break;
     return file;
 }
 
 FileHandle kpe_make_nameless_state_file() {
     FileHandle file;
-    for (const std::string& directory : kpe_state_directories())
+    for (const std::string& directory : copy_directories())
         if (file = make_nameless(directory); file.is_open()) return file;
     std::string path;
     file = kpe_make_state_file(".kpe-", path);

@@ -3,15 +3,13 @@
 #include <functional>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "buffer/file_handle.h"
 
-// Where texts are kept that must outlive a crash, in order of preference: $XDG_STATE_HOME/kpe/, else
-// $HOME/.local/state/kpe/; then ${TMPDIR:-/tmp}/. Each ends in "/" and may not exist yet.
-std::vector<std::string> kpe_state_directories();
-// A new file of mode 0600, open for reading and writing, in the first of those directories that takes one;
-// path is its name. Missing directories are made with mode 0700. Not open, with errno set, if none does.
+// Copies of texts lie in the first of kpe_state_directories() and of kpe_temporary_directories() that takes them.
+//
+// A new file of mode 0600, open for reading and writing, in such a directory; path is its name. Missing
+// directories are made with mode 0700. Not open, with errno set, if none does.
 FileHandle kpe_make_state_file(const std::string& prefix, std::string& path);
 // The same without a name, so that it is gone when it is closed or the process ends.
 FileHandle kpe_make_nameless_state_file();

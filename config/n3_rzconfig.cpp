@@ -36,7 +36,8 @@ std::vector<std::string> candidate_files() {
     std::vector<std::string> files;
     for (const char* name : {"RZ_CONFIG", "RT_CONFIG"})
         if (std::string file = env_or(name, ""); !file.empty()) files.push_back(file);
-    if (std::string home = env_or("HOME", ""); !home.empty()) files.push_back(home + "/SYS0/SYSMGR/CONFIG.INI");
+    // A relative one would mean whatever directory the session was started in.
+    if (std::string home = env_or("HOME", ""); home.starts_with('/')) files.push_back(home + "/SYS0/SYSMGR/CONFIG.INI");
     files.push_back("/etc/N3.config");
     const std::string root = env_or("RZREL", "/opt/rzrt");
     for (const char* name : {"CONFIG.INI", "Config", "Config2"})

@@ -1,6 +1,7 @@
 #include <cstdlib>
 
 #include "app/process.h"
+#include "buffer/state_directory.h"
 #include "config/n3_rzconfig.h"
 #include "editor/kpe.h"
 #include "editor/nested.h"
@@ -96,8 +97,9 @@ std::string Editor::join_path(const std::string& dir, const std::string& name) {
 std::optional<std::string> Editor::find_startup_file() const {
     const char* const named = std::getenv("KPE_INI");
     if (named && *named && file_exists(named)) return named;
-    const char* const home = std::getenv("HOME");
-    if (!home || !*home) return std::nullopt;
+    // In any directory that is not meant to be one's home anybody may have put commands.
+    const std::string home = kpe_env_directory("HOME");
+    if (home.empty()) return std::nullopt;
     for (const char* name : {"KPE.INI", "kpe.ini"}) {
         const std::string path = join_path(home, name);
         if (file_exists(path)) return path;

@@ -145,6 +145,7 @@ protected:
                 if (name != "d") fs::remove_all(dir.path(std::string(where) + "/" + name));
         fs::create_directory(dir.path("state"));
         fs::permissions(dir.path("state"), fs::perms::all);
+        if (target.as_user && geteuid() == 0 && chown(dir.path("state").c_str(), NOBODY, NOBODY) != 0) abort();
         dir.put("d/o", "other\n");
         if (!target.old.empty()) {
             dir.put("d/t", target.old);
@@ -155,7 +156,7 @@ protected:
         for (const char* name : {"d/t", "d/o"}) before_[name] = text(place(name));
         if (stat(dir.path("d/t").c_str(), &old_status_) != 0) old_status_ = {};
         names_ = names();
-        names_.insert({"t", "t;5", "o;2"});
+        names_.insert({"t", "t;5", "o;2", ".local"});
     }
     Ended run_with(const Session& session, long n, const char* fault) {
         return run({"d/t"}, target.edit + "\n" + session.commands, [&] {

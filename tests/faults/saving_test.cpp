@@ -132,6 +132,21 @@ TEST_F(SavingFaults, WhatCannotBeKeptIsNotReplaced) {
     close(master);
 }
 
+// The safety copy of a file with two names has to lie somewhere.
+TEST_F(SavingFaults, NothingIsMadeInTheHomeOfSomebodyElse) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can give a directory away";
+    dir.put("KPE.INI", "INSERT \"x\"\n");
+    dir.put("t", "old\n");
+    std::filesystem::create_hard_link(dir.path("t"), dir.path("l"));
+    ASSERT_EQ(chown(dir.root().c_str(), NOBODY, NOBODY), 0);
+    EXPECT_EQ(run({"t"}, "EXIT\n").status, 0);
+    EXPECT_EQ(dir.get("l"), "xold\n");
+    EXPECT_FALSE(std::filesystem::exists(dir.path(".local")));
+    // Nor is anything run there that happens to lie in the working directory.
+    EXPECT_EQ(run({"t"}, "EXIT\n", [] { setenv("HOME", ".", 1); }).status, 0);
+    EXPECT_EQ(dir.get("l"), "xold\n");
+}
+
 // The text as it was loaded and the edited line: neither undo nor the save needs a third copy.
 TEST_F(SavingFaults, AHugeLineIsInMemoryTwice) {
 #ifdef __SANITIZE_ADDRESS__

@@ -67,6 +67,7 @@ protected:
         fs::create_directory(scratch.path("d"));
         for (const char* name : {".", "state", "d"}) open_to_all(name);
         setenv("XDG_STATE_HOME", scratch.path("state").c_str(), 1);
+        unsetenv("HOME");
     }
     ~Saving() override {
         fs::permissions(scratch.path("d"), fs::perms::all);
@@ -140,7 +141,8 @@ TEST_F(Saving, WritesFurtherLinksInPlace) {
     const std::string path = scratch.put("d/a", numbered(3 * MB));
     fs::create_hard_link(path, scratch.path("other"));
     // An ordinary owner, because only from such a one a write takes the special bits away.
-    ASSERT_TRUE(getuid() != 0 || chown(path.c_str(), NOBODY, NOBODY) == 0);
+    for (const std::string& owned : {path, scratch.path("state")})
+        ASSERT_TRUE(getuid() != 0 || chown(owned.c_str(), NOBODY, NOBODY) == 0);
     chmod(path.c_str(), 06755);
     for (const size_t size : {size_t{5}, size_t{0}, 4 * MB + 1}) {
         EXPECT_EQ(in_child([&] { return save(path, numbered(size)); }, /*as_user=*/true), 0);

@@ -73,6 +73,10 @@ TEST_F(Config, AsksTheFilesInOrder) {
         scratch.put(FILES[i], "TEST/ORDER " + std::to_string(i));
         EXPECT_EQ(value(), std::to_string(i));
     }
+    ASSERT_EQ(chdir(scratch.path("home").c_str()), 0);
+    setenv("HOME", ".", 1);
+    EXPECT_EQ(value(), "1") << "the working directory is no home";
+    ASSERT_EQ(chdir("/"), 0);
     scratch.put("rt", "test/order rt");
     EXPECT_EQ(value(), "rt");
     setenv("RZ_CONFIG", scratch.put("rz", "other line\n").c_str(), 1);
