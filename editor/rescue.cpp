@@ -49,20 +49,13 @@ bool Editor::is_only_here(const std::string& name) const {
 void Editor::keep_text(const std::string& name) {
     if (!is_only_here(name)) return;
     const LineStore& lines = newest_text(name).lines();
-    std::string path;
-    FileHandle file = kpe_make_rescue_file(filename_, name, path);
-    if (path.empty()) return;
-    const FileWork work(path);
-    const bool whole = file.is_open() && kpe_write_rows(file.fd(), lines);
-    const std::string reason = whole ? "" : std::strerror(errno);
-    if (!whole && (!file.is_open() || lseek(file.fd(), 0, SEEK_CUR) <= 0)) {
-        if (file.is_open()) unlink(path.c_str());
-        rescued_.push_back({{}, "?Unable to keep the text of " + kpe_safe_name(name) + ": " + reason});
-        return;
-    }
-    const char* const what = whole ? "The text of " : "?Only a part of the text of ";
-    rescued_.push_back({std::move(file), what + kpe_safe_name(name) + " is kept in " + path});
-    on_disk_[name] = lines;
+    RescuedText kept = kpe_rescue_text(filename_, name, lines);
+    const std::string text = "the text of " + kpe_safe_name(name);
+    std::string message = "?Unable to keep " + text + ": " + std::strerror(kept.error);
+    if (kept.file.is_open())
+        message = (kept.whole ? "T" + text.substr(1) : "?Only a part of " + text) + " is kept in " + kept.path;
+    rescued_.push_back({std::move(kept.file), message});
+    on_disk_[name] = lines;  // or nowhere: it was told, and is not tried again
 }
 
 void Editor::keep_texts() {

@@ -1,6 +1,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -413,39 +415,70 @@ TEST(Rescue, PlacesGoodAndBad) {
         size_t files = 1;
     };
     const std::string home = RESCUE, made = "mkdir -p .local/state/kpe; ";
+    const std::string shared = "tmp/kpe-rescue-" + std::to_string(geteuid());
     const Row rows[] = {
         {"the state directory", "export XDG_STATE_HOME=$PWD/s", "s/kpe/rescue", "is kept in"},
         {"a relative one is none", "export XDG_STATE_HOME=s", home, "is kept in"},
-        {"no place at all", "unset HOME", home, "", 0},
+        {"that cannot be made", "export XDG_STATE_HOME=$PWD/u", home, "is kept in"},
+        {"no home", "unset HOME", shared, "is kept in"},
+        {"no home, and a link in a shared directory", "unset HOME; mkdir tmp away; ln -s $PWD/away " + shared,
+         shared + "-", "is kept in"},
         {"open to all", made + "mkdir -m 777 " + home, home, "is kept in"},
         {"no umask", "umask 0", home, "is kept in"},
-        {"a link", made + "mkdir away; ln -s $PWD/away " + home, "away",
-         "?Unable to keep the text of MAIN: Not a directory", 0},
-        {"a file", made + ": >" + home, home, "?Unable to keep the text of MAIN: Not a directory", 0},
+        {"a link", made + "mkdir away; ln -s $PWD/away " + home, shared, "is kept in"},
+        {"a file", made + ": >" + home, shared, "is kept in"},
+        {"somebody else's",
+         made + "mkdir -m 777 " + home + "; chown 65534 " + home + " || rm -r " + home + " .local/state",
+         geteuid() == 0 ? shared : home, "is kept in"},
         {"a name that is taken",
          made + "mkdir " + home + "; for i in 0 1 2 3 4 5 6 7 8 9; do ln -s $PWD/u " + home +
              "/t.txt-MAIN-$(date -d \"$i sec\" +%Y%m%d-%H%M%S)-$$; done",
-         home, "-2\r\n", 11},
+         home, "-2\r\n"},
         {"no room for all of it", "ulimit -f 2", home, "?Only a part of the text of MAIN is kept in"},
+        {"no room at all", "ulimit -f 0", home, "?Unable to keep the text of MAIN: File too large", 0},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        Terminal s(shell(row.command + "; exec \"$KPE\" t.txt"));
+        Terminal s(shell("export TMPDIR=$PWD/tmp; " + row.command + "; exec \"$KPE\" t.txt"));
         if (row.command.starts_with("ulimit")) s.keys(typed("INSERT \"" + std::string(3000, 'y') + "\""));
         s.keys(EDIT);
         s.signal(SIGTERM);
         EXPECT_EQ(s.status(), -SIGTERM);
-        EXPECT_TRUE(row.message.empty() ? s.sent(" kept") == 0 : s.sent(row.message) > 0);
-        const fs::path place = s.files().path(row.where);
-        EXPECT_EQ(fs::is_directory(place) ? s.files().names(row.where).size() : 0, row.files);
+        EXPECT_EQ(s.sent("he text of MAIN"), 1U) << "told once";
+        EXPECT_EQ(s.sent(row.message), 1U);
         EXPECT_EQ(s.files().get("u"), "two\n");
-        if (row.files == 0) continue;
-        EXPECT_EQ(fs::status(place).permissions(), fs::perms::owner_all);
-        for (const auto& entry : fs::directory_iterator(place)) {
-            if (entry.is_symlink()) continue;
+        size_t files = 0;
+        for (const auto& entry : fs::recursive_directory_iterator(s.files().root())) {
+            if (entry.is_symlink() || !entry.path().filename().string().starts_with("t.txt-MAIN-")) continue;
+            ++files;
+            const fs::path place = entry.path().parent_path();
+            EXPECT_TRUE(place.string().starts_with(s.files().path(row.where))) << place;
+            EXPECT_EQ(fs::status(place).permissions(), fs::perms::owner_all);
             EXPECT_EQ(entry.status().permissions(), fs::perms::owner_read | fs::perms::owner_write);
         }
+        EXPECT_EQ(files, row.files);
     }
+}
+
+// What it kept of the text before it was full is not left there.
+TEST(Rescue, AFullPlaceIsLeftForTheNext) {
+    screens::Setup setup = shell("exec \"$KPE\" t.txt");
+    const Scratch dir;
+    fs::create_directory(dir.path("full"));
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        GTEST_SKIP() << "no file system of one's own here";
+    ASSERT_EQ(mount("none", dir.path("full").c_str(), "tmpfs", 0, "size=8k"), 0);
+    setup.directory = &dir;
+    setup.env["XDG_STATE_HOME"] = dir.path("full");
+    const std::string line(3000, 'y');
+    Terminal s(setup);
+    for (int i = 0; i < 4; ++i) s.keys(typed("INSERT \"" + line + "\""));
+    s.signal(SIGTERM);
+    EXPECT_EQ(s.status(), -SIGTERM);
+    EXPECT_EQ(rescued(dir), (Texts{{"t.txt-MAIN", line + line + line + line + "one\n"}}));
+    EXPECT_EQ(s.sent("he text of MAIN"), 1U);
+    EXPECT_EQ(dir.names("full/kpe"), std::set<std::string>{});
+    umount(dir.path("full").c_str());
 }
 
 TEST(Rescue, NamesAreSafe) {
