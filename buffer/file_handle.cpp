@@ -78,10 +78,12 @@ bool FileState::operator==(const FileState& other) const {
            same(changed, other.changed);
 }
 
+bool FileState::is_special() const { return type != 0 && !S_ISREG(type) && !S_ISDIR(type); }
+
 FileState kpe_file_state(int fd) {
     struct stat st;
     if (fstat(fd, &st) != 0) return {};
-    return {st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim};
+    return {st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim, st.st_mode & S_IFMT};
 }
 
 std::string kpe_proc_name(int fd) { return "/proc/self/fd/" + std::to_string(fd); }

@@ -41,6 +41,10 @@ struct FileState {
     ino_t ino = 0;
     off_t size = 0;
     timespec modified{}, changed{};
+    mode_t type = 0;  // the bits of S_IFMT
+
+    // A device, a FIFO or a socket: it holds no text that could be compared or kept.
+    bool is_special() const;
 
     bool operator==(const FileState& other) const;
     bool is_file(const FileState& other) const { return dev == other.dev && ino == other.ino; }  // changed or not

@@ -43,6 +43,8 @@ bool on_proc(int directory) {
 
 bool sync_plain(int fd) { return kpe_sync(fd) == 0 || errno == EINVAL || errno == EROFS || errno == EOPNOTSUPP; }
 
+bool is_special(const struct stat& st) { return FileState{.type = st.st_mode & S_IFMT}.is_special(); }
+
 bool is_fifo(const std::string& path) {
     struct stat st;
     return stat(path.c_str(), &st) == 0 && S_ISFIFO(st.st_mode);
@@ -89,6 +91,7 @@ struct FileWriter::State {
     bool locate();
     bool open();
     bool open_existing();
+    bool has_become_special(const struct stat& now) const;
     // A name to know a copy by, cut so that it leaves room for digits.
     std::string label() const { return base.substr(0, LONGEST_LABEL) + "."; }
 
@@ -129,6 +132,8 @@ bool FileWriter::State::locate() {
 
 bool FileWriter::State::open() {
     if (!refuse) {
+        struct stat now;  // looked at before it is opened: that alone may wait, or have an effect on a device
+        if (stat(path.c_str(), &now) == 0 && has_become_special(now)) return false;
         do target = FileHandle(::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
         while (!target.is_open() && errno == EINTR && !is_fifo(path));  // whose reader is not waited for then
         if (target.is_open()) return open_existing();
@@ -138,9 +143,16 @@ bool FileWriter::State::open() {
     return locate() && text.make(dir.fd(), base, NEW_FILE);
 }
 
+// What is written there would be gone, although it was meant for a file that is read again.
+bool FileWriter::State::has_become_special(const struct stat& now) const {
+    if (!known || known->is_special() || !is_special(now)) return false;
+    errno = ESTALE;
+    return true;
+}
+
 bool FileWriter::State::open_existing() {
     struct stat old;
-    if (fstat(target.fd(), &old) != 0) return false;
+    if (fstat(target.fd(), &old) != 0 || has_become_special(old)) return false;
     if (!S_ISREG(old.st_mode)) {
         way = Way::Plain;
         return true;
@@ -168,7 +180,10 @@ bool FileWriter::State::commit() {
     return way == Way::InPlace ? overwrite() : commit_over();
 }
 
-bool FileWriter::State::commit_plain() { return sync_plain(target.fd()) && target.close(); }
+bool FileWriter::State::commit_plain() {
+    made = kpe_file_state(target.fd());
+    return sync_plain(target.fd()) && target.close();
+}
 
 bool FileWriter::State::commit_new() {
     if (!text.sync()) return false;
@@ -203,7 +218,13 @@ bool FileWriter::State::keep_changed() {
 }
 
 bool FileWriter::State::keep_changed(int fd) {
-    if (!known || !changed.empty() || kpe_file_state(fd) == *known) return true;
+    if (!known || !changed.empty()) return true;
+    const FileState now = kpe_file_state(fd);
+    if (now == *known) return true;
+    if (now.is_special()) {
+        errno = ESTALE;
+        return false;
+    }
     return kpe_keep_copy(fd, label(), changed);
 }
 
@@ -233,11 +254,13 @@ bool FileWriter::State::overwrite() {
 FileWriter::FileWriter() = default;
 FileWriter::~FileWriter() = default;
 
-bool FileWriter::open(const std::string& path, Existing existing, const volatile std::sig_atomic_t* abort) {
+bool FileWriter::open(const std::string& path, Existing existing, const volatile std::sig_atomic_t* abort,
+                      const FileState* known) {
     state_ = std::make_unique<State>();
     state_->path = path;
     state_->refuse = existing == Existing::Refuse;
     state_->abort = abort;
+    if (known) state_->known = *known;
     state_->gathered.reserve(GATHERED_SIZE);
     if (state_->open()) return true;
     state_->error = errno;
@@ -273,8 +296,6 @@ bool FileWriter::commit() {
 }
 
 bool FileWriter::taken() const { return state_ && state_->taken; }
-
-void FileWriter::expect(const FileState& known) { state_->known = known; }
 
 void FileWriter::before_overwrite(KpeToldOfCopy tell) { state_->before_overwrite = std::move(tell); }
 

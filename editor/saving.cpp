@@ -76,10 +76,9 @@ Editor::Written Editor::write_lines_file(const std::string& path, const LineStor
     FileWriter file;
     const bool edited = path == filename_ || same_file(path, filename_);
     const auto existing = must_be_new ? FileWriter::Existing::Refuse : FileWriter::Existing::Replace;
-    if (!file.open(path, existing, &g_kpe_abort_requested)) {
+    if (!file.open(path, existing, &g_kpe_abort_requested, edited ? &edited_file_ : nullptr)) {
         return file.taken() ? Written::Taken : Written::Failed;
     }
-    if (edited) file.expect(edited_file_);
     // Who has asked for the end may lose patience: then they know which file is half written, and where the other is.
     file.before_overwrite([&](const std::string& copy) {
         if (g_kpe_end_signal) tell_user("?Writing " + path + " where it stands; its old text is in " + copy);

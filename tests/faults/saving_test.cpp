@@ -104,6 +104,34 @@ TEST_F(SavingFaults, WhatHadChangedOnDiskIsKept) {
     }
 }
 
+// A FIFO would be waited for, and what goes into a device is gone. PRINT changes the file as above.
+TEST_F(SavingFaults, AFileThatHasBecomeADeviceIsNotWritten) {
+    struct Row {
+        const char *before, *printer, *saved;  // what shell commands make of t, and a session then says
+    };
+    const Row ROWS[] = {
+        {"echo old >t", "ln -sf /dev/null t", "?Unable to save t"},
+        {"echo old >t", "rm t; mkfifo t", "?Unable to save t"},
+        {"true", "mkfifo t", "?Unable to save t"},
+        {"ln -s /dev/null t", "true", "[Saved t]"},
+    };
+    dir.put("bin/lpr", "#!/bin/sh\neval \"$PRINTER\"\n");
+    ASSERT_EQ(chmod(dir.path("bin/lpr").c_str(), 0755), 0);
+    for (const Row& row : ROWS) {
+        const auto prepare = [&] {
+            alarm(5);
+            setenv("PATH", "bin:/usr/bin:/bin", 1);
+            setenv("PRINTER", row.printer, 1);
+            if (std::system((std::string("rm -f t; ") + row.before).c_str()) != 0) _exit(124);
+        };
+        const Ended ended = run({"t"}, "INSERT \"x\"\nPRINT\n/SAVE\nWRITE /dev/null\nEXIT\n", prepare);
+        const bool saved = *row.saved == '[';
+        EXPECT_EQ(ended.status, saved ? 0 : 2) << row.printer;
+        EXPECT_EQ(ended.err, saved ? "" : "?Unable to write t\n") << row.printer;
+        EXPECT_NE(ended.out.find(row.saved), std::string::npos) << ended.out;
+    }
+}
+
 TEST_F(SavingFaults, WhatCannotBeKeptIsNotReplaced) {
     int master = -1, shown = -1;
     ASSERT_EQ(openpty(&master, &shown, nullptr, nullptr, nullptr), 0);
