@@ -80,10 +80,13 @@ bool FileState::operator==(const FileState& other) const {
 
 bool FileState::is_special() const { return type != 0 && !S_ISREG(type) && !S_ISDIR(type); }
 
+FileState kpe_file_state(const struct stat& status) {
+    return {status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim, status.st_mode & S_IFMT};
+}
+
 FileState kpe_file_state(int fd) {
-    struct stat st;
-    if (fstat(fd, &st) != 0) return {};
-    return {st.st_dev, st.st_ino, st.st_size, st.st_mtim, st.st_ctim, st.st_mode & S_IFMT};
+    struct stat status;
+    return fstat(fd, &status) == 0 ? kpe_file_state(status) : FileState();
 }
 
 std::string kpe_proc_name(int fd) { return "/proc/self/fd/" + std::to_string(fd); }

@@ -5,6 +5,7 @@
 #include <ctime>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <utility>
 
@@ -49,7 +50,8 @@ struct FileState {
     bool operator==(const FileState& other) const;
     bool is_file(const FileState& other) const { return dev == other.dev && ino == other.ino; }  // changed or not
 };
-FileState kpe_file_state(int fd);
+FileState kpe_file_state(const struct stat& status);
+FileState kpe_file_state(int fd);  // all 0 if it cannot be asked
 // The kernel's own name of an open file, by which also one without a name can be reached.
 std::string kpe_proc_name(int fd);
 

@@ -43,8 +43,6 @@ bool on_proc(int directory) {
 
 bool sync_plain(int fd) { return kpe_sync(fd) == 0 || errno == EINVAL || errno == EROFS || errno == EOPNOTSUPP; }
 
-bool is_special(const struct stat& st) { return FileState{.type = st.st_mode & S_IFMT}.is_special(); }
-
 bool is_fifo(const std::string& path) {
     struct stat st;
     return stat(path.c_str(), &st) == 0 && S_ISFIFO(st.st_mode);
@@ -145,7 +143,7 @@ bool FileWriter::State::open() {
 
 // What is written there would be gone, although it was meant for a file that is read again.
 bool FileWriter::State::has_become_special(const struct stat& now) const {
-    if (!known || known->is_special() || !is_special(now)) return false;
+    if (!known || known->is_special() || !kpe_file_state(now).is_special()) return false;
     errno = ESTALE;
     return true;
 }

@@ -287,6 +287,9 @@ private:
     // --- Rescue: editor/rescue.cpp ---
     // A file holds the buffer's text as it is now; buffer is buffer_ or one of buffers_.
     void note_on_disk(const TextBuffer& buffer);
+    // When the edited file looks changed but still holds what was last loaded or saved: takes over how it looks. A
+    // further name, another mode or another time is no change of the text.
+    void overlook_unchanged_text();
     const TextBuffer& newest_text(const std::string& name) const;
     // Whether the buffer of that (normalized) name has text that is not what was last loaded or saved.
     bool is_only_here(const std::string& name) const;

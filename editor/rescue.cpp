@@ -7,6 +7,7 @@
 #include "app/process.h"
 #include "buffer/file_writer.h"
 #include "buffer/rescue_file.h"
+#include "config/n3_rzconfig.h"
 #include "editor/kpe.h"
 #include "editor/report.h"
 #include "system/file_work.h"
@@ -33,6 +34,17 @@ void Editor::note_on_disk(const TextBuffer& buffer) {
     if (&buffer == &buffer_) on_disk_[current_buffer_name_] = buffer.lines();
     for (const auto& [name, stored] : buffers_)
         if (&buffer == &stored) on_disk_[name] = buffer.lines();
+}
+
+void Editor::overlook_unchanged_text() {
+    struct stat now;
+    const auto known = on_disk_.find("MAIN");
+    if (known == on_disk_.end() || kpe_stat(filename_.c_str(), &now) != 0 || !S_ISREG(now.st_mode)) return;
+    if (kpe_file_state(now) == edited_file_ || now.st_size != edited_file_.size) return;
+    TextBuffer file;
+    file.load(filename_, &g_kpe_abort_requested);
+    const bool whole = file.load_state() == TextBuffer::Load::Whole;
+    if (whole && same_text(file.lines(), known->second)) edited_file_ = file.loaded_file();
 }
 
 const TextBuffer& Editor::newest_text(const std::string& name) const {

@@ -75,6 +75,7 @@ Editor::Written Editor::write_lines_file(const std::string& path, const LineStor
     const FileWork work(path);
     FileWriter file;
     const bool edited = path == filename_ || same_file(path, filename_);
+    if (edited) overlook_unchanged_text();
     const auto existing = must_be_new ? FileWriter::Existing::Refuse : FileWriter::Existing::Replace;
     if (!file.open(path, existing, &g_kpe_abort_requested, edited ? &edited_file_ : nullptr)) {
         return file.taken() ? Written::Taken : Written::Failed;

@@ -81,6 +81,7 @@ TEST_F(SavingFaults, WhatHadChangedOnDiskIsKept) {
         {"ln -f t l; echo his >t", "PRINT\nEXIT\n", "his\n"},
         {"echo his >>t", "PRINT\n/SAVE\nPRINT\nEXIT\n", "old\nhis\nold\nhis\n"},
         {"rm t", "PRINT\nEXIT\n", ""},
+        {"chmod 600 t; ln t m; touch t", "PRINT\nINSERT \"x\"\n/SAVE\nPRINT\nEXIT\n", ""},
         {"echo his >t", "PRINT\nWRITE other\nQUIT\n", ""},
         {"true", "INCLUDE t\nWRITE t 1\nPRINT\nEXIT\n", ""},
         {"echo his >t", "WRITE ./t 1\nPRINT\nWRITE l 1\nQUIT\n", "his\n"},
