@@ -35,7 +35,7 @@ size_t room_for(const struct stat& status) {
     return sized ? static_cast<size_t>(status.st_size) + 2 : FIRST_ROOM;
 }
 
-// Whether the end was reached. One byte of the block stays free.
+// Whether the end was reached; errno is set if not. One byte of the block stays free.
 bool read_to_end(int fd, Block& block, const volatile std::sig_atomic_t* abort) {
     while (!stopped(abort)) {
         if (block.capacity() - block.size() < 2) block.reserve(block.capacity() * 2);
@@ -47,6 +47,7 @@ bool read_to_end(int fd, Block& block, const volatile std::sig_atomic_t* abort) 
         else if (errno != EINTR)
             return false;
     }
+    errno = EINTR;
     return false;
 }
 
@@ -54,9 +55,10 @@ bool read_to_end(int fd, Block& block, const volatile std::sig_atomic_t* abort) 
 
 FileContent kpe_read_file(const std::string& path, const volatile std::sig_atomic_t* abort) {
     using End = FileContent::End;
-    FileContent content{End::Missing, {}, std::make_shared<Block>(1)};
+    FileContent content{End::Missing, 0, {}, std::make_shared<Block>(1)};
     const FileHandle file(open_patiently(path, abort));
     if (!file.is_open()) {
+        content.error = errno;
         content.end = errno == ENOENT || errno == ENOTDIR ? End::Missing : End::Refused;
         return content;
     }
@@ -64,15 +66,20 @@ FileContent kpe_read_file(const std::string& path, const volatile std::sig_atomi
     struct stat status = {};
     if (fstat(file.fd(), &status) == 0 && S_ISDIR(status.st_mode)) {
         content.end = End::Whole;
+        content.error = EISDIR;
         return content;
     }
     try {
         content.end = End::Broken;
         content.block->reserve(room_for(status));
-        if (read_to_end(file.fd(), *content.block, abort)) content.end = End::Whole;
+        if (read_to_end(file.fd(), *content.block, abort))
+            content.end = End::Whole;
+        else
+            content.error = errno;
         content.block->shrink();
     } catch (const std::bad_alloc&) {
         content.end = End::Broken;  // larger than memory: the part that is there
+        content.error = ENOMEM;
     }
     return content;
 }

@@ -12,6 +12,7 @@ struct FileContent {
     enum class End { Missing, Refused, Whole, Broken };
     // Missing: there is no such file. Refused: it could not be opened. Broken: reading stopped before the end.
     End end = End::Missing;
+    int error = 0;                 // of errno: why it could not be read, or not to its end. EISDIR for a directory
     FileState file;                // as it was before the first byte was read
     std::shared_ptr<Block> block;  // never null, with room for one byte more
 };

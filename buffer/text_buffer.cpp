@@ -1,6 +1,8 @@
 #include "buffer/text_buffer.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <new>
 
 #include "buffer/file_reader.h"
 
@@ -35,9 +37,17 @@ bool TextBuffer::load(const std::string& path, const volatile std::sig_atomic_t*
     loaded_file_ = content.file;
     const bool opened = content.end == End::Whole || content.end == End::Broken;
     load_state_ = content.end == End::Missing ? Load::Missing : content.end == End::Whole ? Load::Whole : Load::Broken;
+    load_error_ = content.error;
     const std::string_view bytes = content.block->bytes();
-    final_newline_ = bytes.empty() || bytes.back() == '\n';
-    if (!bytes.empty()) lines_ = LineStore::from_block(content.block);
+    const bool ends_line = bytes.empty() || bytes.back() == '\n';
+    final_newline_ = true;
+    try {
+        if (!bytes.empty()) lines_ = LineStore::from_block(content.block);
+        final_newline_ = ends_line;
+    } catch (const std::bad_alloc&) {
+        load_state_ = Load::Broken;
+        load_error_ = ENOMEM;
+    }
     return opened;
 }
 

@@ -30,6 +30,8 @@ public:
     bool load(const std::string& path, const volatile std::sig_atomic_t* abort = nullptr);
     // How the last load() ended. Broken also when the file exists and could not be opened at all.
     Load load_state() const { return load_state_; }
+    // Of errno: why it was not Whole; EISDIR for a directory, which counts as empty. 0 otherwise.
+    int load_error() const { return load_error_; }
     // The file as it was before it was read; empty if there was none.
     const FileState& loaded_file() const { return loaded_file_; }
     void set_filename(const std::string& name) { filename_ = name; }
@@ -129,5 +131,6 @@ private:
     bool mark_set_ = false;
     size_t mark_row_ = 0, mark_col_ = 0;
     Load load_state_ = Load::Missing;
+    int load_error_ = 0;
     FileState loaded_file_;
 };

@@ -114,6 +114,7 @@ private:
     friend struct EditorPeek;  // the tests' one door
 
     void load_current_file();  // filename_ into buffer_, and a copy as MAIN
+    void tell_unread();        // a user, that not all of it could be read
 
     // --- Text helpers of the command language: editor/text_helpers.cpp ---
     static std::string trim(const std::string& text);

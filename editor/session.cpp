@@ -1,4 +1,6 @@
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <new>
 #include <unistd.h>
@@ -68,6 +70,16 @@ void Editor::load_current_file() {
     check_abort(!quiet_);
     note_on_disk(buffers_["MAIN"] = buffer_);
     note_on_disk(buffer_);
+    tell_unread();
+}
+
+// It would look like an empty or a shorter file until a save is refused.
+void Editor::tell_unread() {
+    const int error = buffer_.load_error();
+    if (error == 0 || buffer_.load_state() == TextBuffer::Load::Missing) return;
+    const bool part = buffer_.line_count() > 1 || buffer_.length(0) > 0;
+    const std::string reason = error == ENOMEM ? "not enough memory" : std::strerror(error);
+    tell_user((part ? "?Only a part of " + filename_ + " is shown: " : "?Unable to read " + filename_ + ": ") + reason);
 }
 
 int Editor::line_mode() {
