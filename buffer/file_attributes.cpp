@@ -12,8 +12,9 @@
 namespace {
 
 constexpr const char* ACCESS_LIST = "system.posix_acl_access";
-// Seals over the content: they belong to the old bytes.
-constexpr std::string_view OF_THE_CONTENT[] = {"security.ima", "security.evm"};
+constexpr const char* UNFINISHED = "user.kpe.unfinished";
+// The mark, and seals over the content: they belong to the old file.
+constexpr std::string_view NOT_COPIED[] = {"security.ima", "security.evm", UNFINISHED};
 
 // What read fills, whose size may change between asking for it and reading it; none with errno set.
 template <class Read>
@@ -36,7 +37,7 @@ std::optional<std::string> attribute(int fd, const char* name) {
 }
 
 bool copy_attribute(int from, int to, const char* name) {
-    if (std::ranges::find(OF_THE_CONTENT, std::string_view(name)) != std::end(OF_THE_CONTENT)) return true;
+    if (std::ranges::find(NOT_COPIED, std::string_view(name)) != std::end(NOT_COPIED)) return true;
     const std::optional<std::string> value = attribute(from, name);
     if (!value) return errno == ENODATA;
     return attribute(to, name) == value || fsetxattr(to, name, value->data(), value->size(), 0) == 0;
@@ -44,6 +45,11 @@ bool copy_attribute(int from, int to, const char* name) {
 
 // A directory may give every new file an access list of its own.
 bool drop_access_list(int fd) { return fremovexattr(fd, ACCESS_LIST) == 0 || errno == ENODATA || errno == EOPNOTSUPP; }
+
+std::string inode_of(int fd) {
+    struct stat st;
+    return fstat(fd, &st) == 0 ? std::to_string(st.st_ino) : "";
+}
 
 bool copy_extended(int from, int to) {
     const auto names = read_sized([&](char* bytes, size_t size) { return flistxattr(from, bytes, size); });
@@ -70,4 +76,24 @@ bool kpe_copy_attributes(int from, int to) {
     // The mode comes last: a change of owner or of the access list takes bits away.
     if (fstat(to, &made) != 0) return false;
     return ((old.st_mode ^ made.st_mode) & 07777) == 0 || fchmod(to, old.st_mode & 07777) == 0;
+}
+
+void kpe_mark_unfinished(int fd) {
+    const int error = errno;
+    const std::string inode = inode_of(fd);
+    fsetxattr(fd, UNFINISHED, inode.data(), inode.size(), 0);
+    errno = error;
+}
+
+bool kpe_is_unfinished(int fd) {
+    const int error = errno;
+    const std::optional<std::string> inode = attribute(fd, UNFINISHED);
+    errno = error;
+    return inode && !inode->empty() && *inode == inode_of(fd);
+}
+
+void kpe_mark_finished(int fd) {
+    const int error = errno;
+    fremovexattr(fd, UNFINISHED);
+    errno = error;
 }

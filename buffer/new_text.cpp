@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "buffer/file_attributes.h"
 #include "buffer/safety_copy.h"
 
 namespace {
@@ -13,14 +14,15 @@ namespace {
 const std::string NEW_TEXT = ".kpe-";
 constexpr size_t LONGEST = 100;  // bytes of the file's name: it may be as long as names can be
 
-// Who makes a new text holds a lock on it. Without one it was left by a process that was killed, and goes.
+// Who makes a new text marks it and holds a lock on it. A marked one without a lock was left by a process that was
+// killed, and goes. Whatever has no mark may be somebody's own file.
 bool remove_leftover(int dir, const char* name) {
     const int before = errno;
     const FileHandle left(openat(dir, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
     struct stat st;
     const bool removed = left.is_open() && fstat(left.fd(), &st) == 0 && S_ISREG(st.st_mode) &&
-                         flock(left.fd(), LOCK_EX | LOCK_NB) == 0 && kpe_leads_to(dir, name, left.fd()) &&
-                         unlinkat(dir, name, 0) == 0;
+                         kpe_is_unfinished(left.fd()) && flock(left.fd(), LOCK_EX | LOCK_NB) == 0 &&
+                         kpe_leads_to(dir, name, left.fd()) && unlinkat(dir, name, 0) == 0;
     errno = before;
     return removed;
 }
@@ -75,6 +77,7 @@ bool NewText::make_named(mode_t mode) {
     const bool ours = locked && kpe_leads_to(dir_, name_.c_str(), file_.fd());
     if (!ours && (file_.is_open() || errno == EEXIST)) file_ = FileHandle(kpe_with_new_name(NEW_TEXT, name_, make));
     if (!file_.is_open()) name_.clear();
+    if (file_.is_open()) kpe_mark_unfinished(file_.fd());
     return file_.is_open();
 }
 
@@ -102,6 +105,7 @@ bool NewText::name() {
         return linkat(AT_FDCWD, nameless.c_str(), dir_, name, AT_SYMLINK_FOLLOW);
     };
     name_ = own_name();
+    kpe_mark_unfinished(file_.fd());
     int result = link(name_.c_str());
     if (result != 0 && errno == EEXIST && remove_leftover(dir_, name_.c_str())) result = link(name_.c_str());
     if (result != 0 && errno == EEXIST) result = kpe_with_new_name(NEW_TEXT, name_, link);
@@ -112,16 +116,20 @@ bool NewText::name() {
 // Gives the new text a name that no file has yet: -1 with EEXIST otherwise.
 int NewText::take_name() {
     if (!name_.empty()) {
-        const int result = rename_new(dir_, name_.c_str(), base_.c_str());
-        if (result == 0) name_.clear();
-        return result;
+        return named(rename_new(dir_, name_.c_str(), base_.c_str()));
     }
     return linkat(AT_FDCWD, kpe_proc_name(file_.fd()).c_str(), dir_, base_.c_str(), AT_SYMLINK_FOLLOW);
 }
 
-int NewText::replace() {
-    const int result = renameat(dir_, name_.c_str(), dir_, base_.c_str());
-    if (result == 0) name_.clear();
+int NewText::replace() { return named(renameat(dir_, name_.c_str(), dir_, base_.c_str())); }
+
+// Passes the result of giving it the file's name on. It is unmarked last: killed before, it is a leftover to be
+// known; killed between the two, it is the file, and the mark goes with its next save. A name that could not be
+// removed stays known, too.
+int NewText::named(int result) {
+    if (result != 0) return result;
+    if (!kpe_leads_to(dir_, name_.c_str(), file_.fd())) kpe_mark_finished(file_.fd());
+    name_.clear();
     return result;
 }
 

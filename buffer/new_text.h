@@ -7,7 +7,9 @@
 
 // The new text of a file until it gets the file's name. It has no name at all where the file system knows such
 // files, so that a process that is killed leaves nothing; else, and for a moment before it replaces an old file, one
-// that begins with ".kpe-" beside it. What a killed process left under that name goes with the next save of the file.
+// that begins with ".kpe-" beside it, and a mark (kpe_mark_unfinished). What a killed process left under that name goes
+// with the next save of the file if it has the mark and nobody holds a lock on it; a file without a mark may be the
+// user's own and stays, and so does a leftover on a file system that takes no attributes.
 //
 // dir is the open directory of the file and must stay open; base its name there. All return false, or -1, with errno
 // set.
@@ -29,6 +31,7 @@ public:
 
 private:
     bool make_named(mode_t mode);
+    int named(int result);
     std::string own_name() const;
 
     int dir_ = -1;

@@ -159,6 +159,11 @@ TEST_F(Saving, TrustsNothingUnderTheNameOfItsNewText) {
     const std::string path = scratch.put("d/a", "old"), beside = scratch.path("d/.kpe-a");
     scratch.put("victim", "victim");
     FileHandle busy;
+    const auto mark = [&](ino_t inode) {
+        const std::string text = std::to_string(inode);
+        return setxattr(beside.c_str(), "user.kpe.unfinished", text.data(), text.size(), 0) == 0;
+    };
+    const bool attributes = setxattr(path.c_str(), "user.kpe.probe", "", 0, 0) == 0;
     const std::pair<std::function<void()>, bool> ROWS[] = {
         {[&] { fs::create_symlink(scratch.path("victim"), beside); }, true},
         {[&] { fs::create_directory(beside); }, true},
@@ -168,7 +173,14 @@ TEST_F(Saving, TrustsNothingUnderTheNameOfItsNewText) {
              ASSERT_EQ(flock(busy.fd(), LOCK_EX), 0);
          },
          true},
-        {[&] { busy.close(); }, false},
+        {[&] { mark(stat_of(beside).st_ino); }, true},
+        {[&] { busy.close(); }, !attributes},
+        {[&] { scratch.put("d/.kpe-a", "the user's own"); }, true},
+        {[&] {
+             scratch.put("d/.kpe-a", "a copy of a leftover");
+             mark(1);
+         },
+         true},
     };
     for (const auto& [plant, stays] : ROWS) {
         plant();
