@@ -10,6 +10,7 @@
 
 #include "buffer/file_writer.h"
 #include "buffer/state_directory.h"
+#include "system/file_work.h"
 
 namespace {
 
@@ -65,6 +66,7 @@ RescuedText write_text(const std::string& directory_path, const std::string& nam
         text.path = directory_path;
         text.file = make_file(directory, name, text.path);
     }
+    const FileWork work(text.path);
     text.whole = text.file.is_open() && kpe_write_rows(text.file.fd(), lines);
     if (!text.whole) text.error = errno;
     return text;

@@ -98,8 +98,9 @@ public:
     void reset_state();
 
     // --- Rescue: editor/rescue.cpp ---
-    // For the end of a session: keeps every text that is only here, and tells where. Throws nothing.
-    void rescue();
+    // For the end of a session: keeps every text that is only here, and tells where. Throws nothing. false: not all of
+    // them could be kept whole.
+    bool rescue();
 
     struct KeyTable;  // what each key is called and does: screen/keys.cpp
 
@@ -544,6 +545,7 @@ private:
     };
     std::map<std::string, LineStore> on_disk_;  // by buffer name: what was last loaded or saved
     std::vector<Rescued> rescued_;              // and not told yet
+    bool lost_some_ = false;                    // a text could not be kept whole
     static Editor* after_crash_;                // whose texts are rescued then
     bool at_terminal_ = false;                  // standard input was one at the start
 

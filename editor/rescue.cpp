@@ -64,6 +64,7 @@ void Editor::keep_text(const std::string& name) {
     RescuedText kept = kpe_rescue_text(filename_, name, lines);
     const std::string text = "the text of " + kpe_safe_name(name);
     std::string message = "?Unable to keep " + text + ": " + std::strerror(kept.error);
+    lost_some_ |= !kept.whole;
     if (kept.file.is_open())
         message = (kept.whole ? "T" + text.substr(1) : "?Only a part of " + text) + " is kept in " + kept.path;
     rescued_.push_back({std::move(kept.file), message});
@@ -102,14 +103,15 @@ void Editor::tell_left_behind() const {
     if (count > 0) kpe_warn(std::string("?Not saved, and gone now: ") + (count > 1 ? "buffers" : "buffer") + names);
 }
 
-void Editor::rescue() {
+bool Editor::rescue() {
     try {
         undo_stack_.clear();  // there may be no memory left, and nothing will be undone any more
         redo_stack_.clear();
         keep_texts();
         tell_kept();
+        return !lost_some_;
     } catch (const std::exception&) {
-        // There is nothing left to try.
+        return false;  // there is nothing left to try
     }
 }
 

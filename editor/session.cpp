@@ -10,6 +10,12 @@
 #include "editor/kpe.h"
 #include "editor/report.h"
 
+namespace {
+
+constexpr int STATUS_UNSAVED = 2;  // as after an EXIT that could not write
+
+}  // namespace
+
 Editor::Editor(std::vector<std::string> files, std::optional<std::string> command_file,
                std::optional<std::string> output_file, bool read_only, bool recover, std::optional<std::string> journal)
     : command_file_(std::move(command_file)),
@@ -107,12 +113,14 @@ int Editor::line_mode() {
         obey_end_signal();
     }
     obey_end_signal();
+    int status = 0;
     if (at_terminal_) {
-        kpe_limit_end(0);
-        rescue();
+        kpe_limit_end(STATUS_UNSAVED);
+        if (!rescue()) status = STATUS_UNSAVED;
+        kpe_limit_end(status);
     }
     kpe_flush();
-    return 0;
+    return status;
 }
 
 void Editor::handle_command_result(CommandResult r, bool exit_allowed) {

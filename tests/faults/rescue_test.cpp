@@ -382,6 +382,8 @@ TEST(Rescue, EndsOnATerminalAndInAPipe) {
         "truncate -s 500M long; cat edit long | { ulimit -v 200000; exec \"$KPE\" t.txt; } 2>err >out";
     const Row rows[] = {
         {"exec \"$KPE\" t.txt", EDIT + Ctrl('d'), 0, true, ""},
+        {"ulimit -f 2; exec \"$KPE\" t.txt", typed("INSERT \"" + std::string(3000, 'y') + "\"") + Ctrl('d'), 2, true,
+         ""},
         {"exec \"$KPE\" t.txt", EDIT + typed("QUIT"), 0, false, ""},
         {"exec \"$KPE\" t.txt", EDIT + typed("FIND =b") + EDIT + typed("EXIT"), 0, false, ""},
         {"exec \"$KPE\" missing/t.txt", EDIT + typed("EXIT"), 2, true, ""},
