@@ -25,6 +25,9 @@
 
 namespace {
 
+// An end that hangs is forced after ten seconds: what came sooner came by itself, however busy the machine is.
+constexpr std::chrono::seconds BY_ITSELF{8};
+
 using namespace screens;
 namespace fs = std::filesystem;
 using Texts = std::map<std::string, std::string>;
@@ -112,8 +115,10 @@ TEST(Rescue, AnEndKeepsTheTextWhereverItComes) {
             s.forget_output();
             gone ? s.hang_up() : s.signal(way);
             const auto start = std::chrono::steady_clock::now();
-            EXPECT_EQ(s.status(), way == DEAF_HANG_UP ? 0 : way == HANG_UP ? -SIGHUP : -way);
-            EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
+            const int status = s.status();
+            // A terminal that goes away first lets reading fail and then sends the signal.
+            EXPECT_TRUE(gone ? status == 0 || (status == -SIGHUP && way == HANG_UP) : status == -way) << status;
+            EXPECT_LT(std::chrono::steady_clock::now() - start, BY_ITSELF);
             EXPECT_EQ(s.files().get("t.txt"), "one\n");
             EXPECT_NE(s.files().get("t.txt.jou"), "");
             EXPECT_EQ(rescued(s.files()), (Texts{{"t.txt-MAIN", place.text}}));
@@ -181,7 +186,7 @@ TEST(Rescue, ASignalEndsWhatLasts) {
         const auto start = std::chrono::steady_clock::now();
         s.signal(SIGTERM);
         EXPECT_EQ(s.status(), -SIGTERM);
-        EXPECT_LT(std::chrono::steady_clock::now() - start, 4s);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, BY_ITSELF);
         EXPECT_TRUE(same_modes(s.modes(), before));
         EXPECT_NE(rescued(dir)["t.txt-MAIN"].find("x" + row.text), std::string::npos);
         EXPECT_EQ(dir.get("t.txt").size(), row.text.size());
@@ -206,7 +211,7 @@ TEST(Rescue, ADiskThatHangsDoesNotHoldUpTheEnd) {
     hurries.signal(SIGTERM);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(hurries.status(), -SIGTERM);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, BY_ITSELF);
     EXPECT_TRUE(waits.running());
     EXPECT_EQ(waits.status(), -SIGTERM);
 }
@@ -298,7 +303,6 @@ TEST(Rescue, AJournalIsWholeAndOfOneSession) {
 }
 
 TEST(Rescue, AReaderThatHasGoneEndsTheSession) {
-    signal(SIGPIPE, SIG_DFL);  // for the shell
     Terminal s(shell("mkfifo p; exec 3<>p 4>p 3<&-; \"$KPE\" -command=edit t.txt <edit >&4 2>err; echo $? >status"));
     s.status();
     EXPECT_EQ(s.files().get("status"), "141\n");
@@ -433,8 +437,8 @@ TEST(Rescue, PlacesGoodAndBad) {
          made + "mkdir -m 777 " + home + "; chown 65534 " + home + " || rm -r " + home + " .local/state",
          geteuid() == 0 ? shared : home, "is kept in"},
         {"a name that is taken",
-         made + "mkdir " + home + "; for i in 0 1 2 3 4 5 6 7 8 9; do ln -s $PWD/u " + home +
-             "/t.txt-MAIN-$(date -d \"$i sec\" +%Y%m%d-%H%M%S)-$$; done",
+         made + "mkdir " + home + "; now=$(date +%s); for i in 0 1 2 3 4 5 6 7 8 9; do ln -s $PWD/u " + home +
+             "/t.txt-MAIN-$(date -d @$((now + i)) +%Y%m%d-%H%M%S)-$$; done",
          home, "-2\r\n"},
         {"no room for all of it", "ulimit -f 2", home, "?Only a part of the text of MAIN is kept in"},
         {"no room at all", "ulimit -f 0", home, "?Unable to keep the text of MAIN: File too large", 0},
@@ -510,7 +514,7 @@ TEST(Rescue, WithoutInputEverySessionEndsAtOnce) {
             const auto start = std::chrono::steady_clock::now();
             Terminal s(setup);
             EXPECT_EQ(s.status(), 0);
-            EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
+            EXPECT_LT(std::chrono::steady_clock::now() - start, BY_ITSELF);
             EXPECT_FALSE(fs::exists(s.files().path(RESCUE)));
         }
     }

@@ -177,6 +177,8 @@ void Terminal::start() {
     fcntl(master_, F_SETFL, O_NONBLOCK);
     pid_ = fork();
     if (pid_ == 0) {
+        // A test that runs in the background, or without a terminal, has some of them ignored.
+        for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTSTP}) ::signal(number, SIG_DFL);
         login_tty(slave_);  // a session of its own, with the terminal on 0, 1 and 2
         if (chdir(setup_.directory->root().c_str()) != 0) _exit(126);
         execvpe(args[0], args.data(), env.data());
