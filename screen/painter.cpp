@@ -158,7 +158,12 @@ bool Painter::can_fill(int row) const { return row < rows_ - 1 || !auto_right_ma
 void Painter::send_cells(int row, const CellRow& cells, size_t from, size_t to) {
     if (to == cells.width() && !can_fill(row)) {
         --to;
-        if (cells.is_second_half(to)) --to;
+        if (cells.is_second_half(to)) {  // what stood under its first half goes all the same
+            move_cursor(row, static_cast<int>(--to));
+            reverse(false);
+            out_ += ' ';
+            ++col_;
+        }
     }
     if (from >= to) return;
     move_cursor(row, static_cast<int>(from));
@@ -254,6 +259,7 @@ void Painter::change(int row, const CellRow& was, const CellRow& now) {
 
 bool Painter::scroll_rows(int top, int bottom, int count) {
     if (memory_above || memory_below || non_dest_scroll_region) return false;  // old text could come in
+    if (!can_fill(bottom)) return false;  // what the last cell of that row shows is not what it should
     const int distance = count > 0 ? count : -count;
     const char* const once = count > 0 ? scroll_forward : scroll_reverse;
     const char* const several = count > 0 ? parm_index : parm_rindex;
