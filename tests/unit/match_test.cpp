@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <ctime>
 #include <optional>
 #include <random>
 #include <string>
@@ -185,6 +186,26 @@ TEST(ByteSearch, EqualsNaiveAroundBlocksAndWindows) {
                 naive.push_back(text.data() + at);
             ASSERT_TRUE(all == naive) << needle << " in " << size;
         }
+    }
+}
+
+// What agrees for long in most places of the text: a hundred times longer, it costs about the same.
+TEST(ByteSearch, ALongNeedleTakesNoLongerThanAShortOne) {
+    string text;
+    while (text.size() < 200'000) text += "ab";
+    Patience patience(nullptr);
+    const auto cost = [&](size_t pairs, int way) {
+        const ByteSearch search(text.substr(0, 2 * pairs) + "aa", false);
+        std::vector<const char*> places;
+        const std::clock_t start = std::clock();
+        if (way == 0) search.find(text, 0, patience);
+        if (way == 1) search.rfind(text, 0, patience);
+        if (way == 2) search.find_all(text, places, patience);
+        return std::clock() - start;
+    };
+    for (const int way : {0, 1, 2}) {
+        const std::clock_t least = std::min({cost(50, way), cost(50, way), cost(50, way)});
+        EXPECT_LT(std::min({cost(5000, way), cost(5000, way), cost(5000, way)}), 10 * least) << "way " << way;
     }
 }
 
