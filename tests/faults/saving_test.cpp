@@ -201,16 +201,24 @@ TEST_F(SavingFaults, AHugeLineIsInMemoryTwice) {
 
 TEST_F(SavingFaults, SessionsThatSaveAtOnceEachGetAVersion) {
     constexpr int SESSIONS = 12;
-    std::vector<pid_t> sessions;
-    for (int i = 0; i < SESSIONS; ++i) {
-        const std::string n = std::to_string(i);
-        sessions.push_back(start({"-journal=j" + n, "t"}, "SET VERSIONING\nINSERT \"" + n + "\"\nEXIT\n"));
+    for (const char* without : {"", "nameless", "nameless noreplace", "nameless noreplace links"}) {
+        const auto on_file_system = [&] {
+            setenv("LD_PRELOAD", KPE_FAILING_CALLS, 1);
+            setenv("KPE_FAULT_WITHOUT", without, 1);
+            setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
+        };
+        for (const std::string& name : dir.names()) std::filesystem::remove_all(dir.path(name));
+        std::vector<pid_t> sessions;
+        for (int i = 0; i < SESSIONS; ++i) {
+            const std::string n = std::to_string(i), commands = "SET VERSIONING\nINSERT \"" + n + "\"\nEXIT\n";
+            sessions.push_back(start({"-journal=j" + n, "t"}, commands, on_file_system));
+        }
+        for (const pid_t session : sessions) EXPECT_EQ(status_of(session), 0);
+        std::set<std::string> texts;
+        for (const std::string& name : dir.names()) texts.insert(dir.get(name));
+        EXPECT_EQ(dir.names().size(), static_cast<size_t>(SESSIONS)) << without;
+        EXPECT_EQ(texts.size(), static_cast<size_t>(SESSIONS)) << without;
     }
-    for (const pid_t session : sessions) EXPECT_EQ(status_of(session), 0);
-    std::set<std::string> texts;
-    for (const std::string& name : dir.names()) texts.insert(dir.get(name));
-    EXPECT_EQ(dir.names().size(), static_cast<size_t>(SESSIONS));
-    EXPECT_EQ(texts.size(), static_cast<size_t>(SESSIONS));
 }
 
 // The file may be where the output goes: both keep the order in which they were made.
