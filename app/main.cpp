@@ -9,12 +9,13 @@
 #include <unistd.h>
 #include <vector>
 
-#include "app/process.h"
 #include "app/usage.h"
 #include "config/n3_rzconfig.h"
 #include "editor/kpe.h"
-#include "editor/report.h"
-#include "editor/text_helpers.h"
+#include "system/ascii.h"
+#include "system/process.h"
+#include "system/report.h"
+#include "system/terminal.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <string>
 #include <string_view>
 
-#include "app/process.h"
-#include "editor/report.h"
+#include "system/report.h"
+#include "system/version.h"
 
 namespace {
 

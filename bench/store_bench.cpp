@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "buffer/block.h"
 #include "buffer/line_store.h"
 #include "buffer/text_buffer.h"
+#include "system/block.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <variant>
 #include <vector>
 
-#include "buffer/block.h"
+#include "system/block.h"
 
 // Some hundred lines of a LineStore, the piece that its copies share. Part of the store's inside.
 //

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <utility>
 
-#include "buffer/block.h"
 #include "buffer/line_tree.h"
+#include "system/block.h"
 
 // Room for new texts: blocks that get larger the more is put into them.
 class Arena {

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "buffer/block.h"
+#include "system/block.h"
 
 class ByteSearch;
 class Patience;

@@ -1,12 +1,12 @@
 #include "buffer/pattern.h"
+#include "system/ascii.h"
 
 #include <string>
 #include <utility>
 
 std::string kpe_lowered(std::string_view text) {
     std::string result(text);
-    for (char& c : result)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    for (char& c : result) c = kpe_to_lower(c);
     return result;
 }
 

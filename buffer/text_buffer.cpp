@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <new>
 
-#include "buffer/file_reader.h"
+#include "files/file_reader.h"
 
 namespace {
 

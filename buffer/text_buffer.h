@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
-#include "buffer/file_handle.h"
 #include "buffer/line_store.h"
 #include "buffer/match.h"
+#include "files/file_handle.h"
 
 // The text of one buffer: its lines without terminators, the file it came from, a modified flag, a
 // final-newline flag and one optional mark that edits keep pointing at the same text. A value: a copy

@@ -1,4 +1,5 @@
 #include "config/n3_rzconfig.h"
+#include "system/ascii.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -17,12 +18,11 @@ constexpr const char* RUNTIME_LIBRARIES[] = {"librzrtl.so"};
 constexpr const char* BLANKS = " \t";
 
 // Upper case of the C locale, whatever the locale of the process is.
-char upper_char(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
 bool starts_with_any_case(std::string_view text, std::string_view prefix) {
     if (text.size() < prefix.size()) return false;
     for (size_t i = 0; i < prefix.size(); ++i)
-        if (upper_char(text[i]) != upper_char(prefix[i])) return false;
+        if (kpe_to_upper(text[i]) != kpe_to_upper(prefix[i])) return false;
     return true;
 }
 
@@ -95,7 +95,7 @@ bool parse_line(std::string_view line, std::string_view key, std::string& value)
 
 std::string env_name(const char* tag, const char* suffix) {
     std::string name = tag ? tag : "";
-    for (char& c : name) c = upper_char(c);
+    for (char& c : name) c = kpe_to_upper(c);
     return name + (suffix ? suffix : "");
 }
 
@@ -122,8 +122,8 @@ bool config_lookup(const char* key, std::string& value, const char* tag) {
 
 bool config_is_on(const std::string& v) {
     if (v.empty()) return false;
-    const char first = upper_char(v[0]);
-    if (first == 'O') return v.size() > 1 && upper_char(v[1]) == 'N';
+    const char first = kpe_to_upper(v[0]);
+    if (first == 'O') return v.size() > 1 && kpe_to_upper(v[1]) == 'N';
     return first == 'Y' || first == 'T' || first == '1';
 }
 

@@ -1,7 +1,7 @@
 #include <algorithm>
 
 #include "editor/kpe.h"
-#include "editor/report.h"
+#include "system/report.h"
 
 std::string Editor::normalize_buffer_name(std::string name) {
     name = trim(name);

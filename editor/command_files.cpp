@@ -1,12 +1,12 @@
 #include <cstdlib>
 
-#include "app/process.h"
-#include "buffer/state_directory.h"
 #include "config/n3_rzconfig.h"
 #include "editor/kpe.h"
-#include "editor/nested.h"
-#include "editor/report.h"
-#include "editor/text_helpers.h"
+#include "files/state_directory.h"
+#include "system/nested.h"
+#include "system/process.h"
+#include "system/report.h"
+#include "system/terminal.h"
 
 namespace {
 

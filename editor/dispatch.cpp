@@ -3,10 +3,11 @@
 #include <ctime>
 #include <variant>
 
-#include "app/process.h"
 #include "editor/kpe.h"
-#include "editor/report.h"
-#include "editor/text_helpers.h"
+#include "system/ascii.h"
+#include "system/interrupts.h"
+#include "system/report.h"
+#include "system/version.h"
 
 namespace {
 

@@ -2,11 +2,11 @@
 #include <array>
 #include <climits>
 
-#include "app/process.h"
 #include "editor/kpe.h"
-#include "editor/report.h"
+#include "editor/on_screen.h"
 #include "editor/row_edits.h"
-#include "screen/curses_session.h"
+#include "system/report.h"
+#include "system/terminal.h"
 
 namespace {
 

@@ -3,10 +3,10 @@
 #include <chrono>
 #include <cstring>
 
-#include "editor/input.h"
 #include "editor/kpe.h"
-#include "editor/report.h"
 #include "files/file_place.h"
+#include "system/input.h"
+#include "system/report.h"
 
 using namespace std::chrono_literals;
 

@@ -1,9 +1,8 @@
 #include <algorithm>
-#include <curses.h>
 
 #include "editor/kpe.h"
-#include "editor/report.h"
-#include "editor/text_helpers.h"
+#include "system/ascii.h"
+#include "system/report.h"
 
 namespace {
 
@@ -11,16 +10,6 @@ struct KeyName {
     std::string_view typed, id;
 };
 constexpr KeyName KEY_NAMES[] = {{"F1", "PF1"}, {"F2", "PF2"}, {"F3", "PF3"}, {"F4", "PF4"}};
-
-constexpr int CTRL_A = 1, CTRL_H = 8, CTRL_Z = 26, RUBOUT = 127;
-
-std::string key_part(int key) {
-    if (key >= KEY_F(1) && key <= KEY_F(4)) return "PF" + std::to_string(key - KEY_F0);
-    if (key == KEY_BACKSPACE || key == RUBOUT || key == CTRL_H) return "DELETE";
-    if (key >= CTRL_A && key <= CTRL_Z) return std::string("CTRL+") + static_cast<char>(key + 'A' - 1);
-    if (key >= ' ' && key < RUBOUT) return {kpe_to_upper(static_cast<char>(key))};
-    return "";
-}
 
 }  // namespace
 
@@ -60,19 +49,6 @@ std::string Editor::normalize_key_spec(const std::string& spec) const {
         std::find_if(std::begin(KEY_NAMES), std::end(KEY_NAMES), [&](const KeyName& k) { return k.typed == key; });
     if (name != std::end(KEY_NAMES)) key = name->id;
     return (gold ? "GOLD+" : "") + std::string(ctrl ? "CTRL+" : "") + std::string(key);
-}
-
-std::string Editor::key_id_from_input(int key, bool gold) const {
-    const std::string part = key_part(key);
-    return gold && !part.empty() ? "GOLD+" + part : part;
-}
-
-bool Editor::try_defined_key(int key, bool gold) {
-    const auto definition = key_defs_.find(key_id_from_input(key, gold));
-    if (definition == key_defs_.end()) return false;
-    const std::string command = definition->second;  // the command may define its own key anew
-    handle_command_result(execute_command(command, /*report=*/false), /*exit_allowed=*/true);
-    return true;
 }
 
 void Editor::show_key_command(const std::string& filter, bool report) {

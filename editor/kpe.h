@@ -13,9 +13,9 @@
 #include <utility>
 #include <vector>
 
-#include "buffer/file_handle.h"
 #include "buffer/match.h"
 #include "buffer/text_buffer.h"
+#include "files/file_handle.h"
 #include "files/journal_file.h"
 #include "system/idle.h"
 
@@ -110,7 +110,7 @@ public:
 private:
     struct VerbTable;          // editor/dispatch.cpp
     struct SettingTable;       // editor/settings.cpp
-    struct WordTable;          // screen/nokeypad.cpp
+    struct WordTable;          // editor/nokeypad.cpp
     struct Replacing;          // editor/substitute.cpp
     friend struct EditorPeek;  // the tests' one door
 
@@ -370,7 +370,7 @@ private:
     void type_character(char c);
     std::string key_debug_name(int key) const;
 
-    // --- Motion: screen/motion.cpp ---
+    // --- Motion: editor/motion.cpp ---
     void move_up();
     void move_down();
     void move_left();
@@ -386,7 +386,7 @@ private:
     void open_line();
     bool is_delim(char c) const;
 
-    // --- Select range: screen/select.cpp ---
+    // --- Select range: editor/select.cpp ---
     void start_select();
     bool select_active() const;
     std::optional<SelSpan> active_select_span() const;
@@ -402,7 +402,7 @@ private:
     void append_select();
     void replace_select_with_paste();
 
-    // --- Editing: screen/editing.cpp ---
+    // --- Editing: editor/editing.cpp ---
     void delete_char_left();
     void delete_char_at_cursor();
     void delete_line();
@@ -420,7 +420,7 @@ private:
     void shift_right_line();
     void insert_tab_at_cursor();
 
-    // --- Find and substitute keys, prompts: screen/find_keys.cpp, screen/prompts.cpp ---
+    // --- Find and substitute keys, prompts: editor/find_keys.cpp, screen/prompts.cpp ---
     void find_again_key();
     void subs_keypad();
     std::string prompt_line(const std::string& prompt);
@@ -433,7 +433,7 @@ private:
     void command_prompt();
     void interactive_define_key();
 
-    // --- Keypad-less command strings and help page: screen/nokeypad.cpp, screen/help_screen.cpp ---
+    // --- Keypad-less command strings and help page: editor/nokeypad.cpp, screen/help_screen.cpp ---
     bool execute_nokeypad_string(const std::string& cmds, bool echo_errors);
     void nokeypad_mode();
     void nokeypad_loop();

@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <span>
 
-#include "app/process.h"
-#include "buffer/file_reader.h"
 #include "editor/kpe.h"
-#include "editor/report.h"
+#include "files/file_reader.h"
+#include "system/report.h"
+#include "system/version.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
 #include <algorithm>
 
-#include "editor/input.h"
 #include "editor/kpe.h"
-#include "editor/nested.h"
-#include "editor/report.h"
-#include "editor/text_helpers.h"
-#include "screen/curses_session.h"
+#include "editor/on_screen.h"
+#include "system/ascii.h"
+#include "system/input.h"
+#include "system/nested.h"
+#include "system/report.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include <string_view>
 
 #include "editor/kpe.h"
-#include "editor/text_helpers.h"
+#include "system/ascii.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include <algorithm>
 
 #include "editor/kpe.h"
-#include "editor/text_helpers.h"
+#include "system/ascii.h"
 
 namespace {
 

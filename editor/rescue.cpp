@@ -4,13 +4,16 @@
 #include <exception>
 #include <unistd.h>
 
-#include "app/process.h"
-#include "buffer/file_writer.h"
-#include "buffer/rescue_file.h"
+#include "buffer/write_rows.h"
 #include "config/n3_rzconfig.h"
 #include "editor/kpe.h"
-#include "editor/report.h"
+#include "files/file_writer.h"
+#include "files/rescue_file.h"
 #include "system/file_work.h"
+#include "system/interrupts.h"
+#include "system/process.h"
+#include "system/report.h"
+#include "system/terminal.h"
 
 namespace {
 
@@ -61,7 +64,7 @@ bool Editor::is_only_here(const std::string& name) const {
 void Editor::keep_text(const std::string& name) {
     if (!is_only_here(name)) return;
     const LineStore& lines = newest_text(name).lines();
-    RescuedText kept = kpe_rescue_text(filename_, name, lines);
+    RescuedText kept = kpe_rescue_text(filename_, name, [&](int fd) { return kpe_write_rows(fd, lines); });
     const std::string text = "the text of " + kpe_safe_name(name);
     std::string message = "?Unable to keep " + text + ": " + std::strerror(kept.error);
     lost_some_ |= !kept.whole;

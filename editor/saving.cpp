@@ -2,12 +2,14 @@
 #include <cstdlib>
 #include <unistd.h>
 
-#include "app/process.h"
-#include "buffer/file_writer.h"
 #include "config/n3_rzconfig.h"
 #include "editor/kpe.h"
-#include "editor/report.h"
+#include "files/file_writer.h"
 #include "system/file_work.h"
+#include "system/interrupts.h"
+#include "system/process.h"
+#include "system/report.h"
+#include "system/terminal.h"
 
 namespace {
 

@@ -1,21 +1,19 @@
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 
-#include "app/process.h"
 #include "editor/kpe.h"
-#include "editor/report.h"
+#include "system/interrupts.h"
+#include "system/report.h"
+#include "system/signals.h"
+#include "system/wait.h"
 
 // --- Interrupts ---
 
 Editor::AbortGuard::AbortGuard() {
     kpe_forget_interrupt();
-    struct sigaction action = {};
-    action.sa_handler = kpe_sigint_handler;
-    sigemptyset(&action.sa_mask);  // and no SA_RESTART: Ctrl/C also ends a read that waits for an answer
-    sigaction(SIGINT, &action, &prev_);
+    kpe_set_handler(SIGINT, kpe_sigint_handler, &prev_);  // which also ends a read that waits for an answer
 }
 
 Editor::AbortGuard::~AbortGuard() {
@@ -34,22 +32,14 @@ bool Editor::check_abort(bool report) {
 
 void Editor::wait_for_interrupt() {
     kpe_flush();
-    // The signals that end the wait are blocked but while ppoll sleeps, so none slips in between.
-    sigset_t blocked, before;
-    sigemptyset(&blocked);
-    for (const int number : {SIGINT, SIGHUP, SIGTERM, SIGQUIT}) sigaddset(&blocked, number);
-    sigprocmask(SIG_BLOCK, &blocked, &before);
-    sigset_t asleep = before;
-    sigdelset(&asleep, SIGINT);
-
     // A terminal that went away while SIGHUP is ignored tells so here. The end of a pipe is no such thing.
     struct stat input = {};
     const bool terminal = fstat(STDIN_FILENO, &input) == 0 && S_ISCHR(input.st_mode);
-    pollfd hangup = {STDIN_FILENO, 0, 0};
-    while (!g_kpe_abort_requested && !g_kpe_end_signal) {
-        if (ppoll(&hangup, terminal ? 1 : 0, nullptr, &asleep) > 0) break;
+    const auto noted = [] { return g_kpe_abort_requested || g_kpe_end_signal; };
+    while (!noted()) {
+        const Wait hangup{.signals = kpe_ending_signals(), .noted = noted, .events = 0, .watches_input = terminal};
+        if (kpe_wait(hangup) == Waited::Input) break;
     }
-    sigprocmask(SIG_SETMASK, &before, nullptr);
 }
 
 // --- Matches ---

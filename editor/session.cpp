@@ -5,10 +5,11 @@
 #include <new>
 #include <unistd.h>
 
-#include "app/process.h"
-#include "editor/input.h"
 #include "editor/kpe.h"
-#include "editor/report.h"
+#include "system/input.h"
+#include "system/interrupts.h"
+#include "system/process.h"
+#include "system/report.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 #include <cstdlib>
 
 #include "editor/kpe.h"
-#include "editor/report.h"
-#include "editor/text_helpers.h"
+#include "system/ascii.h"
+#include "system/report.h"
 
 // Settings by kind. A row gives SET, SET NO and SHOW; what fits no kind is a function of its own.
 struct Editor::SettingTable {

@@ -1,11 +1,11 @@
 #include <algorithm>
 #include <memory>
 
-#include "app/process.h"
-#include "editor/input.h"
 #include "editor/kpe.h"
-#include "editor/report.h"
-#include "editor/text_helpers.h"
+#include "system/ascii.h"
+#include "system/input.h"
+#include "system/interrupts.h"
+#include "system/report.h"
 
 namespace {
 

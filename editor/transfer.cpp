@@ -8,15 +8,17 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "app/process.h"
-#include "buffer/file_handle.h"
-#include "buffer/file_reader.h"
-#include "buffer/file_writer.h"
-#include "editor/input.h"
+#include "buffer/write_rows.h"
 #include "editor/kpe.h"
-#include "editor/report.h"
-#include "editor/text_helpers.h"
-#include "screen/curses_session.h"
+#include "editor/on_screen.h"
+#include "files/file_handle.h"
+#include "files/file_reader.h"
+#include "files/file_writer.h"
+#include "system/ascii.h"
+#include "system/input.h"
+#include "system/interrupts.h"
+#include "system/process.h"
+#include "system/report.h"
 
 namespace {
 
@@ -38,7 +40,7 @@ int run_in_shell(const std::string& command) {
     if (child == 0) {
         sigaction(SIGINT, &old_int, nullptr);
         sigaction(SIGQUIT, &old_quit, nullptr);
-        kpe_default_signals_for_child();
+        kpe_reset_signals_in_child();
         execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
         _exit(127);
     }

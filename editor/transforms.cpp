@@ -3,9 +3,9 @@
 #include <charconv>
 
 #include "editor/kpe.h"
-#include "editor/report.h"
 #include "editor/row_edits.h"
-#include "editor/text_helpers.h"
+#include "system/ascii.h"
+#include "system/report.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 #include <algorithm>
 #include <string_view>
 
-#include "app/process.h"
 #include "editor/kpe.h"
-#include "editor/report.h"
+#include "system/interrupts.h"
+#include "system/report.h"
 
 namespace {
 

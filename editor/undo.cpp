@@ -1,7 +1,7 @@
 #include <utility>
 
 #include "editor/kpe.h"
-#include "editor/report.h"
+#include "system/report.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "buffer/safety_copy.h"
+#include "files/safety_copy.h"
 #include "files/sync_later.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <sys/types.h>
 
-#include "buffer/file_handle.h"
+#include "files/file_handle.h"
 
 // A file of lines that are appended one by one, each whole or not at all, by one process at a time: it is locked while
 // it is open. It is a regular file of the effective user's own, with one name, that nobody else may write, and gets

@@ -8,7 +8,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "buffer/file_handle.h"
+#include "files/file_handle.h"
 
 namespace {
 

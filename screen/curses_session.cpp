@@ -13,12 +13,15 @@
 #include <term.h>
 #include <unistd.h>
 
-#include "app/process.h"
-#include "editor/input.h"
-#include "editor/report.h"
+#include "editor/on_screen.h"
 #include "screen/key_reader.h"
 #include "screen/n3_kpe_keymap.h"
 #include "screen/shown_rows.h"
+#include "system/input.h"
+#include "system/interrupts.h"
+#include "system/report.h"
+#include "system/signals.h"
+#include "system/terminal.h"
 
 namespace {
 
@@ -63,12 +66,7 @@ std::array<SignalRow, 4> g_signals{{
     {SIGCONT, note_signal, {}},
 }};
 
-void take_signal(SignalRow& row) {
-    struct sigaction action {};
-    action.sa_handler = row.handler;
-    sigemptyset(&action.sa_mask);
-    sigaction(row.number, &action, &row.before);
-}
+void take_signal(SignalRow& row) { kpe_set_handler(row.number, row.handler, &row.before); }
 
 void take_signals() {
     for (SignalRow& row : g_signals) take_signal(row);
@@ -173,6 +171,27 @@ void send_gathered() {
     refresh();
 }
 
+int print_byte(int c) {
+    const char byte = static_cast<char>(c);
+    kpe_send_to_terminal({&byte, 1});
+    return c;
+}
+
+// Ends curses, which is active.
+void leave_screen() {
+    const bool ended = endwin() != ERR;
+    g_curses_active = false;
+    // Where no other screen comes back, what is printed next would stand in the old message.
+    if (ended && exit_ca_mode == nullptr && clr_eol != nullptr) tputs(clr_eol, 1, print_byte);
+    kpe_send_to_terminal("\033>");
+    kpe_flush();
+}
+
+void give_terminal_back() {
+    leave_screen();
+    kpe_terminal_given_back();
+}
+
 void take_screen_back() {
     keypad_application_mode();
     g_curses_active = true;
@@ -186,7 +205,7 @@ void take_screen_back() {
 
 // g_curses_active tells whether it did.
 void start_curses() {
-    kpe_remember_terminal();
+    kpe_terminal_taken(give_terminal_back);
     g_curses_active = true;
     std::setlocale(LC_CTYPE, "");
     keypad_application_mode();
@@ -198,7 +217,7 @@ void start_curses() {
         kpe_safe_endwin();
         return;
     }
-    kpe_set_terminal_reset((exit_ca_mode ? exit_ca_mode : "") + std::string("\033>"));
+    kpe_set_leaving_bytes((exit_ca_mode ? exit_ca_mode : "") + std::string("\033>"));
     raw();
     noecho();
     keypad(stdscr, TRUE);
@@ -251,7 +270,7 @@ CursesSession::~CursesSession() {
 
 LineModePause::LineModePause() : paused_(g_curses_active) {
     if (!paused_) return;
-    kpe_leave_screen();
+    leave_screen();
     kpe_expect_type_ahead();
     // Ctrl/Z stops at once, and nothing where no shell could continue it: noted, it would stop the screen later.
     sigaction(SIGTSTP, &stop_signal().before, nullptr);
@@ -265,17 +284,22 @@ LineModePause::~LineModePause() {
 }
 
 InterruptKey::InterruptKey() {
-    if (!g_curses_active || tcgetattr(STDIN_FILENO, &before_) != 0 || (before_.c_lflag & ISIG)) return;
+    termios now{};
+    if (!g_curses_active || tcgetattr(STDIN_FILENO, &now) != 0 || (now.c_lflag & ISIG)) return;
     kpe_forget_interrupt();
-    termios now = before_;
-    now.c_lflag |= ISIG | NOFLSH;
-    now.c_cc[VINTR] = static_cast<cc_t>(kpe_ctrl('C'));
-    now.c_cc[VQUIT] = now.c_cc[VSUSP] = _POSIX_VDISABLE;
-    changed_ = tcsetattr(STDIN_FILENO, TCSANOW, &now) == 0;
+    modes_.emplace([](termios& modes) {
+        modes.c_lflag |= ISIG | NOFLSH;
+        modes.c_cc[VINTR] = static_cast<cc_t>(kpe_ctrl('C'));
+        modes.c_cc[VQUIT] = modes.c_cc[VSUSP] = _POSIX_VDISABLE;
+    });
 }
 
 InterruptKey::~InterruptKey() {
-    if (changed_ && g_curses_active) tcsetattr(STDIN_FILENO, TCSANOW, &before_);
+    if (modes_ && !g_curses_active) modes_->keep();  // the modes are not the screen's any more
+}
+
+void kpe_beep() {
+    if (g_curses_active) beep();
 }
 
 bool kpe_terminal_signal_noted() { return g_stop_asked || g_continued || g_size_changed; }
@@ -283,7 +307,7 @@ bool kpe_terminal_signal_noted() { return g_stop_asked || g_continued || g_size_
 bool kpe_follow_terminal() {
     if (g_stop_asked) {
         g_stop_asked = 0;
-        kpe_leave_screen();
+        leave_screen();
         std::raise(SIGSTOP);
         g_continued = 1;
     }

@@ -2,7 +2,8 @@
 
 #include <optional>
 #include <string>
-#include <termios.h>
+
+#include "system/terminal.h"
 
 // Curses on the terminal for as long as it lives, in raw mode, with keypad application mode on and with the
 // user's character set (LC_CTYPE; outside it is that of the C locale). Sessions nest: an inner one uses the
@@ -21,39 +22,6 @@ public:
 
 private:
     bool outermost_;
-};
-
-// Of the terminal, as the latest session found it, at most 4096 each; kept when that ends. 0 before there was one.
-struct ScreenSize {
-    int rows = 0, cols = 0;
-};
-ScreenSize kpe_screen_size();
-
-// Gives the terminal back to line mode for as long as it lives, for a command that reads lines. The screen is
-// repainted afterwards. Without curses on the terminal it does nothing.
-class LineModePause {
-public:
-    LineModePause();
-    ~LineModePause();
-    LineModePause(const LineModePause&) = delete;
-    LineModePause& operator=(const LineModePause&) = delete;
-
-private:
-    bool paused_;
-};
-
-// Lets Ctrl/C arrive as an interrupt signal, not as a key, for as long as it lives: for what may take long.
-// Nothing typed meanwhile is lost. Without curses on the terminal it does nothing.
-class InterruptKey {
-public:
-    InterruptKey();
-    ~InterruptKey();
-    InterruptKey(const InterruptKey&) = delete;
-    InterruptKey& operator=(const InterruptKey&) = delete;
-
-private:
-    termios before_{};
-    bool changed_ = false;
 };
 
 // Whether a signal told of the terminal and kpe_follow_terminal was not called since.

@@ -4,12 +4,13 @@
 #include <string_view>
 #include <vector>
 
-#include "app/process.h"
 #include "editor/kpe.h"
-#include "editor/report.h"
+#include "editor/on_screen.h"
 #include "screen/cells.h"
 #include "screen/curses_session.h"
 #include "screen/shown_rows.h"
+#include "system/report.h"
+#include "system/terminal.h"
 
 namespace {
 

@@ -5,10 +5,11 @@
 #include <string_view>
 #include <vector>
 
-#include "app/process.h"
 #include "editor/kpe.h"
+#include "editor/on_screen.h"
 #include "screen/curses_session.h"
 #include "screen/shown_rows.h"
+#include "system/version.h"
 
 namespace {
 

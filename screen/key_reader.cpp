@@ -9,11 +9,13 @@
 #include <string>
 #include <unistd.h>
 
-#include "app/process.h"
 #include "screen/curses_session.h"
 #include "screen/n3_kpe_keymap.h"
 #include "system/idle.h"
+#include "system/interrupts.h"
 #include "system/signals.h"
+#include "system/terminal.h"
+#include "system/wait.h"
 
 namespace {
 
@@ -71,16 +73,9 @@ bool byte_waits() {
     return poll(&input, 1, 0) > 0;
 }
 
-enum class Waited { Input, Signal, TimeUp };
-
-// A signal that comes between the test of its flag and the wait is held back until the wait itself.
 Waited wait_at_most(const timespec* limit) {
-    const SignalHold hold(kpe_ending_signals_and({SIGWINCH, SIGTSTP, SIGCONT}));
-    if (signal_noted()) return Waited::Signal;
-    pollfd input = {STDIN_FILENO, POLLIN, 0};
-    const int polled = ppoll(&input, 1, limit, &hold.before());
-    if (polled < 0 && errno == EINTR) return Waited::Signal;
-    return polled == 0 ? Waited::TimeUp : Waited::Input;
+    static const sigset_t signals = kpe_ending_signals_and({SIGWINCH, SIGTSTP, SIGCONT});
+    return kpe_wait({.signals = signals, .noted = signal_noted, .limit = limit});
 }
 
 // Without a limit, does what was put off until nothing is typed.

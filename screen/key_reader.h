@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <functional>
 
+#include "system/terminal.h"
+
 // The next key, normalised; an interrupt counts as Ctrl/C. Calls draw before it waits (so not while keys are
 // typed faster than they are handled), and again, with anew, whenever the size of the terminal changed or its
 // picture was lost meanwhile. ERR when there will be no more keys: end of input, a hangup, or a signal that

@@ -8,12 +8,14 @@
 #include <tuple>
 #include <variant>
 
-#include "app/process.h"
 #include "editor/kpe.h"
-#include "editor/text_helpers.h"
+#include "editor/on_screen.h"
 #include "screen/curses_session.h"
 #include "screen/key_reader.h"
 #include "screen/n3_kpe_keymap.h"
+#include "system/ascii.h"
+#include "system/interrupts.h"
+#include "system/terminal.h"
 
 // One row a key: its label, and what it is called and does, plain and after GOLD. Names, labels and behaviour
 // all come from here. Printable characters without a plain action are typed into the text.

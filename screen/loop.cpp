@@ -1,14 +1,14 @@
 #include <curses.h>
 #include <new>
 
-#include "app/process.h"
-#include "editor/input.h"
 #include "editor/kpe.h"
-#include "editor/nested.h"
-#include "editor/report.h"
 #include "screen/curses_session.h"
 #include "screen/key_reader.h"
 #include "screen/n3_kpe_keymap.h"
+#include "system/input.h"
+#include "system/nested.h"
+#include "system/report.h"
+#include "system/terminal.h"
 
 void Editor::screen_mode() {
     if (!may_enter_screen()) return;

@@ -1,7 +1,7 @@
 #include <string>
 
-#include "app/process.h"
 #include "editor/kpe.h"
+#include "editor/on_screen.h"
 #include "screen/curses_session.h"
 
 // The sequences of the keypad are not taught to curses here: this is for terminals without one.

@@ -9,7 +9,7 @@
 #include <cwchar>
 #include <term.h>
 
-#include "editor/report.h"
+#include "system/report.h"
 
 namespace {
 

@@ -5,10 +5,11 @@
 #include <string_view>
 
 #include "editor/kpe.h"
-#include "editor/text_helpers.h"
+#include "editor/on_screen.h"
 #include "screen/curses_session.h"
 #include "screen/n3_kpe_keymap.h"
 #include "screen/shown_rows.h"
+#include "system/ascii.h"
 
 namespace {
 
@@ -26,8 +27,6 @@ void show_prompt(const std::string& prompt, const std::string& answer) {
 bool ends_prompt(int key) {
     return key == KPE_RETURN || key == KPE_LINEFEED || key == KEY_ENTER || key == KPE_KP_ENTER;
 }
-
-bool is_cancel(int key) { return key == ERR || key == kpe_ctrl('C') || key == KPE_ESCAPE; }
 
 // The byte of a code from 0 to 255 in decimal digits.
 std::optional<char> byte_of(const std::string& digits) {
@@ -101,28 +100,4 @@ void Editor::command_prompt() {
         result = execute_command(answer, /*report=*/false);
     }
     handle_command_result(result, /*exit_allowed=*/true);
-}
-
-std::optional<int> Editor::read_key_to_define(const std::string& message) {
-    message_ = message;
-    draw_screen();
-    const int key = read_key();
-    if (!is_cancel(key)) return key;
-    message_ = "Define key cancelled";
-    return std::nullopt;
-}
-
-void Editor::interactive_define_key() {
-    auto key = read_key_to_define("Press key to define");
-    const bool gold = key == KEY_F(1);
-    if (gold) key = read_key_to_define("GOLD — press key");
-    if (!key) return;
-    const std::string id = key_id_from_input(*key, gold);
-    if (id.empty()) {
-        message_ = "Invalid key for DEFINE KEY";
-        return;
-    }
-    const std::string definition = prompt_line("Definition: ");
-    if (!definition.empty()) key_defs_[id] = definition;
-    message_ = definition.empty() ? "Define key cancelled" : "Key defined: " + id;
 }

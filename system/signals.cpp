@@ -27,6 +27,22 @@ sigset_t kpe_ending_signals_and(std::initializer_list<int> more) {
     return all;
 }
 
+void kpe_set_handler(int number, void (*handler)(int), struct sigaction* before) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    sigemptyset(&action.sa_mask);
+    sigaction(number, &action, before);
+}
+
+void kpe_set_handler_unless_ignored(int number, void (*handler)(int), int flags) {
+    struct sigaction action {
+    }, before{};
+    action.sa_handler = handler;
+    action.sa_flags = flags;
+    sigemptyset(&action.sa_mask);
+    if (sigaction(number, &action, &before) == 0 && before.sa_handler == SIG_IGN) sigaction(number, &before, nullptr);
+}
+
 SignalHold::SignalHold(const sigset_t& signals) { pthread_sigmask(SIG_BLOCK, &signals, &before_); }
 
 SignalHold::SignalHold(std::initializer_list<int> signals) {

@@ -7,6 +7,11 @@
 // the system and of other programs. kpe gives them all the same meaning.
 const sigset_t& kpe_ending_signals();
 
+// Has handler called at the signal; before (may be null) gets what was in force. Calls that wait are interrupted by it.
+void kpe_set_handler(int number, void (*handler)(int), struct sigaction* before = nullptr);
+// The same unless the signal is ignored: who started the process wants it so.
+void kpe_set_handler_unless_ignored(int number, void (*handler)(int), int flags = 0);
+
 // Holds signals back while it lives; what arrived meanwhile is delivered at its end.
 class SignalHold {
 public:

@@ -5,8 +5,8 @@
 #include <optional>
 #include <thread>
 
-#include "buffer/file_handle.h"
 #include "faults/program.h"
+#include "files/file_handle.h"
 
 // The program killed in the middle of a save of a large file: see ./check soak.
 

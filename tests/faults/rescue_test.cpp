@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "buffer/rescue_file.h"
+#include "files/rescue_file.h"
 #include "screens/sleeping.h"
 #include "screens/terminal.h"
 

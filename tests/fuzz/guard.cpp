@@ -16,7 +16,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "app/process.h"
+#include "system/interrupts.h"
+#include "system/process.h"
 
 namespace {
 

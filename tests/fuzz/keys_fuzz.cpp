@@ -14,9 +14,9 @@
 #include <unistd.h>
 #include <vterm.h>
 
-#include "app/process.h"
 #include "fuzz/session.h"
 #include "fuzz/targets.h"
+#include "system/terminal.h"
 
 namespace {
 

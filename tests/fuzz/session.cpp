@@ -7,11 +7,11 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "app/process.h"
-#include "editor/input.h"
-#include "editor/report.h"
 #include "fuzz/guard.h"
 #include "fuzz/targets.h"
+#include "system/input.h"
+#include "system/report.h"
+#include "system/terminal.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "buffer/file_writer.h"
+#include "files/file_writer.h"
 
 #include <fcntl.h>
 #include <grp.h>
@@ -11,7 +11,7 @@
 
 #include <functional>
 
-#include "buffer/file_handle.h"
+#include "files/file_handle.h"
 #include "unit/scratch.h"
 
 namespace fs = std::filesystem;

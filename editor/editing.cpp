@@ -1,0 +1,171 @@
+#include <algorithm>
+#include <string_view>
+
+#include "editor/kpe.h"
+#include "editor/on_screen.h"
+#include "editor/row_edits.h"
+#include "system/ascii.h"
+#include "system/terminal.h"
+
+namespace {
+
+constexpr int DEFAULT_WIDTH = 80;
+constexpr int LEAST_WRAP_WIDTH = 8;
+constexpr int DEFAULT_TAB = 8;
+
+char flipped_case(char c) {
+    const char up = kpe_to_upper(c);
+    return up != c ? up : kpe_to_lower(c);
+}
+
+std::string joined_rows(const LineStore& rows) {
+    std::string text;
+    for_each_run(rows, [&](const LineStore::Run& run) {
+        text.append(run.bytes);
+        if (!run.terminated) text += '\n';
+    });
+    return text;
+}
+
+// Where a line breaks so that no part is longer than width, except for a blank at its end: columns in the whole
+// line, ascending. Behind the cursor only the part that holds the cursor is broken off.
+std::vector<size_t> wrap_columns(std::string_view line, size_t width, size_t cursor) {
+    std::vector<size_t> breaks;
+    size_t start = 0;
+    while (line.size() - start > width) {
+        const std::string_view rest = line.substr(start);
+        const size_t blank = rest.rfind(' ', width);
+        const size_t at = blank != std::string_view::npos && blank > 0 ? blank + 1 : width;
+        const bool behind_cursor = start + at > cursor;
+        if (behind_cursor && at == rest.size()) break;  // it would only add empty lines, for ever
+        start += at;
+        breaks.push_back(start);
+        if (behind_cursor) break;  // the cursor's part is short enough now
+    }
+    return breaks;
+}
+
+}  // namespace
+
+// A removed NUL looks like nothing in what the buffer returns, so whether there is a byte is asked before.
+
+void Editor::delete_char_left() {
+    const bool some = cursor_col_ > 0 ? cursor_col_ <= buffer_.length(cursor_row_)
+                                      : cursor_row_ > 0 && cursor_row_ < buffer_.line_count();
+    const char removed = buffer_.backspace(cursor_row_, cursor_col_);
+    if (some) delete_char_buffer_.assign(1, removed);
+}
+
+void Editor::delete_char_at_cursor() {
+    const bool some = cursor_col_ < buffer_.length(cursor_row_) || cursor_row_ + 1 < buffer_.line_count();
+    const char removed = buffer_.delete_at(cursor_row_, cursor_col_);
+    if (some) delete_char_buffer_.assign(1, removed);
+}
+
+void Editor::delete_line() {
+    delete_line_buffer_ = buffer_.take_range(cursor_row_, cursor_row_);
+    cursor_row_ = std::min(cursor_row_, buffer_.line_count() - 1);
+    cursor_col_ = 0;
+}
+
+void Editor::delete_range(const LineRange& range) {
+    delete_line_buffer_ = buffer_.take_range(range.first, range.last);
+    cursor_row_ = std::min(range.first, buffer_.line_count() - 1);
+    cursor_col_ = 0;
+    message_ = "Range deleted";
+}
+
+void Editor::undelete_line() {
+    if (delete_line_buffer_.empty()) {
+        message_ = "No deleted line";
+    } else if (case_mode_ == "LOWER" || case_mode_ == "UPPER") {
+        paste_text(joined_rows(delete_line_buffer_));
+    } else {
+        buffer_.insert_rows_as_text(cursor_row_, cursor_col_, delete_line_buffer_);
+        maybe_wrap_line();
+    }
+}
+
+void Editor::delete_eol() { set_paste_text(buffer_.delete_to_eol(cursor_row_, cursor_col_)); }
+
+void Editor::delete_word() {
+    delete_word_buffer_ = buffer_.delete_word_forward(cursor_row_, cursor_col_, word_delimiters_);
+}
+
+void Editor::delete_word_left() {
+    delete_word_buffer_ = buffer_.delete_word_backward(cursor_row_, cursor_col_, word_delimiters_);
+    message_ = delete_word_buffer_.empty() ? "No word" : "Deleted word";
+}
+
+void Editor::paste() { paste_text(paste_text_content()); }
+
+void Editor::paste_text(const std::string& text) {
+    if (text.empty()) return;
+    if (case_mode_ == "LOWER" || case_mode_ == "UPPER") {
+        buffer_.insert_text(cursor_row_, cursor_col_, apply_case_mode(text));
+    } else {
+        buffer_.insert_text(cursor_row_, cursor_col_, text);
+    }
+    maybe_wrap_line();
+}
+
+std::string Editor::apply_case_mode(std::string text) const {
+    if (case_mode_ == "LOWER") {
+        std::transform(text.begin(), text.end(), text.begin(), kpe_to_lower);
+    } else if (case_mode_ == "UPPER") {
+        std::transform(text.begin(), text.end(), text.begin(), kpe_to_upper);
+    }
+    return text;
+}
+
+void Editor::maybe_wrap_line() {
+    if (!wrap_) return;
+    int width = screen_width_ < 1 ? DEFAULT_WIDTH : screen_width_;
+    if (g_curses_active && screen_width_ == 0) width = kpe_screen_size().cols;
+    if (width < LEAST_WRAP_WIDTH) return;
+    const std::vector<size_t> breaks = wrap_columns(buffer_.view(cursor_row_), static_cast<size_t>(width), cursor_col_);
+    const size_t row = cursor_row_, col = cursor_col_;
+    // From the end, so that each split moves only the text of one new line.
+    for (auto at = breaks.rbegin(); at != breaks.rend(); ++at) buffer_.split_line(row, *at);
+    for (const size_t at : breaks) {
+        if (at > col) break;
+        ++cursor_row_;
+        cursor_col_ = col - at;
+    }
+}
+
+void Editor::change_case_char() {
+    begin_undo_unit();
+    if (const std::optional<SelSpan> span = active_select_span()) {
+        const size_t last = std::min(span->r2, buffer_.line_count() - 1);
+        const size_t to = span->r2 == last ? span->c2 : std::string::npos;
+        change_bytes(buffer_, span->r1, span->c1, last, to, byte_table(flipped_case));
+        clear_select();
+        return;
+    }
+    const bool back = direction_ == Direction::Backup;
+    const std::string_view line = buffer_.view(cursor_row_);
+    if (back ? cursor_col_ == 0 || cursor_col_ > line.size() : cursor_col_ >= line.size()) return;
+    const size_t col = back ? cursor_col_ - 1 : cursor_col_;
+    const char flipped = flipped_case(line[col]);
+    buffer_.replace_in_line(cursor_row_, col, 1, {&flipped, 1});
+    move_char(direction_);
+}
+
+void Editor::shift_left_line() {
+    begin_undo_unit();
+    const std::string_view line = buffer_.view(cursor_row_);
+    if (!line.empty() && line.front() == ' ') buffer_.delete_at(cursor_row_, 0);
+}
+
+void Editor::shift_right_line() {
+    begin_undo_unit();
+    buffer_.insert_char(cursor_row_, 0, ' ');
+    ++cursor_col_;
+}
+
+void Editor::insert_tab_at_cursor() {
+    const size_t width = static_cast<size_t>(tab_width_ < 1 ? DEFAULT_TAB : tab_width_);
+    buffer_.insert_text(cursor_row_, cursor_col_, std::string(width - cursor_col_ % width, ' '));
+    message_ = "Tab";
+}

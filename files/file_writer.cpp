@@ -1,0 +1,304 @@
+#include "files/file_writer.h"
+
+#include <climits>
+#include <ctime>
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <optional>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include "files/file_attributes.h"
+#include "files/file_handle.h"
+#include "files/new_text.h"
+#include "files/safety_copy.h"
+#include "system/signals.h"
+
+// How a regular file is saved:
+//  1. open() tries the old file for writing, without truncating it, and makes a new file beside it.
+//  2. write() fills the new file.
+//  3. commit() gives it the old one's owner, group, attributes, access list and mode, syncs it, renames
+//     it over the old one and syncs the directory.
+// A rename would lose something when the old file has further links, an owner or attributes that cannot
+// be given, or a directory or a mount that refuses. Then the new file's bytes are copied over the old
+// ones, whose text is kept in a safety copy meanwhile. Where no new file can be made beside the old one,
+// it is made in the directory of the safety copies.
+
+namespace {
+
+constexpr size_t GATHERED_SIZE = size_t{1} << 20;
+constexpr int LONGEST_LINK_CHAIN = 40;  // the kernel's own limit
+constexpr mode_t OWNER_ONLY = 0600, NEW_FILE = 0666;
+constexpr size_t LONGEST_LABEL = 100;  // bytes: the target's name may be as long as names can be
+
+// Errors that mean "not in this directory" rather than "not at all".
+bool refused() { return errno == EACCES || errno == EPERM || errno == EROFS || errno == EBUSY || errno == EXDEV; }
+
+// Whether links in this directory lead to open files, whatever their text says.
+bool on_proc(int directory) {
+    struct statfs fs;
+    return fstatfs(directory, &fs) == 0 && fs.f_type == PROC_SUPER_MAGIC;
+}
+
+bool sync_plain(int fd) { return kpe_sync(fd) == 0 || errno == EINVAL || errno == EROFS || errno == EOPNOTSUPP; }
+
+bool is_fifo(const std::string& path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0 && S_ISFIFO(st.st_mode);
+}
+
+// As kpe_write_all, but a reader that has gone is the error EPIPE and not the end of the process.
+bool write_to_pipe(int fd, std::string_view first, std::string_view second, const volatile std::sig_atomic_t* abort) {
+    sigset_t pipe, pending;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    const SignalHold hold{SIGPIPE};
+    sigpending(&pending);
+    const bool done = kpe_write_all(fd, first, second, abort);
+    if (done || errno != EPIPE || sigismember(&pending, SIGPIPE)) return done;
+    const timespec at_once{};
+    while (sigtimedwait(&pipe, nullptr, &at_once) < 0 && errno == EINTR) {
+    }
+    errno = EPIPE;
+    return false;
+}
+
+}  // namespace
+
+struct FileWriter::State {
+    enum class Way { Plain, Beside, InPlace };
+
+    Way way = Way::Beside;
+    std::string path;
+    bool refuse = false, taken = false, done = false;
+    const volatile std::sig_atomic_t* abort = nullptr;
+    FileHandle target;          // the old file, open for writing; not open when there is none
+    FileHandle dir;             // the directory of the file that the links lead to,
+    std::string base;           // and its name there
+    bool through_proc = false;  // one of the links was the kernel's name of an open file
+    NewText text;
+    std::string gathered;
+    std::string kept;  // a copy of the old text, which could not be put back
+    std::optional<FileState> known;
+    KpeToldOfCopy before_overwrite;
+    std::string changed;  // a copy of the file that was there instead of the known one
+    FileState made;       // the file that holds the new text after commit()
+    int error = 0;
+
+    bool locate();
+    bool open();
+    bool open_existing();
+    bool has_become_special(const struct stat& now) const;
+    // A name to know a copy by, cut so that it leaves room for digits.
+    std::string label() const { return base.substr(0, LONGEST_LABEL) + "."; }
+
+    bool put(std::string_view last);
+    bool commit();
+    bool commit_plain();
+    bool commit_new();
+    bool commit_over();
+    bool keep_changed();
+    bool keep_changed(int fd);
+    bool finish_rename(int result);
+    bool overwrite();
+};
+
+// Finds dir and base. A link that dangles leads to the file it would make.
+bool FileWriter::State::locate() {
+    std::string rest = path;
+    for (int links = 0; links <= LONGEST_LINK_CHAIN; ++links) {
+        const size_t name = rest.rfind('/') + 1;  // 0 without a "/"
+        const std::string parent = name == 0 ? "." : rest.substr(0, name);
+        base = rest.substr(name);
+        const int from = dir.is_open() ? dir.fd() : AT_FDCWD;
+        dir = FileHandle(kpe_retry([&] { return openat(from, parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC); }));
+        if (!dir.is_open()) return false;
+        if (base.empty()) {
+            errno = path.empty() ? ENOENT : EISDIR;
+            return false;
+        }
+        char link[PATH_MAX];
+        const ssize_t length = readlinkat(dir.fd(), base.c_str(), link, sizeof link);
+        if (length < 0) return errno == EINVAL || errno == ENOENT;  // not a link, or nothing there
+        through_proc = through_proc || on_proc(dir.fd());
+        rest.assign(link, static_cast<size_t>(length));
+    }
+    errno = ELOOP;
+    return false;
+}
+
+bool FileWriter::State::open() {
+    if (!refuse) {
+        struct stat now;  // looked at before it is opened: that alone may wait, or have an effect on a device
+        if (stat(path.c_str(), &now) == 0 && has_become_special(now)) return false;
+        do target = FileHandle(::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
+        while (!target.is_open() && errno == EINTR && !is_fifo(path));  // whose reader is not waited for then
+        if (target.is_open()) return open_existing();
+        if (errno != ENOENT) return false;
+    }
+    // A new file may get its final mode at once: nothing in it is older and more private.
+    return locate() && text.make(dir.fd(), base, NEW_FILE);
+}
+
+// What is written there would be gone, although it was meant for a file that is read again.
+bool FileWriter::State::has_become_special(const struct stat& now) const {
+    if (!known || known->is_special() || !kpe_file_state(now).is_special()) return false;
+    errno = ESTALE;
+    return true;
+}
+
+bool FileWriter::State::open_existing() {
+    struct stat old;
+    if (fstat(target.fd(), &old) != 0 || has_become_special(old)) return false;
+    if (!S_ISREG(old.st_mode)) {
+        way = Way::Plain;
+        return true;
+    }
+    // Who opened the file by the kernel's name for it, as in /dev/stdout, holds on to the file itself.
+    const bool at_its_name = locate() && !through_proc && kpe_leads_to(dir.fd(), base.c_str(), target.fd());
+    if (at_its_name && text.make(dir.fd(), base, old.st_mode & OWNER_ONLY)) return true;
+    if (at_its_name && !refused()) return false;
+    way = Way::InPlace;
+    return text.make_elsewhere();
+}
+
+// Sends what was gathered, and last behind it.
+bool FileWriter::State::put(std::string_view last) {
+    const bool sent = way == Way::Plain ? write_to_pipe(target.fd(), gathered, last, abort)
+                                        : kpe_write_all(text.fd(), gathered, last);
+    gathered.clear();
+    return sent;
+}
+
+bool FileWriter::State::commit() {
+    if (!put({})) return false;
+    if (way == Way::Plain) return commit_plain();
+    if (!target.is_open()) return commit_new();
+    return way == Way::InPlace ? overwrite() : commit_over();
+}
+
+bool FileWriter::State::commit_plain() {
+    made = kpe_file_state(target.fd());
+    return sync_plain(target.fd()) && target.close();
+}
+
+bool FileWriter::State::commit_new() {
+    if (!text.sync()) return false;
+    const SignalHold hold(kpe_ending_signals_and({SIGTSTP}));  // the name for a moment must not stay
+    int result = text.take_name();
+    taken = refuse && result != 0 && errno == EEXIST;
+    if (!refuse && result != 0 && errno == EEXIST) {  // made by somebody meanwhile
+        if (!keep_changed() || !text.name()) return false;
+        result = text.replace();
+    }
+    return finish_rename(result);
+}
+
+bool FileWriter::State::commit_over() {
+    struct stat old;
+    if (fstat(target.fd(), &old) != 0) return false;
+    if (old.st_nlink > 1 || !kpe_copy_attributes(target.fd(), text.fd())) return overwrite();
+    if (!text.sync() || !keep_changed()) return false;
+    const SignalHold hold(kpe_ending_signals_and({SIGTSTP}));
+    if (!text.name()) return refused() && overwrite();
+    const int result = text.replace();
+    if (result != 0 && refused()) return overwrite();
+    return finish_rename(result);
+}
+
+// What stands under the name and is not what the caller knows has to be kept before it goes.
+bool FileWriter::State::keep_changed() {
+    if (!known) return true;
+    constexpr int LOOK = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+    const FileHandle now(kpe_retry([&] { return openat(dir.fd(), base.c_str(), LOOK); }));
+    return now.is_open() ? keep_changed(now.fd()) : errno == ENOENT;
+}
+
+bool FileWriter::State::keep_changed(int fd) {
+    if (!known || !changed.empty()) return true;
+    const FileState now = kpe_file_state(fd);
+    if (now == *known) return true;
+    if (now.is_special()) {
+        errno = ESTALE;
+        return false;
+    }
+    return kpe_keep_copy(fd, label(), changed);
+}
+
+// The new file has the name from here on; a directory that cannot be synced changes nothing about that.
+bool FileWriter::State::finish_rename(int result) {
+    if (result != 0) return false;
+    made = kpe_file_state(text.fd());
+    const FileHandle readable(openat(dir.fd(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (readable.is_open()) kpe_sync(readable.fd());
+    return true;
+}
+
+bool FileWriter::State::overwrite() {
+    constexpr int LOOK = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+    const FileHandle old(kpe_retry([&] { return ::open(path.c_str(), LOOK); }));
+    if (!old.is_open()) return false;
+    if (!kpe_same_file(old.fd(), target.fd())) {  // bytes written now would have no name
+        errno = ESTALE;
+        return false;
+    }
+    if (!keep_changed(old.fd())) return false;
+    if (!kpe_overwrite({target.fd(), old.fd(), text.fd()}, label(), before_overwrite, kept)) return false;
+    made = kpe_file_state(target.fd());
+    return true;
+}
+
+FileWriter::FileWriter() = default;
+FileWriter::~FileWriter() = default;
+
+bool FileWriter::open(const std::string& path, Existing existing, const volatile std::sig_atomic_t* abort,
+                      const FileState* known) {
+    state_ = std::make_unique<State>();
+    state_->path = path;
+    state_->refuse = existing == Existing::Refuse;
+    state_->abort = abort;
+    if (known) state_->known = *known;
+    state_->gathered.reserve(GATHERED_SIZE);
+    if (state_->open()) return true;
+    state_->error = errno;
+    return false;
+}
+
+bool FileWriter::write(std::string_view bytes) {
+    if (!state_ || state_->error != 0 || state_->done) return false;
+    if (state_->gathered.size() + bytes.size() < GATHERED_SIZE) {
+        state_->gathered.append(bytes);
+        return true;
+    }
+    if (state_->put(bytes)) return true;
+    state_->error = errno;
+    return false;
+}
+
+bool FileWriter::commit() {
+    if (!state_ || state_->done) {
+        errno = EBADF;
+        return false;
+    }
+    if (state_->error == 0 && !state_->commit()) {
+        state_->error = errno;
+        if (!state_->changed.empty()) unlink(state_->changed.c_str());  // it still stands where it was
+        state_->changed.clear();
+    }
+    state_->done = true;
+    state_->text.discard();
+    state_->target = FileHandle();
+    errno = state_->error;
+    return state_->error == 0;
+}
+
+bool FileWriter::taken() const { return state_ && state_->taken; }
+
+void FileWriter::before_overwrite(KpeToldOfCopy tell) { state_->before_overwrite = std::move(tell); }
+
+FileState FileWriter::made() const { return state_ ? state_->made : FileState(); }
+
+std::string FileWriter::changed_copy() const { return state_ ? state_->changed : std::string(); }
+
+std::string FileWriter::safety_copy() const { return state_ ? state_->kept : std::string(); }

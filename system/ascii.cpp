@@ -1,0 +1,57 @@
+#include "system/ascii.h"
+
+#include <stdexcept>
+
+std::string_view kpe_trim(std::string_view text) {
+    while (!text.empty() && kpe_is_space(text.front())) text.remove_prefix(1);
+    while (!text.empty() && kpe_is_space(text.back())) text.remove_suffix(1);
+    return text;
+}
+
+bool kpe_all_digits(std::string_view text) {
+    if (text.empty()) return false;
+    for (const char c : text) {
+        if (!kpe_is_digit(c)) return false;
+    }
+    return true;
+}
+
+std::pair<std::string_view, std::string_view> kpe_first_word(std::string_view text) {
+    text = kpe_trim(text);
+    size_t end = 0;
+    while (end < text.size() && !kpe_is_space(text[end])) ++end;
+    return {text.substr(0, end), kpe_trim(text.substr(end))};
+}
+
+namespace {
+
+// One std::sto... conversion; the two kinds of failure that it throws become nothing.
+template <class Number, class Convert>
+std::optional<Number> converted(std::string_view text, Convert convert) {
+    try {
+        return convert(std::string(text));
+    } catch (const std::logic_error&) {  // invalid_argument and out_of_range
+        return std::nullopt;
+    }
+}
+
+}  // namespace
+
+std::optional<int> kpe_stoi(std::string_view text) {
+    return converted<int>(text, [](const std::string& s) { return std::stoi(s); });
+}
+
+std::optional<long> kpe_stol(std::string_view text) {
+    return converted<long>(text, [](const std::string& s) { return std::stol(s); });
+}
+
+std::optional<unsigned long> kpe_stoul(std::string_view text) {
+    return converted<unsigned long>(text, [](const std::string& s) { return std::stoul(s); });
+}
+
+std::optional<int> kpe_take_int(std::string_view& text) {
+    size_t end = 0;
+    const auto number = converted<int>(text, [&](const std::string& s) { return std::stoi(s, &end); });
+    text.remove_prefix(end);
+    return number;
+}

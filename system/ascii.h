@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+// Helpers over bytes by the C locale's letters and blanks, whatever the process's locale is.
+
+inline bool kpe_is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+inline bool kpe_is_digit(char c) { return c >= '0' && c <= '9'; }
+inline bool kpe_is_alpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+inline bool kpe_is_punct(char c) { return c > ' ' && c < 127 && !kpe_is_alpha(c) && !kpe_is_digit(c); }
+inline char kpe_to_upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+inline char kpe_to_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+std::string_view kpe_trim(std::string_view text);
+bool kpe_all_digits(std::string_view text);  // false for empty text
+
+// The first blank-delimited word, and the rest behind it, trimmed.
+std::pair<std::string_view, std::string_view> kpe_first_word(std::string_view text);
+
+// std::stoi, std::stol and std::stoul (base 10): leading blanks, a sign and trailing junk are accepted;
+// nothing when they would throw.
+std::optional<int> kpe_stoi(std::string_view text);
+std::optional<long> kpe_stol(std::string_view text);
+std::optional<unsigned long> kpe_stoul(std::string_view text);
+// The same as kpe_stoi, and text then begins behind the number; where there is none text stays.
+std::optional<int> kpe_take_int(std::string_view& text);

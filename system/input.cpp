@@ -1,0 +1,127 @@
+#include "system/input.h"
+
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+#include <utility>
+
+#include "system/idle.h"
+#include "system/interrupts.h"
+#include "system/report.h"
+#include "system/signals.h"
+#include "system/wait.h"
+
+namespace {
+
+constexpr char CTRL_Z = 26;
+constexpr size_t INPUT_SIZE = 64 * 1024;
+
+char g_input[INPUT_SIZE];
+size_t g_input_next = 0, g_input_end = 0;
+InputFrom::Source g_source = InputFrom::Standard;
+size_t g_type_ahead = 0;  // bytes yet to be read that were typed while the terminal was raw
+
+int g_ctrl_z_ends_lines = 0;
+
+size_t unread_bytes() {
+    int n = 0;
+    return ioctl(STDIN_FILENO, FIONREAD, &n) == 0 && n > 0 ? static_cast<size_t>(n) : 0;
+}
+
+// A byte that was typed while the terminal was raw: ends lines and shows it as the terminal would have.
+void take_typed(char& c) {
+    --g_type_ahead;
+    if (c == '\r') c = '\n';
+    if (c == '\n') {
+        kpe_end_line();
+    } else {
+        kpe_print({&c, 1});
+    }
+}
+
+bool abort_requested() { return g_kpe_abort_requested != 0; }
+
+// Waits until there is something to read, and does what was put off until then. false: a signal asked to stop.
+bool wait_for_input() {
+    while (!g_kpe_abort_requested) {
+        const std::optional<timespec> idle = IdleWork::longest_wait();
+        const Waited waited =
+            kpe_wait({.signals = kpe_ending_signals(), .noted = abort_requested, .limit = idle ? &*idle : nullptr});
+        if (waited == Waited::Input) break;
+        if (waited == Waited::TimeUp) IdleWork::do_due();
+    }
+    return !g_kpe_abort_requested;
+}
+
+// Reads on when all is consumed. false: end of input, an error, or an interrupt that asks to stop.
+bool fill_input() {
+    kpe_flush();
+    while (wait_for_input()) {
+        // Byte by byte, so that what follows a command that enters screen mode is left to that.
+        const ssize_t n = read(STDIN_FILENO, g_input, g_type_ahead > 0 ? 1 : INPUT_SIZE);
+        if (n > 0) {
+            if (g_type_ahead > 0) take_typed(g_input[0]);
+            g_input_next = 0;
+            g_input_end = static_cast<size_t>(n);
+            return true;
+        }
+        if (n == 0 || (errno != EINTR && errno != EAGAIN)) return false;
+    }
+    return false;
+}
+
+// While Ctrl/Z ends lines, a line of blanks and Ctrl/Z is complete without a line break.
+bool ended_by_ctrl_z(std::string_view line) {
+    return g_ctrl_z_ends_lines > 0 && line.ends_with(CTRL_Z) && line.find_first_not_of(" \t\032") == line.npos;
+}
+
+}  // namespace
+
+std::optional<std::string> kpe_read_line() {
+    if (g_source == InputFrom::Nowhere) return std::nullopt;
+    std::string line;
+    for (;;) {
+        if (g_input_next == g_input_end && !fill_input()) {
+            if (line.empty() || g_kpe_abort_requested) return std::nullopt;
+            return line;
+        }
+        const char* const from = g_input + g_input_next;
+        const size_t left = g_input_end - g_input_next;
+        const void* const end = std::memchr(from, '\n', left);
+        const size_t size = end ? static_cast<size_t>(static_cast<const char*>(end) - from) : left;
+        line.append(from, size);
+        g_input_next += size + (end ? 1 : 0);
+        if (end) return line;
+        if (ended_by_ctrl_z(line)) {
+            kpe_end_line();  // the terminal showed ^Z and stayed on the line
+            return line;
+        }
+    }
+}
+
+InputFrom::InputFrom(Source source) : before_(std::exchange(g_source, source)) {}
+
+InputFrom::~InputFrom() { g_source = before_; }
+
+void kpe_expect_type_ahead() { g_type_ahead = unread_bytes(); }
+
+size_t kpe_end_type_ahead() {
+    const size_t usual = g_type_ahead == 0 ? unread_bytes() : 0;
+    g_type_ahead = 0;
+    return usual;
+}
+
+CtrlZAsInput::CtrlZAsInput()
+    : modes_([](termios& modes) {
+          modes.c_cc[VSUSP] = _POSIX_VDISABLE;
+          modes.c_cc[VEOL] = CTRL_Z;
+      }) {
+    if (modes_.changed()) ++g_ctrl_z_ends_lines;
+}
+
+CtrlZAsInput::~CtrlZAsInput() {
+    if (modes_.changed()) --g_ctrl_z_ends_lines;
+}

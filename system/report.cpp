@@ -1,0 +1,148 @@
+#include "system/report.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <poll.h>
+#include <unistd.h>
+
+namespace {
+
+// What was printed and not handed over yet.
+constexpr size_t OUTPUT_SIZE = 256 * 1024;
+char g_output[OUTPUT_SIZE];
+size_t g_output_used = 0;
+char g_last_printed = '\n';
+bool g_warned = false;
+
+// All bytes, or as many as the reader takes: a reader that has gone is no reason to stop editing.
+void write_all(int fd, const char* data, size_t size) {
+    while (size > 0) {
+        const ssize_t n = write(fd, data, size);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && errno == EAGAIN) {
+            pollfd reader = {fd, POLLOUT, 0};  // somebody else made the descriptor non-blocking
+            poll(&reader, 1, -1);
+            continue;
+        }
+        if (n <= 0) return;
+        data += n;
+        size -= static_cast<size_t>(n);
+    }
+}
+
+// Whether a terminal would obey the byte. A tab does no harm.
+bool is_control(unsigned char byte) { return (byte < ' ' && byte != '\t') || byte == 0x7f; }
+
+// text as it is shown on a terminal, behind the byte before: control bytes as ^X; those of eight bits as "?", by
+// themselves and as UTF-8 has them.
+std::string harmless(std::string_view text, char before_text) {
+    std::string shown;
+    auto before = static_cast<unsigned char>(before_text);
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        const bool continues = before >= 0x80 && before != 0xc2;  // the inside of a longer character
+        if (is_control(byte)) {
+            shown += '^';
+            shown += static_cast<char>(byte ^ 0x40);
+        } else if (byte >= 0x80 && byte < 0xa0 && !continues) {
+            shown += '?';
+        } else {
+            shown += c;
+        }
+        before = byte;
+    }
+    return shown;
+}
+
+bool is_plain(std::string_view text) {
+    return std::none_of(text.begin(), text.end(), [](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return is_control(byte) || (byte >= 0x80 && byte < 0xa0);
+    });
+}
+
+// Asked anew with each output that is gathered: standard output may become another file.
+bool g_to_terminal = false;
+
+void gather(std::string_view bytes) {
+    if (!bytes.empty()) g_last_printed = bytes.back();
+    if (bytes.size() > OUTPUT_SIZE - g_output_used) {
+        kpe_flush();
+        if (bytes.size() >= OUTPUT_SIZE) {
+            write_all(STDOUT_FILENO, bytes.data(), bytes.size());
+            return;
+        }
+    }
+    std::memcpy(g_output + g_output_used, bytes.data(), bytes.size());
+    g_output_used += bytes.size();
+}
+
+bool goes_to_terminal() {
+    if (g_output_used == 0) g_to_terminal = isatty(STDOUT_FILENO) != 0;
+    return g_to_terminal;
+}
+
+}  // namespace
+
+void kpe_print(std::string_view text) {
+    if (!goes_to_terminal() || is_plain(text)) {
+        gather(text);
+    } else {
+        gather(harmless(text, g_last_printed));
+        g_last_printed = text.back();
+    }
+}
+
+void kpe_send_to_terminal(std::string_view bytes) { gather(bytes); }
+
+void kpe_end_line() { gather("\n"); }
+
+void kpe_say(bool report, std::string_view line) {
+    if (!report) return;
+    kpe_print(line);
+    kpe_end_line();
+}
+
+void kpe_say_lines(std::string_view text) {
+    while (!text.empty()) {
+        const size_t end = std::min(text.find('\n'), text.size());
+        kpe_say(true, text.substr(0, end));
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+}
+
+void kpe_complain(bool report, std::string_view what) {
+    if (!report) return;
+    kpe_print("?");
+    kpe_say(report, what);
+}
+
+void kpe_warn(std::string_view line) {
+    kpe_flush();
+    const bool terminal = isatty(STDERR_FILENO) != 0;
+    const std::string text = (terminal ? harmless(line, '\n') : std::string(line)) + "\n";
+    write_all(STDERR_FILENO, text.data(), text.size());
+    g_warned = true;
+}
+
+bool kpe_warned() {
+    const bool warned = g_warned;
+    g_warned = false;
+    return warned;
+}
+
+void kpe_flush() {
+    write_all(STDOUT_FILENO, g_output, g_output_used);
+    g_output_used = 0;
+}
+
+bool kpe_at_line_start() { return g_last_printed == '\n'; }
+
+std::string kpe_counted(size_t n, std::string_view noun) {
+    std::string text = std::to_string(n);
+    text += ' ';
+    text += noun;
+    if (n != 1) text += 's';
+    return text;
+}
