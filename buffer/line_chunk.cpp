@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <functional>
 #include <iterator>
+#include <new>
 
 namespace {
 
@@ -204,9 +205,13 @@ void LineChunk::add_block(Mixed& mixed, const std::shared_ptr<const Block>& bloc
 }
 
 // Without this, a chunk that is edited for hours would keep every text that ever passed through it.
-void LineChunk::tidy(Mixed& mixed) {
+void LineChunk::tidy(Mixed& mixed) noexcept {
     if (mixed.blocks.size() <= mixed.many) return;
-    drop_unused_blocks(mixed);
+    try {
+        drop_unused_blocks(mixed);
+    } catch (const std::bad_alloc&) {
+        return;  // the change that this follows is made; the next one tries again
+    }
     mixed.many = std::max(MANY_BLOCKS, 2 * mixed.blocks.size());
 }
 
@@ -220,8 +225,8 @@ void LineChunk::drop_unused_blocks(Mixed& mixed) {
         const auto after = std::upper_bound(mixed.blocks.begin(), mixed.blocks.end(), line.slice.data(), starts_later);
         used[static_cast<size_t>(after - mixed.blocks.begin()) - 1] = true;
     }
-    Blocks kept;
+    size_t kept = 0;
     for (size_t i = 0; i < used.size(); ++i)
-        if (used[i]) kept.push_back(std::move(mixed.blocks[i]));
-    mixed.blocks = std::move(kept);
+        if (used[i]) std::swap(mixed.blocks[kept++], mixed.blocks[i]);
+    mixed.blocks.resize(kept);
 }

@@ -17,7 +17,8 @@
 // block where the line is untouched. Whichever it is, each line that lies in a block is followed there
 // by one "\n" that ends it.
 //
-// Rows count from the chunk's first one. A chunk that has more than one owner must not be changed.
+// Rows count from the chunk's first one. A chunk that has more than one owner must not be changed. A change that
+// memory does not suffice for throws std::bad_alloc, and leaves the chunk as it was.
 class LineChunk {
 public:
     static constexpr size_t MAX_ROWS = 256;     // of a slice; up to twice as many once it was edited
@@ -92,7 +93,7 @@ private:
     static Mixed mixed_part(const LineChunk& from, size_t first, size_t last);
     static void add_block(Mixed& mixed, const std::shared_ptr<const Block>& block);
     static void drop_unused_blocks(Mixed& mixed);
-    static void tidy(Mixed& mixed);
+    static void tidy(Mixed& mixed) noexcept;
     Mixed& mixed();
     const std::shared_ptr<std::string>* edited_text(size_t row) const;  // null where the row is untouched
     void put(size_t row, std::shared_ptr<std::string> own);

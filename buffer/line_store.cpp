@@ -224,21 +224,27 @@ void LineStore::cut_around(size_t row) {
     leaf = anew;
 }
 
-// Into the chunk that is there, which is cut in two when it has grown too long. put_into(chunk, row) does it.
+// The row's chunk in two, if it were too long with more rows.
+void LineStore::cut_long(size_t row, size_t more) {
+    const LineTree::Place at = tree_->locate(row);
+    const size_t rows = tree_->chunk(at).rows(), middle = row - at.row + rows / 2;
+    if (rows + more <= 2 * LineChunk::MAX_ROWS) return;
+    LineTreeBuilder out;
+    out.add_rows(*tree_, 0, middle);
+    out.add_rows(*tree_, middle, size());
+    tree_ = out.finish();
+}
+
+// Into the chunk that is there. put_into(chunk, row) does it, wholly or not at all.
 template <typename Rows>
 bool LineStore::insert_few(size_t row, size_t count, const Rows& put_into) {
     if (count > FEW_ROWS || empty()) return false;
     cut_around(std::min(row, size() - 1));
+    cut_long(std::min(row, size() - 1), count);
     const Spot spot = own_chunk(row);
     const size_t before = spot.chunk.rows();
     put_into(spot.chunk, spot.at.row);
     spot.recount(before);
-    const size_t rows = spot.chunk.rows(), start = row - spot.at.row;
-    if (rows <= 2 * LineChunk::MAX_ROWS) return true;
-    LineTreeBuilder out;
-    out.add_rows(*tree_, 0, start + rows / 2);
-    out.add_rows(*tree_, start + rows / 2, size());
-    tree_ = out.finish();
     return true;
 }
 
@@ -256,12 +262,13 @@ void LineStore::insert(size_t row, const LineStore& other) {
         return;
     }
     const auto put = [&](LineChunk& chunk, size_t at) {
-        for (LineTree::Place from;;) {
-            const LineChunk& some = added.tree_->chunk(from);
-            chunk.insert(at, some);
-            at += some.rows();
-            if (!added.tree_->step_forward(from)) return;
-        }
+        LineTree::Place from;
+        const LineChunk& first = added.tree_->chunk(from);
+        if (!added.tree_->step_forward(from)) return chunk.insert(at, first);
+        const auto all = std::make_shared<LineChunk>(first);
+        do all->insert(all->rows(), added.tree_->chunk(from));
+        while (added.tree_->step_forward(from));
+        chunk.insert(at, *all);
     };
     if (!insert_few(row, added.size(), put)) splice(row, row, added.tree_.get());
 }

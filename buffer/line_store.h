@@ -18,7 +18,8 @@ struct LineTree;
 // change after it clones the way down to one chunk of some hundred lines, never the text: a
 // chunk refers to bytes of immutable blocks, or to single lines of its own once they were edited.
 //
-// Rows are zero-based. A store may be empty. A line may hold any byte, a line break included.
+// Rows are zero-based. A store may be empty. A line may hold any byte, a line break included. A change that memory does
+// not suffice for throws std::bad_alloc, and leaves the store as it was.
 class LineStore {
 public:
     LineStore();
@@ -42,8 +43,9 @@ public:
     void views(size_t first, std::span<std::string_view> rows) const;
     // The same as a string that lives in the store, for callers that need one; view() is cheaper.
     const std::string& at(size_t row) const;
-    // For editing in place. The reference dies at the next change, and must not be kept while the
-    // store is copied: the copy would see the change. room is how many bytes the line will grow by.
+    // For editing in place. The reference dies when the row changes otherwise or goes, not when other rows come or go,
+    // and must not be kept while the store is copied: the copy would see the change. room is how many bytes the line
+    // will grow by.
     std::string& edit(size_t row, size_t room = 0);
     // Replaces the row's text.
     void set(size_t row, std::string_view text);
@@ -84,7 +86,7 @@ public:
     // finish() the store must not be changed otherwise, and reads as before.
     class Rewriter {
     public:
-        // *changed (may be null) becomes true once a row gets other bytes than it had.
+        // finish() sets *changed (may be null) if a row gets other bytes than it had.
         explicit Rewriter(LineStore& store, bool* changed = nullptr);
         ~Rewriter();  // drops what finish() has not put into the store: only an exception comes before that
         Rewriter(const Rewriter&) = delete;
@@ -104,6 +106,7 @@ private:
     struct Spot;
     Spot own_chunk(size_t row);
     void cut_around(size_t row);
+    void cut_long(size_t row, size_t more);
     void splice(size_t first, size_t last, const LineTree* middle);
     template <typename Rows>
     bool insert_few(size_t row, size_t count, const Rows& put_into);

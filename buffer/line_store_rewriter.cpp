@@ -6,7 +6,9 @@
 struct LineStore::Rewriter::State {
     LineStore& store;
     bool* changed;
-    std::optional<LineRebuild> anew = {};  // from the first row put to finish()
+    LineStore done = store;  // with the rows before the last one that went back
+    bool differs = false;
+    std::optional<LineRebuild> anew = {};  // of done; from a row put to renew_done()
 
     // The chunk that rows are being put into: its first row and the new texts for it.
     struct Change {
@@ -22,7 +24,7 @@ struct LineStore::Rewriter::State {
     void end_chunk();
     void renew(const LineChunk& chunk);
     void renew_some(const LineChunk& chunk);
-    void finish();
+    void renew_done();
 };
 
 void LineStore::Rewriter::State::end_chunk() {
@@ -66,10 +68,10 @@ void LineStore::Rewriter::State::renew_some(const LineChunk& chunk) {
     anew->out.add_chunk(renewed);
 }
 
-void LineStore::Rewriter::State::finish() {
+void LineStore::Rewriter::State::renew_done() {
     if (!anew) return;
     end_chunk();
-    store.tree_ = anew->finish();
+    done.tree_ = anew->finish();
     anew.reset();
 }
 
@@ -82,11 +84,10 @@ void LineStore::Rewriter::put(size_t row, std::string_view text) {
     if (row >= s.store.size()) return;
     const bool goes_back =
         s.anew && (row < s.anew->copied || (!s.changes.empty() && row <= s.first + s.changes.back().row));
-    const auto keep = s.store.tree_;  // text may lie in it
-    if (goes_back) s.finish();
-    if (s.store.view(row) == text) return;
-    if (s.changed) *s.changed = true;
-    if (!s.anew) s.anew.emplace(s.store.tree_);
+    if (goes_back) s.renew_done();
+    if (s.done.view(row) == text) return;
+    s.differs = true;
+    if (!s.anew) s.anew.emplace(s.done.tree_);
     if (!s.place || row >= s.first + s.anew->old->chunk(*s.place).rows()) {
         s.end_chunk();
         s.place = s.anew->old->locate(row);
@@ -96,4 +97,9 @@ void LineStore::Rewriter::put(size_t row, std::string_view text) {
     s.texts.append(text);
 }
 
-void LineStore::Rewriter::finish() { state_->finish(); }
+void LineStore::Rewriter::finish() {
+    State& s = *state_;
+    s.renew_done();
+    s.store.tree_ = s.done.tree_;
+    if (s.changed && s.differs) *s.changed = true;
+}

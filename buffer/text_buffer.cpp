@@ -33,6 +33,7 @@ bool TextBuffer::load(const std::string& path, const volatile std::sig_atomic_t*
     clear_mark();
     lines_ = one_empty_line();  // the old text makes room for the new one
     modified_ = false;
+    load_state_ = Load::Broken;  // until it has been read
     FileContent content = kpe_read_file(filename_, abort);
     loaded_file_ = content.file;
     const bool opened = content.end == End::Whole || content.end == End::Broken;
@@ -105,10 +106,7 @@ const std::string& TextBuffer::line(size_t row) const {
     return row < line_count() ? lines_.at(row) : NOTHING;
 }
 
-std::string& TextBuffer::line(size_t row) {
-    ensure_row(row);
-    return lines_.edit(row);
-}
+std::string& TextBuffer::line(size_t row) { return edit_row(row, 0); }
 
 std::string_view TextBuffer::view(size_t row) const {
     return row < line_count() ? lines_.view(row) : std::string_view();
@@ -135,14 +133,33 @@ LineStore TextBuffer::share_range(size_t first, size_t last) const {
 }
 
 void TextBuffer::ensure_row(size_t row) {
-    if (row >= line_count()) lines_.insert(line_count(), empty_lines(row - line_count() + 1));
+    if (row >= line_count()) lines_ = lines_to(row);
+}
+
+// A copy of the lines, and empty ones behind them up to row.
+LineStore TextBuffer::lines_to(size_t row) const {
+    LineStore lines = lines_;
+    if (row >= line_count()) lines.insert(line_count(), empty_lines(row - line_count() + 1));
+    return lines;
+}
+
+// LineStore::edit, which makes the row first where there is none.
+std::string& TextBuffer::edit_row(size_t row, size_t room) {
+    if (row >= line_count()) {
+        LineStore longer = lines_to(row);
+        longer.edit(row, room);
+        lines_ = std::move(longer);  // and nobody shares the row: to edit it takes no memory
+    }
+    return lines_.edit(row, room);
 }
 
 template <typename Lines>
 void TextBuffer::append_any(const Lines& lines) {
     if (lines.empty()) return;
-    if (is_blank()) lines_ = {};
-    lines_.insert(line_count(), lines);
+    if (is_blank())
+        lines_ = LineStore(lines);
+    else
+        lines_.insert(line_count(), lines);
     final_newline_ = true;
     modified_ = true;
 }
@@ -156,14 +173,14 @@ void TextBuffer::append_lines(const LineStore& lines) {
 template <typename Lines>
 void TextBuffer::insert_any(size_t at, const Lines& lines) {
     if (lines.empty()) return;
-    modified_ = true;
     at = std::min(at, line_count());
     if (is_blank()) {
         lines_ = LineStore(lines);
-        return;
+    } else {
+        lines_.insert(at, lines);
+        if (mark_set_ && mark_row_ >= at) mark_row_ += lines.size();
     }
-    lines_.insert(at, lines);
-    if (mark_set_ && mark_row_ >= at) mark_row_ += lines.size();
+    modified_ = true;
 }
 
 void TextBuffer::insert_lines(size_t at, const std::vector<std::string>& lines) { insert_any(at, lines); }

@@ -19,14 +19,16 @@
 // Rows and columns are zero-based, columns count bytes; a column may equal the line's length. Positions
 // outside the text are never errors: reading them gives empty results, deleting does nothing, columns
 // are lowered to the length, insertions first append empty lines up to the row. There is always at
-// least one line. Every change of text sets modified().
+// least one line. Every change of text sets modified(). A change that memory does not suffice for throws
+// std::bad_alloc, and leaves the text, the mark, modified() and the caller's row and column as they were.
 class TextBuffer {
 public:
     TextBuffer();  // one empty line, without a name
 
     // --- Loading and the whole text: text_buffer.cpp ---
     enum class Load { Missing, Whole, Broken };  // Broken: it exists, but could not be read to its end
-    // Reads the file; false if it could not be opened. *abort, polled while reading, ends it early.
+    // Reads the file; false if it could not be opened. *abort, polled while reading, ends it early. Without the memory
+    // for it the text is empty and load_state() Broken.
     bool load(const std::string& path, const volatile std::sig_atomic_t* abort = nullptr);
     // How the last load() ended. Broken also when the file exists and could not be opened at all.
     Load load_state() const { return load_state_; }
@@ -120,6 +122,8 @@ private:
     void append_any(const Lines& lines);
     void remove_rows(size_t first, size_t last);
     void append_rows(std::string& text, size_t first, size_t last, size_t room_behind = 0) const;
+    LineStore lines_to(size_t row) const;
+    std::string& edit_row(size_t row, size_t room);
     std::string cut_bytes(size_t row, size_t col, size_t count);
     void join_with_next(size_t row);
     void mark_on_insert(size_t row, size_t col, size_t new_rows, size_t new_col);

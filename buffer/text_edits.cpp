@@ -33,9 +33,9 @@ std::string joined(const LineStore& rows) {
 // --- Insertions ---
 
 void TextBuffer::insert_char(size_t row, size_t col, char c) {
-    ensure_row(row);
-    col = std::min(col, length(row));
-    lines_.edit(row, 1).insert(col, 1, c);
+    std::string& line = edit_row(row, 1);
+    col = std::min(col, line.size());
+    line.insert(col, 1, c);
     mark_on_insert(row, col, 0, col + 1);
     modified_ = true;
 }
@@ -46,13 +46,12 @@ void TextBuffer::insert_text(size_t& row, size_t& col, std::string_view text) {
     if (text.empty()) return;
     const std::string own(text);  // it may lie in the line that changes
     text = own;
-    ensure_row(row);
     const size_t at = std::min(col, length(row));
-    modified_ = true;
     const size_t first_break = text.find('\n');
     if (first_break == std::string_view::npos) {
-        lines_.edit(row, text.size()).insert(at, text);
+        edit_row(row, text.size()).insert(at, text);
         mark_on_insert(row, at, 0, at + text.size());
+        modified_ = true;
         col += text.size();
         return;
     }
@@ -62,9 +61,12 @@ void TextBuffer::insert_text(size_t& row, size_t& col, std::string_view text) {
         LineStore::from_text(text.substr(first_break + 1, last_break - first_break), LineStore::Returns::Keep);
     const size_t new_rows = added.size() + 1;
     added.insert(added.size(), {head_and(last, view(row).substr(at))});
-    lines_.set(row, head_and(view(row).substr(0, at), text.substr(0, first_break)));
-    lines_.insert(row + 1, added);
+    LineStore changed = lines_to(row);
+    changed.set(row, head_and(view(row).substr(0, at), text.substr(0, first_break)));
+    changed.insert(row + 1, added);
+    lines_ = std::move(changed);
     mark_on_insert(row, at, new_rows, last.size());
+    modified_ = true;
     row += new_rows;
     col = last.size();
 }
@@ -74,16 +76,16 @@ void TextBuffer::insert_rows_as_text(size_t& row, size_t& col, const LineStore& 
     if (holds_breaks(rows)) return insert_text(row, col, joined(rows));
     LineStore added = rows;
     const size_t new_rows = added.size();
-    ensure_row(row);
     const size_t at = std::min(col, length(row));
+    LineStore changed = lines_to(row);
     if (at > 0) {
         // The first row goes behind what stays, and what follows the cursor becomes a row behind the last.
-        const std::string tail(view(row).substr(at));
-        lines_.set(row, head_and(view(row).substr(0, at), added.view(0)));
+        changed.set(row, head_and(view(row).substr(0, at), added.view(0)));
         added.erase(0, 1);
-        added.insert(added.size(), {tail});
+        added.insert(added.size(), {std::string(view(row).substr(at))});
     }
-    lines_.insert(at > 0 ? row + 1 : row, added);
+    changed.insert(at > 0 ? row + 1 : row, added);
+    lines_ = std::move(changed);
     mark_on_insert(row, at, new_rows, 0);
     modified_ = true;
     row += new_rows;
@@ -91,14 +93,17 @@ void TextBuffer::insert_rows_as_text(size_t& row, size_t& col, const LineStore& 
 }
 
 void TextBuffer::split_line(size_t row, size_t col) {
-    ensure_row(row);
     col = std::min(col, length(row));
-    if (col == 0) {
+    if (row >= line_count()) {
+        ensure_row(row + 1);
+    } else if (col == 0) {
         lines_.insert(row, std::vector<std::string>{""});
+    } else if (col == length(row)) {
+        lines_.insert(row + 1, std::vector<std::string>{""});
     } else {
-        const std::string tail(view(row).substr(col));
-        if (!tail.empty()) lines_.edit(row).resize(col);
-        lines_.insert(row + 1, {tail});
+        std::string& line = lines_.edit(row);
+        lines_.insert(row + 1, {line.substr(col)});
+        line.resize(col);
     }
     mark_on_insert(row, col, 1, 0);
     modified_ = true;
@@ -124,8 +129,14 @@ void TextBuffer::join_with_next(size_t row) {
         lines_.erase(row, row + 1);
     } else {
         const std::string next(view(row + 1));
-        if (!next.empty()) lines_.edit(row, next.size()).append(next);
-        lines_.erase(row + 1, row + 2);
+        if (next.empty()) {
+            lines_.erase(row + 1, row + 2);
+        } else {
+            std::string& line = lines_.edit(row, next.size());
+            line.reserve(old_length + next.size());
+            lines_.erase(row + 1, row + 2);
+            line.append(next);
+        }
     }
     mark_on_join(row, old_length);
     modified_ = true;
@@ -135,12 +146,15 @@ char TextBuffer::backspace(size_t& row, size_t& col) {
     if (row >= line_count()) return 0;
     if (col > 0) {
         if (col > length(row)) return 0;
+        const char removed = cut_bytes(row, col - 1, 1).front();
         --col;
-        return cut_bytes(row, col, 1).front();
+        return removed;
     }
     if (row == 0) return 0;
-    col = length(row - 1);
-    join_with_next(--row);
+    const size_t old_length = length(row - 1);
+    join_with_next(row - 1);
+    --row;
+    col = old_length;
     return '\n';
 }
 
@@ -163,9 +177,9 @@ std::string TextBuffer::delete_to_eol(size_t row, size_t col) {
 
 std::string TextBuffer::delete_to_bol(size_t row, size_t& col) {
     if (row >= line_count()) return {};
-    const size_t count = std::min(col, length(row));
+    std::string removed = cut_bytes(row, 0, std::min(col, length(row)));
     col = 0;
-    return cut_bytes(row, 0, count);
+    return removed;
 }
 
 std::string TextBuffer::delete_word_forward(size_t row, size_t& col, const std::string& delims) {
@@ -178,12 +192,25 @@ std::string TextBuffer::delete_word_forward(size_t row, size_t& col, const std::
 
 std::string TextBuffer::delete_word_backward(size_t& row, size_t& col, const std::string& delims) {
     if (row >= line_count()) return {};
-    if (col == 0 && backspace(row, col) == 0) return {};
+    if (col == 0) {
+        TextBuffer joined = *this;  // of two changes both are made or none
+        size_t to_row = row, to_col = col;
+        if (joined.backspace(to_row, to_col) == 0) return {};
+        std::string removed;
+        if (to_col > 0) removed = joined.delete_word_backward(to_row, to_col, delims);
+        *this = std::move(joined);
+        row = to_row;
+        col = to_col;
+        return removed;
+    }
     const std::string_view line = view(row);
-    const size_t end = col = std::min(col, line.size());
-    while (col > 0 && delims.find(line[col - 1]) != std::string::npos) --col;
-    while (col > 0 && delims.find(line[col - 1]) == std::string::npos) --col;
-    return cut_bytes(row, col, end - col);
+    const size_t end = std::min(col, line.size());
+    size_t start = end;
+    while (start > 0 && delims.find(line[start - 1]) != std::string::npos) --start;
+    while (start > 0 && delims.find(line[start - 1]) == std::string::npos) --start;
+    std::string removed = cut_bytes(row, start, end - start);
+    col = start;
+    return removed;
 }
 
 // --- Spans ---
@@ -207,6 +234,16 @@ std::string TextBuffer::delete_span(size_t r1, size_t c1, size_t r2, size_t c2) 
     r2 = std::min(r2, line_count() - 1);
     c2 = std::min(c2, length(r2));
     c1 = std::min(c1, length(r1));
+    if (r1 == r2) {
+        lines_.edit(r1).erase(c1, c2 - c1);
+    } else if (c1 == 0 && c2 == 0) {
+        lines_.erase(r1, r2);  // whole lines: the one behind them is not touched
+    } else {
+        LineStore changed = lines_;
+        changed.set(r1, head_and(view(r1).substr(0, c1), view(r2).substr(c2)));
+        changed.erase(r1 + 1, r2 + 1);
+        lines_ = std::move(changed);
+    }
     if (mark_set_) {
         const std::pair mark(mark_row_, mark_col_);
         if (std::pair(r1, c1) <= mark && mark < std::pair(r2, c2)) {
@@ -218,14 +255,6 @@ std::string TextBuffer::delete_span(size_t r1, size_t c1, size_t r2, size_t c2) 
         } else if (mark_row_ > r2) {
             mark_row_ -= r2 - r1;
         }
-    }
-    if (r1 == r2) {
-        lines_.edit(r1).erase(c1, c2 - c1);
-    } else if (c1 == 0 && c2 == 0) {
-        lines_.erase(r1, r2);  // whole lines: the one behind them is not touched
-    } else {
-        lines_.set(r1, head_and(view(r1).substr(0, c1), view(r2).substr(c2)));
-        lines_.erase(r1 + 1, r2 + 1);
     }
     clamp_mark();
     modified_ = true;

@@ -164,6 +164,9 @@ private:
     UndoSnapshot capture_snapshot();
     void restore_snapshot(UndoSnapshot& snapshot);
     void begin_undo_unit();
+    // For a command or key that failed: brings the state back that its newest unit began with, if it began one. Needs
+    // no memory.
+    void take_back_unit();
     bool undo_last(bool report);
     bool redo_last(bool report);
     struct ExchangeTexts {
@@ -504,6 +507,7 @@ private:
 
     // --- Undo ---
     std::deque<UndoSnapshot> undo_stack_, redo_stack_;  // oldest first
+    bool unit_open_ = false;  // the newest state was put there by the command or key that runs
     // Too old to go back to. Freeing one takes as long as the rest of a key: it waits until the screen is painted.
     std::vector<UndoSnapshot> dropped_states_;
 

@@ -67,13 +67,14 @@ int Editor::run() {
 }
 
 void Editor::load_current_file() {
-    const AbortGuard guard;  // Ctrl/C ends the reading of a pipe or of an endless device
+    const AbortGuard guard;    // Ctrl/C ends the reading of a pipe or of an endless device
+    broken_file_ = filename_;  // until it has been read
     buffer_ = TextBuffer();
     note_used_file(filename_);
     file_existed_ = buffer_.load(filename_, &g_kpe_abort_requested);
     buffer_.set_filename(filename_);
     edited_file_ = buffer_.loaded_file();
-    broken_file_ = buffer_.load_state() == TextBuffer::Load::Broken ? filename_ : "";
+    if (buffer_.load_state() != TextBuffer::Load::Broken) broken_file_.clear();
     check_abort(!quiet_);
     note_on_disk(buffers_["MAIN"] = buffer_);
     note_on_disk(buffer_);
@@ -106,9 +107,11 @@ int Editor::line_mode() {
         const auto line = kpe_read_line();
         if (!line || g_kpe_end_signal) break;
         append_journal_line(*line);
+        unit_open_ = false;
         try {
             handle_command_result(execute_command(*line, !quiet_), /*exit_allowed=*/true);
         } catch (const std::bad_alloc&) {
+            take_back_unit();
             kpe_complain(true, "Not enough memory");  // the text before the command is all there
         }
         obey_end_signal();

@@ -11,6 +11,7 @@ constexpr size_t MOST_DROPPED = 16;
 // Keeps the newest snapshots: the oldest one goes to dropped when there are more than the stack may hold.
 void push(std::deque<Editor::UndoSnapshot>& stack, Editor::UndoSnapshot snapshot,
           std::vector<Editor::UndoSnapshot>& dropped) {
+    dropped.reserve(MOST_DROPPED);
     stack.push_back(std::move(snapshot));
     if (stack.size() <= Editor::max_undo_) return;
     if (dropped.size() == MOST_DROPPED) dropped.clear();
@@ -32,24 +33,34 @@ Editor::UndoSnapshot Editor::capture_snapshot() {
             direction_, last_search_, delete_char_buffer_,  delete_line_buffer_, delete_word_buffer_, overstrike_};
 }
 
+// The snapshot's texts become the editor's: this needs no memory, so nothing of it can fail.
 void Editor::restore_snapshot(UndoSnapshot& snapshot) {
-    buffer_ = snapshot.buffer;
-    buffers_ = snapshot.buffers;
-    current_buffer_name_ = snapshot.current_buffer_name;
+    buffer_ = std::move(snapshot.buffer);
+    buffers_ = std::move(snapshot.buffers);
+    current_buffer_name_ = std::move(snapshot.current_buffer_name);
     cursor_row_ = snapshot.cursor_row;
     cursor_col_ = snapshot.cursor_col;
     top_line_ = snapshot.top_line;
     direction_ = snapshot.direction;
-    last_search_ = snapshot.last_search;
-    delete_char_buffer_ = snapshot.delete_char_buffer;
-    delete_line_buffer_ = snapshot.delete_line_buffer;
-    delete_word_buffer_ = snapshot.delete_word_buffer;
+    last_search_ = std::move(snapshot.last_search);
+    delete_char_buffer_ = std::move(snapshot.delete_char_buffer);
+    delete_line_buffer_ = std::move(snapshot.delete_line_buffer);
+    delete_word_buffer_ = std::move(snapshot.delete_word_buffer);
     overstrike_ = snapshot.overstrike;
 }
 
 void Editor::begin_undo_unit() {
-    redo_stack_.clear();
     push(undo_stack_, capture_snapshot(), dropped_states_);
+    redo_stack_.clear();
+    unit_open_ = true;
+}
+
+void Editor::take_back_unit() {
+    if (!unit_open_ || undo_stack_.empty()) return;
+    unit_open_ = false;
+    UndoSnapshot before = pop(undo_stack_);
+    restore_snapshot(before);
+    clamp_cursor();
 }
 
 bool Editor::undo_last(bool report) {
@@ -68,6 +79,7 @@ bool Editor::exchange_state(std::deque<UndoSnapshot>& from, std::deque<UndoSnaps
         return false;
     }
     push(to, capture_snapshot(), dropped_states_);
+    unit_open_ = false;
     UndoSnapshot snapshot = pop(from);
     restore_snapshot(snapshot);
     clamp_cursor();

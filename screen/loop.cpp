@@ -51,8 +51,10 @@ void Editor::screen_loop() {
         try {
             done = handle_screen_key(key);
         } catch (const std::bad_alloc&) {
+            take_back_unit();
             set_error("Not enough memory");  // the text before the key is all there
         }
+        unit_open_ = false;
         clamp_cursor();
         adjust_view();
     }

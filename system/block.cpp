@@ -3,7 +3,6 @@
 #include <sys/mman.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -38,16 +37,14 @@ char* map_aligned(size_t bytes) {
 
 char* allocate(size_t capacity) {
     if (is_mapped(capacity)) return map_aligned(mapped_size(capacity));
-    char* const data = static_cast<char*>(std::malloc(capacity));
-    if (!data) throw std::bad_alloc();
-    return data;
+    return static_cast<char*>(::operator new(capacity));
 }
 
 void release(char* data, size_t capacity) {
     if (is_mapped(capacity))
         munmap(data, mapped_size(capacity));
     else
-        std::free(data);
+        ::operator delete(data);
 }
 
 }  // namespace
@@ -65,14 +62,19 @@ void Block::reserve(size_t capacity) {
     if (capacity > capacity_) resize(capacity);
 }
 
-void Block::shrink() {
+void Block::shrink() noexcept {
     const size_t needed = size_ + 1;
     const bool same_pages = is_mapped(needed) && mapped_size(needed) == mapped_size(capacity_);
-    if (needed < capacity_ && !same_pages) resize(needed);
+    if (needed >= capacity_ || same_pages) return;
+    try {
+        resize(needed);
+    } catch (const std::bad_alloc&) {
+        // Nothing is given back then.
+    }
 }
 
-// capacity holds size_ bytes at least. Either kind of memory grows and shrinks in place where it can;
-// from one kind to the other the bytes are copied.
+// capacity holds size_ bytes at least. Pages grow and shrink in place where they can; what is or becomes heap memory is
+// copied. Without memory for that all stays as it was.
 void Block::resize(size_t capacity) {
     char* moved = nullptr;
     if (is_mapped(capacity) && is_mapped(capacity_)) {
@@ -80,9 +82,6 @@ void Block::resize(size_t capacity) {
         if (got == MAP_FAILED) throw std::bad_alloc();
         moved = static_cast<char*>(got);
         madvise(moved, mapped_size(capacity), MADV_HUGEPAGE);
-    } else if (!is_mapped(capacity) && !is_mapped(capacity_)) {
-        moved = static_cast<char*>(std::realloc(data_, capacity));
-        if (!moved) throw std::bad_alloc();
     } else {
         moved = allocate(capacity);
         std::memcpy(moved, data_, size_);

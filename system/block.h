@@ -22,7 +22,7 @@ public:
     void set_size(size_t size) { size_ = size; }  // size <= capacity()
     void append(std::string_view bytes);          // size() + bytes.size() <= capacity()
     void reserve(size_t capacity);                // may move the bytes; throws std::bad_alloc
-    void shrink();                                // gives unused memory behind size() back, but one byte; may move them
+    void shrink() noexcept;                       // gives unused memory behind size() back, but one byte; may move them
 
 private:
     void resize(size_t capacity);

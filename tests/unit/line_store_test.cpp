@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <new>
 #include <random>
 #include <sstream>
 #include <string>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "buffer/byte_search.h"
+#include "unit/no_memory.h"
 
 namespace {
 
@@ -23,6 +23,12 @@ Lines lines_of(const LineStore& store) {
     Lines lines;
     for (size_t row = 0; row < store.size(); ++row) lines.emplace_back(store.view(row));
     return lines;
+}
+
+bool holds(const LineStore& store, const Lines& lines) {
+    std::vector<std::string_view> rows(store.size());
+    store.views(0, rows);
+    return std::equal(rows.begin(), rows.end(), lines.begin(), lines.end());
 }
 
 // What the runs make of the text, going either way; a mistake in their rows or bytes ends the test.
@@ -69,6 +75,7 @@ class Twin {
 public:
     LineStore store;
     Lines plain;
+    bool without_memory = false;  // each change fails at one allocation after the other before it is made
 
     void check() const {
         ASSERT_EQ(lines_of(store), plain);
@@ -87,26 +94,28 @@ public:
         if (kind <= 1) {
             const std::string text = some_lines(1, random)[0];
             for (size_t i = row; i <= std::min({last, row + 60, n - 1}); i += 3) {  // more than a slice keeps apart
-                store.edit(i) += text;
+                change([&] { store.edit(i) += text; });
                 plain[i] += text;
             }
         } else if (kind == 2) {
-            plain[row] = "set " + std::to_string(random() % 1000);
-            store.set(row, plain[row]);
+            const std::string text = "set " + std::to_string(random() % 1000);
+            change([&] { store.set(row, text); });
+            plain[row] = text;
         } else if (kind == 3) {
+            change([&] { store.at(row); });
             ASSERT_EQ(store.at(row), plain[row]);
         } else if (kind <= 6) {
             const bool many = random() % 10 == 0;
             insert(random() % (n + 1), some_lines(many ? random() % 1500 : 1 + random() % 3, random), kind == 6);
         } else if (kind <= 8) {
-            store.erase(row, last);
+            change([&] { store.erase(row, last); });
             plain.erase(at(row), at(std::min(last, n)));
         } else if (kind == 9) {
             const LineStore part = store.slice(row, last);
             const Lines copy(at(row), at(std::min(last, n)));
             ASSERT_EQ(lines_of(part), copy);
             const size_t to = random() % (n + 1);
-            store.insert(to, part);
+            change([&] { store.insert(to, part); });
             plain.insert(at(to), copy.begin(), copy.end());
         } else if (kind == 10) {
             rewrite(row, random);
@@ -121,24 +130,35 @@ public:
 private:
     Lines::iterator at(size_t row) { return plain.begin() + static_cast<std::ptrdiff_t>(row); }
 
+    template <typename Change>
+    void change(const Change& make) {
+        if (!without_memory) return make();
+        const LineStore before = ++changes_ % 2 == 0 ? store : LineStore();  // shared by a copy, or not
+        fail_each_allocation(make, [&] {
+            EXPECT_TRUE(holds(store, plain));
+            if (!before.empty()) store = before;
+        });
+    }
+
     void insert(size_t row, const Lines& lines, bool as_store) {
-        if (as_store)
-            store.insert(row, LineStore(lines));
-        else
-            store.insert(row, lines);
+        change([&] { as_store ? store.insert(row, LineStore(lines)) : store.insert(row, lines); });
         plain.insert(at(row), lines.begin(), lines.end());
     }
 
     // Every line from row on, or one in so many of them.
     void rewrite(size_t row, std::mt19937& random) {
         const size_t every = 1 + random() % 40;
-        LineStore::Rewriter rewriter(store);
+        std::vector<std::pair<size_t, std::string>> texts;
         for (size_t i = row; i < std::min(plain.size(), row + 1200); i += every) {
             const size_t to = random() % 50 == 0 ? random() % plain.size() : i;  // rows come in any order
-            plain[to] = some_lines(1, random)[0];
-            rewriter.put(to, plain[to]);
+            texts.emplace_back(to, some_lines(1, random)[0]);
         }
-        rewriter.finish();
+        change([&] {
+            LineStore::Rewriter rewriter(store);
+            for (const auto& [to, text] : texts) rewriter.put(to, text);
+            rewriter.finish();
+        });
+        for (const auto& [to, text] : texts) plain[to] = text;
     }
 
     void replace(size_t first, size_t last, std::mt19937& random) {
@@ -146,33 +166,23 @@ private:
         const std::string what = random() % 8 == 0 ? "break" : std::string(1 + random() % 3, letter);
         const std::string by[] = {"", what, "another\ntext", std::string(2, letter), "E"};
         const std::string& text = by[random() % std::size(by)];
-        LineStore::Replaced expected;
+        Patience patience(nullptr);
+        LineStore::Replaced done, expected;
+        change([&] { done = store.replace(first, last, ByteSearch(what, false), text, patience); });
         for (size_t row = first; row <= std::min(last, plain.size() - 1); ++row) {
             for (size_t col = 0; (col = plain[row].find(what, col)) != std::string::npos; col += text.size()) {
                 plain[row].replace(col, what.size(), text);
                 expected = {expected.count + 1, row, col, text != what};
             }
         }
-        Patience patience(nullptr);
-        const LineStore::Replaced done = store.replace(first, last, ByteSearch(what, false), text, patience);
         ASSERT_EQ(std::tie(done.count, done.last_row, done.last_col, done.changed),
                   std::tie(expected.count, expected.last_row, expected.last_col, expected.changed));
     }
+
+    size_t changes_ = 0;
 };
 
 }  // namespace
-
-TEST(LineStore, RewritingThatAnExceptionEndsChangesNothing) {
-    LineStore store(std::vector<std::string>(100, "old"));
-    EXPECT_THROW(
-        {
-            LineStore::Rewriter rewriter(store);
-            for (size_t row = 0; row < 50; ++row) rewriter.put(row, "new");
-            throw std::bad_alloc();
-        },
-        std::bad_alloc);
-    for (size_t row = 0; row < 100; ++row) EXPECT_EQ(store.view(row), "old");
-}
 
 TEST(LineStore, RandomEditsLeaveEveryCopyAlone) {
     for (unsigned seed = 1; seed <= 5; ++seed) {
@@ -190,6 +200,18 @@ TEST(LineStore, RandomEditsLeaveEveryCopyAlone) {
         for (const Twin& copy : kept) copy.check();
         if (HasFailure()) return;
     }
+}
+
+TEST(LineStore, ChangesAreWholeOrNotMadeWhenMemoryRunsOut) {
+    std::mt19937 random(7);
+    Twin now;
+    now.without_memory = true;
+    for (int i = 0; i < 250 && !HasFailure(); ++i) {
+        now.step(random);
+        now.store.erase(1200, now.store.size());  // many rows would take long
+        now.plain.resize(now.store.size());
+    }
+    now.check();
 }
 
 // Numbers of lines and lengths about those where a chunk, a leaf or a branch is full.
@@ -302,7 +324,7 @@ TEST(Block, KeepsItsBytesInEverySize) {
     std::string text;
     for (const size_t size : {size_t{9}, size_t{70000}, size_t{1} << 20, size_t{5} << 20, size_t{20} << 20}) {
         std::string more(size - text.size(), static_cast<char>('a' + size % 26));
-        block.reserve(size);
+        fail_each_allocation([&] { block.reserve(size); }, [&] { EXPECT_TRUE(block.bytes() == text); });
         block.append(more);
         text += more;
         ASSERT_TRUE(block.bytes() == text) << size;

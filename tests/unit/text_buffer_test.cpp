@@ -9,6 +9,7 @@
 #include <tuple>
 #include <utility>
 
+#include "unit/no_memory.h"
 #include "unit/scratch.h"
 
 namespace {
@@ -34,6 +35,13 @@ std::string state_of(const TextBuffer& buffer) {
     if (buffer.has_mark())
         state += " mark " + std::to_string(buffer.mark_row()) + "," + std::to_string(buffer.mark_col());
     return state;
+}
+
+void rewrite_ends(TextBuffer& buffer) {
+    LineStore::Rewriter rewriter = buffer.rewrite();
+    rewriter.put(2, "new");
+    rewriter.put(0, "new");
+    rewriter.finish();
 }
 
 }  // namespace
@@ -123,12 +131,21 @@ TEST(TextBuffer, EditsMoveTheMarkWithItsText) {
         {1, 2, [](Buffer b) { b.insert_lines(1, Lines(2, "x")); }, "abcd|x|x|efgh|ijkl|\\n changed mark 3,2"},
         {2, 2, [](Buffer b) { b.insert_lines(9, Lines{"x"}); }, "abcd|efgh|ijkl|x|\\n changed mark 2,2"},
         {1, 2, [](Buffer b) { b.replace_in_line(1, 2, 0, "x"); }, "abcd|efxgh|ijkl|\\n changed mark 1,2"},
+        {2, 2, [&](Buffer b) { b.insert_text(row = 1, col = 2, "X\nY\nZ"); },
+         "abcd|efX|Y|Zgh|ijkl|\\n changed mark 4,2"},
+        {2, 2, [&](Buffer b) { b.insert_text(row = 4, col = 0, "X"); }, "abcd|efgh|ijkl||X|\\n changed mark 2,2"},
+        {2, 2, [&](Buffer b) { b.insert_rows_as_text(row = 1, col = 2, b.lines()); },
+         "abcd|efabcd|efgh|ijkl|gh|ijkl|\\n changed mark 5,2"},
+        {2, 2, [&](Buffer b) { b.delete_word_backward(row = 2, col = 0, "f"); }, "abcd|efijkl|\\n changed mark 1,4"},
+        {2, 2, [](Buffer b) { b.delete_span(0, 2, 2, 1); }, "abjkl|\\n changed mark 0,3"},
+        {2, 2, [](Buffer b) { rewrite_ends(b); }, "new|efgh|new|\\n changed mark 2,2"},
         {1, 2, [](Buffer b) { b.replace_in_line(1, 1, 99, "fgh"); }, "abcd|efgh|ijkl|\\n mark 1,2"},
     };
     for (const Row& r : rows) {
         TextBuffer buffer = with_lines({"abcd", "efgh", "ijkl"});
         buffer.set_mark(r.mark_row, r.mark_col);
-        r.edit(buffer);
+        const std::string before = state_of(buffer);
+        fail_each_allocation([&] { r.edit(buffer); }, [&] { EXPECT_EQ(state_of(buffer), before) << r.after; });
         EXPECT_EQ(state_of(buffer), r.after) << "mark at " << r.mark_row << "," << r.mark_col;
     }
 }
