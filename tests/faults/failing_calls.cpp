@@ -157,7 +157,8 @@ void take_time(size_t bytes) {
 
 void note_sync(int fd) {
     struct stat st;
-    const char* const slash = strrchr(Place(fd).name, '/');
+    const Place place(fd);
+    const char* const slash = strrchr(place.name, '/');
     if (slash == nullptr || fstat(fd, &st) != 0) return;
     note("syncs", S_ISDIR(st.st_mode) ? "." : slash + 1);
     note("syncs", "\n");
