@@ -10,16 +10,16 @@
 #include "system/signals.h"
 #include "system/terminal.h"
 
+namespace {
+
 // A sanitizer reports a crash by handlers of its own.
 #if defined(__SANITIZE_ADDRESS__)
-#define KPE_SANITIZED
+constexpr bool SANITIZED = true;
 #elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define KPE_SANITIZED
+constexpr bool SANITIZED = __has_feature(address_sanitizer);
+#else
+constexpr bool SANITIZED = false;
 #endif
-#endif
-
-namespace {
 
 constexpr int CRASH_SIGNALS[] = {SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSYS, SIGTRAP};
 constexpr int MOST_SECONDS = 10;                        // for the end of the process, and for files that do not get on
@@ -114,14 +114,13 @@ void crash_handler(int number) {
 }
 
 void install_crash_handlers() {
-#ifndef KPE_SANITIZED
+    if (SANITIZED) return;
     stack_t stack{};
     stack.ss_sp = g_crash_stack;
     stack.ss_size = sizeof g_crash_stack;
     if (sigaltstack(&stack, nullptr) != 0) return;
     for (const int number : CRASH_SIGNALS)
         kpe_set_handler_unless_ignored(number, crash_handler, SA_ONSTACK | SA_NODEFER);
-#endif
 }
 
 }  // namespace
