@@ -14,34 +14,84 @@ auto edit_from(Edits& edits, size_t row) {
 }
 
 // A string that grew after it was copied would be in memory twice, and the line may be huge.
-std::shared_ptr<std::string> copy_with_room(std::string_view text, size_t room) {
-    auto copy = std::make_shared<std::string>();
-    copy->reserve(text.size() + room);
-    copy->append(text);
-    return copy;
+std::shared_ptr<EditedLine> copy_with_room(std::string_view text, size_t room) {
+    std::string copy;
+    copy.reserve(text.size() + room);
+    copy.append(text);
+    return std::make_shared<EditedLine>(std::move(copy));
+}
+
+std::string_view line_of(const LineChunk::Slice& slice, size_t row) {
+    const size_t start = slice.start(row);
+    return {slice.base + start, slice.start(row + 1) - start - 1};
 }
 
 }  // namespace
 
 std::string_view LineChunk::view(size_t row) const {
     if (const Slice* slice = std::get_if<Slice>(&body_)) {
-        if (const auto* own = edited_text(row)) return **own;
-        const size_t start = slice->start(row);
-        return {slice->base + start, slice->start(row + 1) - start - 1};
+        if (const auto* own = edited_text(row)) return (*own)->view();
+        return line_of(*slice, row);
     }
     return std::get<Mixed>(body_).lines[row].text();
 }
 
+size_t LineChunk::length(size_t row) const {
+    const auto* own = edited_text(row);
+    return own ? (*own)->size() : view(row).size();
+}
+
 const std::string& LineChunk::string(size_t row) {
-    if (const auto* own = edited_text(row)) return **own;
+    if (const auto* own = edited_text(row)) return (*own)->string();
     Line& line = mixed().lines[row];
-    if (!line.own) line.own = std::make_shared<std::string>(line.slice);
-    return *line.own;
+    if (!line.own) line.own = std::make_shared<EditedLine>(std::string(line.slice));
+    return line.own->string();
+}
+
+// --- Long lines ---
+
+std::vector<size_t> LineChunk::long_rows() const {
+    std::vector<size_t> rows;
+    if (const Slice* slice = std::get_if<Slice>(&body_)) {
+        for (const Edit& edit : slice->edits)
+            if (edit.own->size() >= LONG_LINE) rows.push_back(edit.row);
+        if (rows_ == 1 && slice->edits.empty() && length(0) >= LONG_LINE) rows.push_back(0);
+        return rows;
+    }
+    const std::vector<Line>& lines = std::get<Mixed>(body_).lines;
+    for (size_t row = 0; row < rows_; ++row) {
+        const Line& line = lines[row];
+        if ((line.edited() ? line.own->size() : line.slice.size()) >= LONG_LINE) rows.push_back(row);
+    }
+    return rows;
+}
+
+std::shared_ptr<EditedLine> LineChunk::edited_line(size_t row) const {
+    const auto* own = edited_text(row);
+    return own ? *own : nullptr;
+}
+
+std::shared_ptr<EditedLine> LineChunk::shared_line(size_t row) {
+    if (const auto* own = edited_text(row)) return *own;
+    const std::string_view text = view(row);
+    const auto holds = [&](const auto& block) {
+        const std::less_equal<> not_behind;
+        return not_behind(block->data(), text.data()) && not_behind(text.data(), block->data() + block->size());
+    };
+    const Slice* const slice = std::get_if<Slice>(&body_);
+    const auto* const mixed = std::get_if<Mixed>(&body_);
+    auto line = std::make_shared<EditedLine>(
+        slice ? slice->block : *std::find_if(mixed->blocks.begin(), mixed->blocks.end(), holds), text);
+    put(row, line);
+    // What a chunk of one line says of its block is said by the line now, which may come to do without it.
+    if (rows_ == 1 && slice) this->mixed().blocks.clear();
+    if (mixed) drop_unused_blocks(this->mixed());
+    return line;
 }
 
 // --- Runs ---
 
-const std::shared_ptr<std::string>* LineChunk::edited_text(size_t row) const {
+const std::shared_ptr<EditedLine>* LineChunk::edited_text(size_t row) const {
     if (const Slice* slice = std::get_if<Slice>(&body_)) {
         const auto edit = edit_from(slice->edits, row);
         return edit != slice->edits.end() && edit->row == row ? &edit->own : nullptr;
@@ -97,7 +147,7 @@ LineChunk::Run LineChunk::run_to(size_t row, size_t limit) const {
 
 // --- Changes ---
 
-void LineChunk::put(size_t row, std::shared_ptr<std::string> own) {
+void LineChunk::put(size_t row, std::shared_ptr<EditedLine> own) {
     if (Slice* slice = std::get_if<Slice>(&body_)) {
         const auto edit = edit_from(slice->edits, row);
         if (edit != slice->edits.end() && edit->row == row) {
@@ -114,15 +164,15 @@ void LineChunk::put(size_t row, std::shared_ptr<std::string> own) {
 
 std::string& LineChunk::edit(size_t row, size_t room) {
     const auto* own = edited_text(row);
-    if (!own || own->use_count() > 1) {
+    if (!own || own->use_count() > 1 || !(*own)->has_string()) {
         put(row, copy_with_room(view(row), room));
         own = edited_text(row);
     }
-    return **own;
+    return (*own)->string();
 }
 
 // A string of its own in any case: text may be part of the old one.
-void LineChunk::set(size_t row, std::string_view text) { put(row, std::make_shared<std::string>(text)); }
+void LineChunk::set(size_t row, std::string_view text) { put(row, std::make_shared<EditedLine>(std::string(text))); }
 
 void LineChunk::set_slice(size_t row, std::string_view text, const std::shared_ptr<const Block>& block) {
     Mixed& body = mixed();
@@ -135,7 +185,7 @@ void LineChunk::insert(size_t row, const std::vector<std::string>& lines) {
     Mixed& body = mixed();
     std::vector<Line> fresh;
     fresh.reserve(lines.size());
-    for (const std::string& line : lines) fresh.push_back({{}, std::make_shared<std::string>(line)});
+    for (const std::string& line : lines) fresh.push_back({{}, std::make_shared<EditedLine>(line)});
     body.lines.insert(body.lines.begin() + static_cast<ptrdiff_t>(row), std::make_move_iterator(fresh.begin()),
                       std::make_move_iterator(fresh.end()));
     rows_ = body.lines.size();
@@ -182,7 +232,7 @@ LineChunk::Mixed LineChunk::mixed_part(const LineChunk& from, size_t first, size
     Mixed part;
     if (const Slice* slice = std::get_if<Slice>(&from.body_)) {
         part.lines.reserve(last - first);
-        for (size_t row = first; row < last; ++row) part.lines.push_back({from.view(row), nullptr});
+        for (size_t row = first; row < last; ++row) part.lines.push_back({line_of(*slice, row), nullptr});
         for (const Edit& edit : slice->edits)
             if (first <= edit.row && edit.row < last) part.lines[edit.row - first] = {{}, edit.own};
         part.blocks.push_back(slice->block);

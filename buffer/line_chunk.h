@@ -8,6 +8,7 @@
 #include <variant>
 #include <vector>
 
+#include "buffer/edited_line.h"
 #include "system/block.h"
 
 // Some hundred lines of a LineStore, the piece that its copies share. Part of the store's inside.
@@ -33,7 +34,7 @@ public:
 
     struct Edit {
         size_t row;
-        std::shared_ptr<std::string> own;
+        std::shared_ptr<EditedLine> own;
     };
 
     struct Slice {
@@ -47,11 +48,11 @@ public:
     };
 
     struct Line {
-        std::string_view slice;            // in a block; data() is null once the line was edited
-        std::shared_ptr<std::string> own;  // the edited text, or a copy of slice that somebody asked for
+        std::string_view slice;           // in a block; data() is null once the line was edited
+        std::shared_ptr<EditedLine> own;  // the edited text, or a copy of slice that somebody asked for
 
         bool edited() const { return slice.data() == nullptr; }
-        std::string_view text() const { return edited() ? std::string_view(*own) : slice; }
+        std::string_view text() const { return edited() ? own->view() : slice; }
     };
 
     // Neighbouring lines that lie one behind the other in memory; edited lines stand alone.
@@ -66,8 +67,19 @@ public:
     size_t rows() const { return rows_; }
     bool is_slice() const { return std::holds_alternative<Slice>(body_); }
     std::string_view view(size_t row) const;
+    size_t length(size_t row) const;  // of view(row), which it does not make whole
     // The line as a string kept here. The text stays as it is, so this may be done to a shared chunk.
     const std::string& string(size_t row);
+
+    // A line from so many bytes on is kept as a difference where an older state has another text of it.
+    static constexpr size_t LONG_LINE = size_t{16} << 10;
+    // The rows of such lines, ascending. Those that share a block with other lines of the file are left out.
+    std::vector<size_t> long_rows() const;
+    // The line by itself, so that a difference can be made of it or to it. The text stays as it is and where it is, so
+    // this may be done to a shared chunk.
+    std::shared_ptr<EditedLine> shared_line(size_t row);
+    // The same line if it is there already; otherwise null.
+    std::shared_ptr<EditedLine> edited_line(size_t row) const;
 
     // The lines from row on, or those that end with row: as many as adjoin and fit limit bytes, one at least.
     Run run_from(size_t row, size_t limit) const;
@@ -95,8 +107,8 @@ private:
     static void drop_unused_blocks(Mixed& mixed);
     static void tidy(Mixed& mixed) noexcept;
     Mixed& mixed();
-    const std::shared_ptr<std::string>* edited_text(size_t row) const;  // null where the row is untouched
-    void put(size_t row, std::shared_ptr<std::string> own);
+    const std::shared_ptr<EditedLine>* edited_text(size_t row) const;  // null where the row is untouched
+    void put(size_t row, std::shared_ptr<EditedLine> own);
     bool adjoin(size_t row) const;
 
     size_t rows_ = 0;

@@ -95,6 +95,11 @@ std::string_view LineStore::view(size_t row) const {
     return tree_->chunk(at).view(at.row);
 }
 
+size_t LineStore::length(size_t row) const {
+    const LineTree::Place at = tree_->locate(row);
+    return tree_->chunk(at).length(at.row);
+}
+
 void LineStore::views(size_t first, std::span<std::string_view> rows) const {
     if (rows.empty()) return;
     LineTree::Place at = tree_->locate(first);

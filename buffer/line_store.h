@@ -11,6 +11,7 @@
 #include "system/block.h"
 
 class ByteSearch;
+class EditedLine;
 class Patience;
 struct LineTree;
 
@@ -37,8 +38,9 @@ public:
     bool empty() const { return size() == 0; }
 
     // The row's bytes; row < size(). Valid until the row or a row of its chunk changes, and not
-    // longer than this store or a copy made meanwhile lives. Making at() strings does not end it.
+    // longer than this store or a copy made meanwhile lives, nor after a thin(). Making at() strings does not end it.
     std::string_view view(size_t row) const;
+    size_t length(size_t row) const;  // of view(row); never throws
     // Rows [first, first + rows.size()), all below size(), as view() gives them: sooner than one after the other.
     void views(size_t first, std::span<std::string_view> rows) const;
     // The same as a string that lives in the store, for callers that need one; view() is cheaper.
@@ -80,6 +82,21 @@ public:
         bool changed = false;                          // some bytes became other ones
     };
     Replaced replace(size_t first, size_t last, const ByteSearch& what, std::string_view by, Patience& patience);
+
+    // For a state that is kept beside a newer one of the same text: long lines of this store, and of all that share
+    // them, become differences to the newer lines. Every line reads as before, though after that view() and all that
+    // reads may throw std::bad_alloc. Views of these lines must not be in use. Without memory less is done.
+    struct Thinned {
+        size_t bytes = 0;          // kept for lines of HUGE_LINE and more that the newer store has in another form
+        bool differences = false;  // there are some
+    };
+    Thinned thin(const LineStore& newer) const noexcept;
+    static constexpr size_t HUGE_LINE = size_t{1} << 20;
+    // Before this store goes, and only then: its differences to newer. Once it has gone, settle() makes those whole
+    // that somebody else still has, so that they do not hold fast all the newer lines that will ever come.
+    using Differences = std::vector<std::shared_ptr<EditedLine>>;
+    void add_differences(const LineStore& newer, Differences& to) const noexcept;  // without memory not all
+    static void settle(Differences& left) noexcept;
 
     // New texts for many rows, put in ascending order. Each touched chunk is rebuilt once, in blocks
     // of large size, so that changing every line costs little more than copying the bytes. Until

@@ -79,7 +79,7 @@ std::string TextBuffer::text() const {
     return text;
 }
 
-bool TextBuffer::is_blank() const { return line_count() == 1 && view(0).empty(); }
+bool TextBuffer::is_blank() const { return line_count() == 1 && length(0) == 0; }
 
 // Adds rows [first, last), each with "\n". The room is taken at once, with so many bytes behind them.
 void TextBuffer::append_rows(std::string& text, size_t first, size_t last, size_t room_behind) const {

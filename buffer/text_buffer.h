@@ -50,7 +50,7 @@ public:
     std::string& line(size_t row);              // ensure_row first; the caller sets modified and mark
     std::string_view view(size_t row) const;    // line() without making a string
     std::vector<std::string_view> views(size_t first, size_t most) const;  // of rows from first on, where there are
-    size_t length(size_t row) const { return view(row).size(); }
+    size_t length(size_t row) const { return row < line_count() ? lines_.length(row) : 0; }
     std::vector<std::string> lines_in_range(size_t first, size_t last) const;  // inclusive
     void ensure_row(size_t row);                                               // does not set modified
 

@@ -69,6 +69,12 @@ public:
         LineStore delete_line_buffer;
         std::string delete_word_buffer;
         bool overstrike = false;
+        LineStore::Thinned thinned = {};  // against the state above it on its stack
+    };
+    // A state that nobody can go back to any more, and which of its lines were differences.
+    struct DroppedState {
+        UndoSnapshot state;
+        LineStore::Differences differences;
     };
     // While it lives, SIGINT sets g_kpe_abort_requested instead of ending the process.
     class AbortGuard {
@@ -172,9 +178,13 @@ private:
     struct ExchangeTexts {
         const char *nothing, *message, *done;
     };
+    using States = std::deque<UndoSnapshot>;  // oldest first
+    void push_state(States& states, UndoSnapshot state);
+    void drop_oldest(States& states);
+    void free_dropped_states();
+    size_t text_bytes() const;  // of all buffers
     // Puts the newest state of from in force and the present one on to; false, with a message, if from is empty.
-    bool exchange_state(std::deque<UndoSnapshot>& from, std::deque<UndoSnapshot>& to, const ExchangeTexts& texts,
-                        bool report);
+    bool exchange_state(States& from, States& to, const ExchangeTexts& texts, bool report);
 
     // --- Search: editor/search.cpp ---
     bool check_abort(bool report);
@@ -506,10 +516,10 @@ private:
     std::vector<std::string> running_macros_;       // innermost last
 
     // --- Undo ---
-    std::deque<UndoSnapshot> undo_stack_, redo_stack_;  // oldest first
+    States undo_stack_, redo_stack_;
     bool unit_open_ = false;  // the newest state was put there by the command or key that runs
     // Too old to go back to. Freeing one takes as long as the rest of a key: it waits until the screen is painted.
-    std::vector<UndoSnapshot> dropped_states_;
+    std::vector<DroppedState> dropped_states_;
 
     // --- Startup file ---
     std::string startup_file_;

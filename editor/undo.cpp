@@ -1,22 +1,44 @@
+#include <algorithm>
 #include <utility>
 
 #include "editor/kpe.h"
+#include "editor/row_edits.h"
 #include "system/report.h"
 
 namespace {
 
 // States that wait to be freed, at most.
 constexpr size_t MOST_DROPPED = 16;
+// What lines of HUGE_LINE and more may take up on a stack, in bytes, where the text itself is not larger.
+constexpr size_t MOST_HUGE_BYTES = size_t{64} << 20;
 
-// Keeps the newest snapshots: the oldest one goes to dropped when there are more than the stack may hold.
-void push(std::deque<Editor::UndoSnapshot>& stack, Editor::UndoSnapshot snapshot,
-          std::vector<Editor::UndoSnapshot>& dropped) {
-    dropped.reserve(MOST_DROPPED);
-    stack.push_back(std::move(snapshot));
-    if (stack.size() <= Editor::max_undo_) return;
-    if (dropped.size() == MOST_DROPPED) dropped.clear();
-    dropped.push_back(std::move(stack.front()));
-    stack.pop_front();
+// Long lines of a state become differences to those of the next one, which is all that it will be compared with: a
+// hundred keys typed in a line of 40 MB must not need a hundred times its memory.
+void thin(Editor::UndoSnapshot& old, const Editor::UndoSnapshot& newer) {
+    old.thinned = {};
+    for (const auto& [name, text] : old.buffers) {
+        const auto same = newer.buffers.find(name);
+        if (same == newer.buffers.end()) continue;
+        const LineStore::Thinned one = text.lines().thin(same->second.lines());
+        old.thinned.bytes += one.bytes;
+        old.thinned.differences = old.thinned.differences || one.differences;
+    }
+}
+
+LineStore::Differences differences(const Editor::UndoSnapshot& old, const Editor::UndoSnapshot& newer) {
+    LineStore::Differences found;
+    if (!old.thinned.differences) return found;
+    for (const auto& [name, text] : old.buffers) {
+        const auto same = newer.buffers.find(name);
+        if (same != newer.buffers.end()) text.lines().add_differences(same->second.lines(), found);
+    }
+    return found;
+}
+
+size_t huge_bytes(const std::deque<Editor::UndoSnapshot>& states) {
+    size_t bytes = 0;
+    for (const Editor::UndoSnapshot& state : states) bytes += state.thinned.bytes;
+    return bytes;
 }
 
 Editor::UndoSnapshot pop(std::deque<Editor::UndoSnapshot>& stack) {
@@ -49,9 +71,51 @@ void Editor::restore_snapshot(UndoSnapshot& snapshot) {
     overstrike_ = snapshot.overstrike;
 }
 
+// Keeps as many states as the stack may hold. Lines of some megabytes that have next to nothing in common with the
+// newer ones are worth fewer steps; all shorter ones are kept for all steps.
+void Editor::push_state(States& states, UndoSnapshot state) {
+    dropped_states_.reserve(MOST_DROPPED);
+    states.push_back(std::move(state));
+    if (states.size() == 1) return;
+    UndoSnapshot& below = states[states.size() - 2];
+    thin(below, states.back());
+    while (states.size() > max_undo_) drop_oldest(states);
+    if (below.thinned.bytes == 0) return;
+    size_t bytes = huge_bytes(states);
+    if (bytes <= MOST_HUGE_BYTES) return;
+    for (const size_t most = std::max(MOST_HUGE_BYTES, text_bytes()); bytes > most && states.size() > 1;) {
+        bytes -= states.front().thinned.bytes;
+        drop_oldest(states);
+    }
+}
+
+void Editor::drop_oldest(States& states) {
+    if (dropped_states_.size() == MOST_DROPPED) free_dropped_states();
+    // Above the newest state to be redone stands the present one, which was put on the undo stack before.
+    const UndoSnapshot& newer = states.size() > 1 ? states[1] : undo_stack_.back();
+    dropped_states_.push_back({{}, differences(states.front(), newer)});
+    dropped_states_.back().state = std::move(states.front());
+    states.pop_front();
+}
+
+void Editor::free_dropped_states() {
+    for (DroppedState& dropped : dropped_states_) {
+        dropped.state = {};
+        LineStore::settle(dropped.differences);
+    }
+    dropped_states_.clear();
+}
+
+size_t Editor::text_bytes() const {
+    size_t bytes = 0;
+    for (const auto& [name, text] : buffers_)
+        for_each_run(text.lines(), [&](const LineStore::Run& run) { bytes += run.bytes.size(); });
+    return bytes;
+}
+
 void Editor::begin_undo_unit() {
-    push(undo_stack_, capture_snapshot(), dropped_states_);
-    redo_stack_.clear();
+    push_state(undo_stack_, capture_snapshot());
+    while (!redo_stack_.empty()) drop_oldest(redo_stack_);
     unit_open_ = true;
 }
 
@@ -71,14 +135,13 @@ bool Editor::redo_last(bool report) {
     return exchange_state(redo_stack_, undo_stack_, {"Nothing to redo", "REDO", "Redo completed"}, report);
 }
 
-bool Editor::exchange_state(std::deque<UndoSnapshot>& from, std::deque<UndoSnapshot>& to, const ExchangeTexts& texts,
-                            bool report) {
+bool Editor::exchange_state(States& from, States& to, const ExchangeTexts& texts, bool report) {
     if (from.empty()) {
         message_ = texts.nothing;
         kpe_complain(report, message_);
         return false;
     }
-    push(to, capture_snapshot(), dropped_states_);
+    push_state(to, capture_snapshot());
     unit_open_ = false;
     UndoSnapshot snapshot = pop(from);
     restore_snapshot(snapshot);

@@ -64,7 +64,7 @@ int Editor::read_key(const std::function<void(bool anew)>& draw) {
     if (input_ended_) return ERR;
     const auto draw_first = [&](bool anew) {
         draw(anew);
-        dropped_states_.clear();
+        free_dropped_states();
     };
     const int key = kpe_read_key(keypad_mode_ == "PC", draw_first);
     if (key == ERR) input_ended_ = true;

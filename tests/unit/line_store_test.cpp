@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <deque>
 #include <random>
 #include <sstream>
 #include <string>
@@ -18,6 +19,8 @@
 namespace {
 
 using Lines = std::vector<std::string>;
+
+constexpr size_t LONG = 40000;  // bytes of a line
 
 Lines lines_of(const LineStore& store) {
     Lines lines;
@@ -127,6 +130,23 @@ public:
         }
     }
 
+    // Bytes come or go in some line that is long, if there is one.
+    void change_long_line(std::mt19937& random) {
+        const auto is_long = [](const std::string& line) { return line.size() > LONG / 2; };
+        const size_t from = random() % plain.size();
+        const auto found = std::find_if(at(from), plain.end(), is_long);
+        if (found == plain.end()) return;
+        const size_t row = static_cast<size_t>(found - plain.begin()), col = random() % found->size();
+        const size_t erased = random() % 3 == 0 ? random() % 2000 : 0;
+        const std::string text(random() % 5 == 0 ? 3000 : random() % 3, static_cast<char>('a' + random() % 26));
+        found->erase(col, erased).insert(col, text);
+        if (random() % 4 == 0)
+            store.set(row, *found);
+        else
+            store.edit(row).erase(col, erased).insert(col, text);
+        if (random() % 10 == 0) insert(row + 1, {found->substr(col)}, random() % 2 == 0);
+    }
+
 private:
     Lines::iterator at(size_t row) { return plain.begin() + static_cast<std::ptrdiff_t>(row); }
 
@@ -212,6 +232,63 @@ TEST(LineStore, ChangesAreWholeOrNotMadeWhenMemoryRunsOut) {
         now.plain.resize(now.store.size());
     }
     now.check();
+}
+
+// States as undo keeps them: those below the newest are thinned, the oldest are dropped, one of them comes back. Some
+// of it without memory.
+TEST(LineStore, LongLinesOfOlderStatesAreDifferencesAndReadAsBefore) {
+    for (unsigned seed = 1; seed <= 4; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937 random(seed);
+        Twin now, outside;
+        for (int i = 0; i < 400; ++i) now.plain.push_back(i % 50 == 0 ? std::string(LONG, 'x') : "short");
+        now.store = LineStore(now.plain);
+        std::deque<Twin> kept;
+        for (int i = 0; i < 600; ++i) {
+            if (i % 40 == 0) outside = now;
+            if (i % 30 == 29) {
+                now = kept[random() % kept.size()];
+                kept.resize(1 + random() % kept.size(), {});
+            }
+            kept.push_back(now);
+            g_failing_allocation = i % 3 == 0 ? 1 + random() % 20 : 0;
+            if (kept.size() > 1) kept[kept.size() - 2].store.thin(kept.back().store);
+            g_failing_allocation = 0;
+            if (kept.size() > 20) {
+                LineStore::Differences left;
+                kept[0].store.add_differences(kept[1].store, left);
+                kept.pop_front();
+                LineStore::settle(left);
+            }
+            random() % 4 == 0 ? now.step(random) : now.change_long_line(random);
+            if (HasFatalFailure()) return;
+        }
+        now.check();
+        outside.check();
+        for (const Twin& copy : kept) copy.check();
+        if (HasFailure()) return;
+    }
+}
+
+TEST(LineStore, AHundredKeysInAHugeLineAreKeptInFewBytes) {
+    LineStore now(Lines{"first", std::string(2 * LineStore::HUGE_LINE, 'x'), "last"});
+    std::vector<LineStore> kept;
+    size_t bytes = 0;
+    for (size_t i = 0; i < 100; ++i) {
+        kept.push_back(now);
+        if (i > 0) bytes += kept[i - 1].thin(kept[i]).bytes;
+        if (i % 10 != 0) {
+            now.edit(1, 1).insert(i * 1000, 1, 'y');
+        } else {  // as a substitution
+            LineStore::Rewriter rewriter(now);
+            rewriter.put(1, std::string(now.view(1)).insert(i * 1000, "yyy"));
+            rewriter.finish();
+        }
+    }
+    EXPECT_LT(bytes, 1000u);
+    EXPECT_EQ(kept[0].length(1), 2 * LineStore::HUGE_LINE);
+    EXPECT_TRUE(kept[0].view(1) == std::string(2 * LineStore::HUGE_LINE, 'x'));
+    EXPECT_EQ(kept[40].view(1)[39000], 'y');
 }
 
 // Numbers of lines and lengths about those where a chunk, a leaf or a branch is full.
