@@ -122,10 +122,11 @@ void Editor::run_command_file(const std::string& path, bool verbose) {
     run_commands(file, verbose);
 }
 
-void Editor::run_commands(const TextBuffer& file, bool verbose) {
+void Editor::run_commands(const TextBuffer& file, bool verbose, const std::function<void()>& before_last) {
     if (command_file_depth_ == 0) command_file_refusals_ = 0;
     const Nested run(command_file_depth_);
     for (size_t i = 0; i < file.line_count() && !input_ended_ && command_file_refusals_ < MAX_REFUSALS; ++i) {
+        if (before_last && i + 1 == file.line_count()) before_last();
         const CommandResult result = execute_command(std::string(file.view(i)), verbose);
         const bool leaves = result == CommandResult::ExitSave || result == CommandResult::ExitNoSave;
         // A silent run goes on after EXIT and QUIT: a default startup file must not end the session.

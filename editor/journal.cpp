@@ -74,10 +74,10 @@ void Editor::try_recover_journal() {
     TextBuffer commands;
     if (journal.is_open() && commands.load(path) && kpe_file_state(journal.fd()).is_file(commands.loaded_file())) {
         kpe_say(true, "Recovering from " + path);
-        replayed_journal_ = path;
         // What was typed for a command to read is not in a journal, and what is typed now was meant for the prompt.
         const InputFrom nowhere(InputFrom::Nowhere);
-        run_commands(commands, /*verbose=*/true);
+        // An EXIT before the last line removes the journal with lines behind it that nobody has seen.
+        run_commands(commands, /*verbose=*/true, [&] { replayed_journal_ = commands.loaded_file(); });
         return;
     }
     kpe_complain(true, "No journal file: " + path);
@@ -89,7 +89,7 @@ void Editor::delete_journal_file() {
     const std::string path = journal_path();
     if (!file_exists(path) || is_used_file(path)) return;
     std::string kept;
-    const auto result = journal_.remove(path, /*keep_old=*/path != replayed_journal_, kept);
+    const auto result = journal_.remove(path, replayed_journal_, kept);
     if (!kept.empty()) tell_user("?A journal that was never replayed is kept in " + kept);
     if (result == JournalFile::Result::Refused) tell_user("?The journal " + path + " stays: " + journal_.reason());
 }

@@ -346,7 +346,8 @@ private:
     static std::string join_path(const std::string& dir, const std::string& name);
     std::optional<std::string> find_startup_file() const;
     void run_command_file(const std::string& path, bool verbose);
-    void run_commands(const TextBuffer& file, bool verbose);
+    // before_last is called before the last command.
+    void run_commands(const TextBuffer& file, bool verbose, const std::function<void()>& before_last = {});
 
     // --- Screen session and display: screen/loop.cpp, screen/draw.cpp ---
     void screen_mode();
@@ -567,6 +568,6 @@ private:
     JournalFile journal_;  // the one that lines were appended to last
     IdleWork journal_sync_{[this] { sync_journal(); }};
     std::set<std::string> ended_journals_;  // paths that get no more lines
-    std::string replayed_journal_;          // its lines are in the text
+    FileState replayed_journal_;            // as it was when all its lines were carried out
     std::set<std::string> used_files_;      // paths that were edited, read or written; see note_used_file
 };

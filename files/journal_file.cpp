@@ -105,10 +105,11 @@ JournalFile::Result JournalFile::append(std::string_view line) {
     return Result::Failed;
 }
 
-JournalFile::Result JournalFile::remove(const std::string& path, bool keep_old, std::string& kept) {
+JournalFile::Result JournalFile::remove(const std::string& path, const FileState& replayed, std::string& kept) {
     const Result opened = open(path, /*make=*/false);
     if (opened != Result::Done) return opened == Result::Failed && errno == ENOENT ? Result::Done : opened;
-    if (keep_old && old_size_ > 0) {
+    const bool all_replayed = kpe_file_state(file_.fd()).is_file(replayed) && old_size_ <= replayed.size;
+    if (!all_replayed && old_size_ > 0) {
         const std::string name = path.substr(path.rfind('/') + 1).substr(0, LONGEST_LABEL) + ".";
         if (!kpe_keep_copy(file_.fd(), name, kept, old_size_)) return Result::Failed;
     }

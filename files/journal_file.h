@@ -20,8 +20,9 @@ public:
     // Adds the line and "\n" to the open file. After a failure the file is as it was before.
     Result append(std::string_view line);
     // Removes the name of a journal, open or not; one that is not there is removed already. Bytes that lay in it
-    // before this process opened it are copied to a state directory first if keep_old is set, kept names the copy then.
-    Result remove(const std::string& path, bool keep_old, std::string& kept);
+    // before this process opened it, unless replayed is this file and held them all, are copied to a state directory
+    // first; kept names the copy then.
+    Result remove(const std::string& path, const FileState& replayed, std::string& kept);
     // Has what was appended handed to the disk, and the directory of a file that was made; does not wait for it. false:
     // to be asked for again later.
     bool sync();
