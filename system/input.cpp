@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string>
 #include <string_view>
 #include <sys/ioctl.h>
 #include <termios.h>
@@ -23,6 +24,7 @@ char g_input[INPUT_SIZE];
 size_t g_input_next = 0, g_input_end = 0;
 InputFrom::Source g_source = InputFrom::Standard;
 size_t g_type_ahead = 0;  // bytes yet to be read that were typed while the terminal was raw
+std::string g_unshown;    // of these, what was read and belongs to a line that is not shown yet
 
 int g_ctrl_z_ends_lines = 0;
 
@@ -31,15 +33,15 @@ size_t unread_bytes() {
     return ioctl(STDIN_FILENO, FIONREAD, &n) == 0 && n > 0 ? static_cast<size_t>(n) : 0;
 }
 
-// A byte that was typed while the terminal was raw: ends lines and shows it as the terminal would have.
+// A byte that was typed while the terminal was raw: ends lines and shows them as the terminal would have.
 void take_typed(char& c) {
     --g_type_ahead;
     if (c == '\r') c = '\n';
-    if (c == '\n') {
-        kpe_end_line();
-    } else {
-        kpe_print({&c, 1});
-    }
+    if (c != '\n') g_unshown += c;
+    if (c != '\n' && c != CTRL_Z && g_type_ahead > 0) return;
+    kpe_print(g_unshown);  // at once: the bytes of a character by themselves are none
+    g_unshown.clear();
+    if (c == '\n') kpe_end_line();
 }
 
 bool abort_requested() { return g_kpe_abort_requested != 0; }

@@ -34,23 +34,47 @@ void write_all(int fd, const char* data, size_t size) {
 // Whether a terminal would obey the byte. A tab does no harm.
 bool is_control(unsigned char byte) { return (byte < ' ' && byte != '\t') || byte == 0x7f; }
 
-// text as it is shown on a terminal, behind the byte before: control bytes as ^X; those of eight bits as "?", by
-// themselves and as UTF-8 has them.
-std::string harmless(std::string_view text, char before_text) {
+// Where the second byte of a character is bound to less than 0x80 to 0xbf: what is outside is spelled too long, no
+// character, or a control character.
+struct SecondByte {
+    unsigned char lead, first, last;
+};
+constexpr SecondByte SECOND_BYTES[] = {
+    {0xc2, 0xa0, 0xbf}, {0xe0, 0xa0, 0xbf}, {0xed, 0x80, 0x9f}, {0xf0, 0x90, 0xbf}, {0xf4, 0x80, 0x8f},
+};
+
+// How many bytes the UTF-8 character has that text, not empty, begins with; 0 where that is none, or not whole.
+size_t character_size(std::string_view text) {
+    const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned char lead = byte(0);
+    if (lead < 0x80) return 1;
+    if (lead < 0xc2 || lead > 0xf4) return 0;
+    const size_t size = lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
+    if (text.size() < size) return 0;
+    for (size_t i = 1; i < size; ++i)
+        if ((byte(i) & 0xc0) != 0x80) return 0;
+    const auto bound = std::find_if(std::begin(SECOND_BYTES), std::end(SECOND_BYTES),
+                                    [&](const SecondByte& row) { return row.lead == lead; });
+    const bool outside = bound != std::end(SECOND_BYTES) && (byte(1) < bound->first || byte(1) > bound->last);
+    return outside ? 0 : size;
+}
+
+// text as it is shown on a terminal: control bytes as ^X; those of eight bits as "?", unless they are the inside of a
+// character: terminals take the bytes of what is none one by one, and may obey them.
+std::string harmless(std::string_view text) {
     std::string shown;
-    auto before = static_cast<unsigned char>(before_text);
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        const bool continues = before >= 0x80 && before != 0xc2;  // the inside of a longer character
+    while (!text.empty()) {
+        const auto byte = static_cast<unsigned char>(text.front());
+        const size_t size = character_size(text);
         if (is_control(byte)) {
             shown += '^';
             shown += static_cast<char>(byte ^ 0x40);
-        } else if (byte >= 0x80 && byte < 0xa0 && !continues) {
+        } else if (size == 0 && byte < 0xa0) {
             shown += '?';
         } else {
-            shown += c;
+            shown += text.substr(0, std::max(size, size_t{1}));
         }
-        before = byte;
+        text.remove_prefix(std::max(size, size_t{1}));
     }
     return shown;
 }
@@ -86,12 +110,8 @@ bool goes_to_terminal() {
 }  // namespace
 
 void kpe_print(std::string_view text) {
-    if (!goes_to_terminal() || is_plain(text)) {
-        gather(text);
-    } else {
-        gather(harmless(text, g_last_printed));
-        g_last_printed = text.back();
-    }
+    if (goes_to_terminal() && !is_plain(text)) return gather(harmless(text));
+    gather(text);
 }
 
 void kpe_send_to_terminal(std::string_view bytes) { gather(bytes); }
@@ -121,7 +141,7 @@ void kpe_complain(bool report, std::string_view what) {
 void kpe_warn(std::string_view line) {
     kpe_flush();
     const bool terminal = isatty(STDERR_FILENO) != 0;
-    const std::string text = (terminal ? harmless(line, '\n') : std::string(line)) + "\n";
+    const std::string text = (terminal ? harmless(line) : std::string(line)) + "\n";
     write_all(STDERR_FILENO, text.data(), text.size());
     g_warned = true;
 }
