@@ -42,6 +42,12 @@ constexpr int MOST_ROWS = 4096, MOST_COLUMNS = 4096;
 
 ScreenSize limited(int rows, int cols) { return {std::min(rows, MOST_ROWS), std::min(cols, MOST_COLUMNS)}; }
 
+// Of the entry, or LINES and COLUMNS in its place: curses keeps them in 16 bits, and what did not fit is no size.
+ScreenSize size_of_entry() {
+    constexpr int USUAL_ROWS = 24, USUAL_COLUMNS = 80;
+    return limited(lines > 0 ? lines : USUAL_ROWS, columns > 0 ? columns : USUAL_COLUMNS);
+}
+
 SCREEN* g_screen = nullptr;  // of this session or of the one before
 ScreenSize g_size;
 
@@ -127,7 +133,7 @@ Ability ability_of(const char* name) {
     int error = 0;
     if (setupterm(name, STDOUT_FILENO, &error) != OK) return error == 1 ? Ability::Limited : Ability::Unknown;
     const bool moves = cursor_address != nullptr && !hard_copy && !generic_type;
-    g_entry_size = limited(lines, columns);
+    g_entry_size = size_of_entry();
     TERMINAL* const tried = set_curterm(current);
     del_curterm(tried);
     return moves ? Ability::Screen : Ability::Limited;
