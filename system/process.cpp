@@ -47,10 +47,15 @@ void raise_default(int number) {
     _exit(128 + number);
 }
 
+// For a signal handler.
+void tell_unfinished_work() {
+    if (isatty(STDERR_FILENO) && kpe_takes_output(STDERR_FILENO)) FileWork::tell_unfinished(STDERR_FILENO);
+}
+
 // Wherever the process is: for a signal handler.
 [[noreturn]] void end_at_once() {
     kpe_give_terminal_back();
-    if (isatty(STDERR_FILENO) && kpe_takes_output(STDERR_FILENO)) FileWork::tell_unfinished(STDERR_FILENO);
+    tell_unfinished_work();
     end_process();
 }
 
@@ -108,6 +113,7 @@ void crash_handler(int number) {
         kpe_give_terminal_back();
         g_curses_active = false;
         if (g_rescue) rescue_in_child();
+        tell_unfinished_work();
     }
     raise_default(number);
     _exit(128 + number);

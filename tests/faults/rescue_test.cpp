@@ -268,6 +268,15 @@ TEST(Rescue, ASlowDiskIsWaitedFor) {
     EXPECT_EQ(rescued(rescues.files()), (Texts{{"t.txt-MAIN", "x" + text}}));
     EXPECT_EQ(saves.files().get("t.txt"), "x" + text);
     EXPECT_EQ(overwrites.files().get("link"), "x" + text);
+#ifndef __SANITIZE_ADDRESS__
+    Terminal crashes(setup);
+    crashes.keys(EDIT);
+    crashes.send(typed("EXIT"));
+    crashes.wait_until([&] { return fs::exists(crashes.files().path("slow")); });
+    crashes.signal(SIGSEGV);
+    EXPECT_EQ(crashes.status(), -SIGSEGV);
+    EXPECT_EQ(crashes.sent("Ended before all was written to t.txt"), 1U);
+#endif
 }
 
 // What is typed is on its way to the disk soon, also while nothing more is typed.
