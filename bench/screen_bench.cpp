@@ -3,17 +3,10 @@
 // 99th percentile (0 for single events), and the most memory used in kilobytes. The editor works on COPY, a copy of the
 // log FILE; what it saved is compared. With LINES 0 FILE is any file and only keys are typed into its second line; with
 // "cat" as EDITOR and "sh" as PROGRAM that shows what the pty takes.
-#include <fcntl.h>
-#include <poll.h>
-#include <pty.h>
 #include <sched.h>
-#include <sys/wait.h>
-#include <unistd.h>
-#include <utmp.h>
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -22,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/screens/sleeping.h"
+#include "tests/pseudo_terminal.h"
 
 namespace {
 
@@ -74,44 +67,19 @@ double percentile(std::vector<double> values, size_t percent) {
 // An editor on a pty of 24 rows and 80 columns, its screen up and complete.
 class Session {
 public:
-    Session(const Kind& kind, const std::string& program, const std::string& file, size_t line) {
-        std::vector<std::string> words{program};
-        for (const std::string& option : kind.options) words.push_back(with_line(option, line));
-        words.push_back(file);
-        std::vector<char*> argv;
-        argv.reserve(words.size() + 1);
-        for (std::string& word : words) argv.push_back(word.data());
-        argv.push_back(nullptr);
-        winsize size{24, 80, 0, 0};
-        const auto start = Clock::now();
-        if (openpty(&master_, &slave_, nullptr, nullptr, &size) != 0) throw std::runtime_error("no pseudo terminal");
-        fcntl(master_, F_SETFD, FD_CLOEXEC);
-        fcntl(master_, F_SETFL, O_NONBLOCK);
-        pid_ = vfork();  // fork copies the tables of this program's pages, which would count as the editor's time
-        if (pid_ == 0) {
-            login_tty(slave_);
-            pin_to(1);
-            execvp(argv[0], argv.data());
-            _exit(127);
-        }
-        started_ = time((line > 1 ? with_line(kind.go, line) : "") + kind.open, start);
+    Session(const Kind& kind, const std::string& program, const std::string& file, size_t line)
+        : start_(Clock::now()), pty_(command(kind, program, file, line)) {
+        pin_to(0);
+        started_ = time((line > 1 ? with_line(kind.go, line) : "") + kind.open, start_);
     }
-    ~Session() {
-        kill(-pid_, SIGKILL);
-        close(master_);
-        close(slave_);
-        waitpid(pid_, nullptr, 0);
-    }
-    Session(const Session&) = delete;
-    Session& operator=(const Session&) = delete;
 
     // From the start of the process to the last byte of the first screen.
     double started() const { return started_; }
     // Bytes that the last time() received.
-    size_t received() const { return received_; }
+    size_t received() const { return received_.size(); }
     // The most memory that the editor has used.
     long peak_kb() const {
-        std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
+        std::ifstream status("/proc/" + std::to_string(pty_.pid()) + "/status");
         for (std::string word; status >> word;)
             if (long kb = 0; word == "VmHWM:" && status >> kb) return kb;
         return 0;
@@ -129,45 +97,37 @@ public:
     }
 
 private:
+    // What starts on the editor's processor.
+    static Command command(const Kind& kind, const std::string& program, const std::string& file, size_t line) {
+        pin_to(1);
+        Command result{{program}, {}};
+        for (const std::string& option : kind.options) result.words.push_back(with_line(option, line));
+        result.words.push_back(file);
+        return result;
+    }
     // Milliseconds from start to the last byte that came before the editor slept in a read again.
     double time(const std::string& keys, Clock::time_point start) {
-        if (write(master_, keys.data(), keys.size()) != static_cast<ssize_t>(keys.size()))
-            throw std::runtime_error("the editor takes no keys");
+        if (pty_.write(keys) != keys.size()) throw std::runtime_error("the editor takes no keys");
         auto last = start;
-        received_ = 0;
-        char piece[65536];
+        received_.clear();
         while (true) {
-            const ssize_t n = read(master_, piece, sizeof piece);
-            if (n > 0) {
+            if (pty_.read(received_) > 0) {
                 last = Clock::now();
-                received_ += static_cast<size_t>(n);
-            } else if (output_within(std::chrono::microseconds(300))) {
+            } else if (pty_.output_within(std::chrono::microseconds(300))) {
                 continue;
-            } else if (idle()) {
+            } else if (pty_.waits_for_input()) {
                 break;
-            } else if (Clock::now() - start > std::chrono::minutes(1) || waitpid(pid_, nullptr, WNOHANG) != 0) {
+            } else if (Clock::now() - start > std::chrono::minutes(1) || !pty_.running()) {
                 throw std::runtime_error("the editor ended or hangs");
             }
         }
         return std::chrono::duration<double, std::milli>(last - start).count();
     }
-    // Sleeps that long at most, so as not to disturb what it measures.
-    bool output_within(std::chrono::nanoseconds most) const {
-        pollfd output{master_, POLLIN, 0};
-        const timespec limit{0, most.count()};
-        return ppoll(&output, 1, &limit, nullptr) > 0;
-    }
-    bool idle() const {
-        pollfd unread{slave_, POLLIN, 0};
-        if (poll(&unread, 1, 0) > 0 || !sleeps_in_read(pid_)) return false;
-        pollfd unseen{master_, POLLIN, 0};
-        return poll(&unseen, 1, 0) == 0;
-    }
 
-    int master_ = -1, slave_ = -1;
-    pid_t pid_ = -1;
+    Clock::time_point start_;
+    PseudoTerminal pty_;
     double started_ = 0;
-    size_t received_ = 0;
+    std::string received_;
 };
 
 std::string contents(const std::string& path) {

@@ -17,7 +17,6 @@
 #include <vector>
 
 #include "files/rescue_file.h"
-#include "screens/sleeping.h"
 #include "screens/terminal.h"
 
 // Ends that nobody asked for: the terminal is as it was, the status tells the signal, and every text that is

@@ -1,11 +1,11 @@
-#include "screens/terminal.h"
+#include "terminal.h"
 
 // curses and its terminfo header define plain words as macros: they stay in this file.
 #include <curses.h>
 #include <term.h>
 #include <unistd.h>
 
-std::optional<std::string> screens::terminfo_string(const std::string& type, const std::string& capability) {
+std::optional<std::string> emulated::terminfo_string(const std::string& type, const std::string& capability) {
     int found = 0;
     if (setupterm(type.c_str(), STDOUT_FILENO, &found) != OK) return std::nullopt;
     const char* text = tigetstr(capability.c_str());
