@@ -14,7 +14,6 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <set>
 #include <stdexcept>
 
 namespace {
@@ -25,13 +24,9 @@ bool sleeps_in_read(pid_t pid) {
     if (state_of(pid) != 'S') return false;
     std::string call;  // its number, or "running"
     if (!(std::ifstream("/proc/" + std::to_string(pid) + "/syscall") >> call)) return true;
-    static const std::set<int> READING = {
-        SYS_read, SYS_readv,  SYS_ppoll,      SYS_pselect6, SYS_epoll_pwait,
-#ifdef SYS_poll
-        SYS_poll, SYS_select, SYS_epoll_wait,
-#endif
-    };
-    return call != "running" && READING.count(std::stoi(call)) > 0;
+    for (const int reads : {SYS_read, SYS_readv, SYS_poll, SYS_ppoll, SYS_select, SYS_pselect6})
+        if (call == std::to_string(reads)) return true;
+    return false;
 }
 
 // poll() on a terminal first moves what is still under way into its queue, so that the queue is seen as it is. A
@@ -42,9 +37,7 @@ bool something_to_read(int fd, std::chrono::nanoseconds most = {}) {
     return ppoll(&queue, 1, &limit, nullptr) > 0 && (queue.revents & POLLIN);
 }
 
-winsize size_of(int rows, int cols) {
-    return {static_cast<unsigned short>(rows), static_cast<unsigned short>(cols), 0, 0};
-}
+winsize size_of(int rows, int cols) { return {static_cast<uint16_t>(rows), static_cast<uint16_t>(cols), 0, 0}; }
 
 // What exec takes; the words have to stay.
 std::vector<char*> pointers(std::vector<std::string>& words) {

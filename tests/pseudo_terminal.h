@@ -18,7 +18,7 @@ struct Command {
     int rows = 24, cols = 80;
 };
 
-// A program on a pseudo terminal of its own, and the end of it that a user holds. Nothing here waits for a time.
+// A program on a terminal of its own, and the end of it that a user holds. Nothing here waits for a time.
 class PseudoTerminal {
 public:
     // Throws std::runtime_error when there is no terminal to be had.
@@ -30,23 +30,22 @@ public:
     pid_t pid() const { return pid_; }
     // Returns how many of these bytes the terminal takes now.
     size_t write(std::string_view bytes);
-    // Appends what the program has written by now, a piece at a time; returns how many bytes, 0 when there are none.
+    // Appends a piece of what the program has written by now; returns how many bytes, 0 when there are none.
     size_t read(std::string& to);
     // Whether there is output, or will be within this time at most.
     bool output_within(std::chrono::nanoseconds most) const;
-    // Whether the program has taken all of its input, and whether it also sleeps until there is more and has no output
-    // that was not read here.
     bool took_input() const;
+    // Whether the program took all input and sleeps until there is more, and its output was read here.
     bool waits_for_input() const;
 
     void resize(int rows, int cols);
     void signal(int number);
     void hang_up();
     bool running();
-    // How a program that is not running() has ended: the exit status, or minus the signal's number.
-    int how_it_ended() const { return ended_with_; }
+    // Of a program that is not running(): the exit status, or minus the signal's number.
+    int ended_with() const { return ended_with_; }
     termios modes() const;
-    // Whether the terminal is set as it was before the program started. True for one that was hung up.
+    // Whether the terminal is set as before the start of the program. True for one that was hung up.
     bool has_its_modes_back() const;
 
 private:
