@@ -67,6 +67,8 @@ PseudoTerminal::PseudoTerminal(const Command& command) {
     first_modes_ = modes();
     pid_ = vfork();  // fork would copy the tables of this program's pages, in time that seems to be the program's
     if (pid_ == 0) {
+        // A test that runs in the background, or without a terminal, has some of them ignored.
+        for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTSTP}) ::signal(number, SIG_DFL);
         login_tty(slave_);  // a session of its own, with the terminal on 0, 1 and 2
         if (chdir(command.directory.c_str()) != 0) _exit(126);
         execvpe(args[0], args.data(), command.env.empty() ? environ : env.data());
