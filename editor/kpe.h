@@ -471,9 +471,10 @@ private:
     std::optional<LineRange> sticky_range_;  // set by RANGE
     std::map<char, char> xlate_map_;
     bool file_existed_ = false;
-    FileState edited_file_;     // filename_ as it was when it was last read or written
-    std::string broken_file_;   // filename_ if it could not be read whole
-    bool input_ended_ = false;  // the terminal has gone, or input ended in screen mode
+    FileState edited_file_;         // filename_ as it was when it was last read or written
+    std::string broken_file_;       // filename_ if it could not be read whole
+    int interruptible_writes_ = 0;  // WRITE is one, which Ctrl/C ends; a save by EXIT is finished
+    bool input_ended_ = false;      // the terminal has gone, or input ended in screen mode
 
     // --- Buffers ---
     TextBuffer buffer_;                          // the working copy of the current buffer

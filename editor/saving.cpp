@@ -82,6 +82,7 @@ Editor::Written Editor::write_lines_file(const std::string& path, const LineStor
     if (!file.open(path, existing, &g_kpe_abort_requested, edited ? &edited_file_ : nullptr)) {
         return file.taken() ? Written::Taken : Written::Failed;
     }
+    if (interruptible_writes_ > 0) file.give_up_when_aborted();
     // Who has asked for the end may lose patience: then they know which file is half written, and where the other is.
     file.before_overwrite([&](const std::string& copy) {
         if (g_kpe_end_signal) tell_user("?Writing " + path + " where it stands; its old text is in " + copy);

@@ -17,6 +17,7 @@
 #include "system/ascii.h"
 #include "system/input.h"
 #include "system/interrupts.h"
+#include "system/nested.h"
 #include "system/process.h"
 #include "system/report.h"
 
@@ -164,8 +165,9 @@ void Editor::write_command(const std::string& args, bool report) {
             return;
         }
     }
-    const AbortGuard guard;  // Ctrl/C ends the waiting for somebody who reads a FIFO
+    const AbortGuard guard;  // Ctrl/C ends it, also the waiting for somebody who reads a FIFO
     std::string path;
+    const Nested interruptible(interruptible_writes_);
     const bool written = range ? save_lines(source->share_range(range->first, range->last), file, path)
                                : save_buffer_to_path(*source, file, path);
     if (written) {

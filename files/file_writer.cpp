@@ -73,6 +73,7 @@ struct FileWriter::State {
     std::string path;
     bool refuse = false, taken = false, done = false;
     const volatile std::sig_atomic_t* abort = nullptr;
+    bool gives_up = false;      // in a regular file as well
     FileHandle target;          // the old file, open for writing; not open when there is none
     FileHandle dir;             // the directory of the file that the links lead to,
     std::string base;           // and its name there
@@ -166,7 +167,7 @@ bool FileWriter::State::open_existing() {
 // Sends what was gathered, and last behind it.
 bool FileWriter::State::put(std::string_view last) {
     const bool sent = way == Way::Plain ? write_to_pipe(target.fd(), gathered, last, abort)
-                                        : kpe_write_all(text.fd(), gathered, last);
+                                        : kpe_write_all(text.fd(), gathered, last, gives_up ? abort : nullptr);
     gathered.clear();
     return sent;
 }
@@ -294,6 +295,8 @@ bool FileWriter::commit() {
 }
 
 bool FileWriter::taken() const { return state_ && state_->taken; }
+
+void FileWriter::give_up_when_aborted() { state_->gives_up = true; }
 
 void FileWriter::before_overwrite(KpeToldOfCopy tell) { state_->before_overwrite = std::move(tell); }
 

@@ -28,6 +28,9 @@ public:
     // cannot be kept, commit() fails. A device or a FIFO that the known file was not is refused with ESTALE.
     bool open(const std::string& path, Existing existing, const volatile std::sig_atomic_t* abort = nullptr,
               const FileState* known = nullptr);
+    // After open(): write() gives up, with EINTR, once *abort is set, also where it fills a regular file. The old text is
+    // as it was then.
+    void give_up_when_aborted();
     // After open(): what is told, with the path of the safety copy, before a file is written over where it stands.
     void before_overwrite(std::function<void(const std::string& copy)> tell);
     // Adds bytes; small pieces are gathered, large ones (1 MB and more) go out as they are. false after
