@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-// Helpers over bytes by the C locale's letters and blanks, whatever the process's locale is.
+// Helpers for bytes and for texts of bytes. Letters and blanks are those of ASCII, whatever locale the process has.
 
 inline bool kpe_is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 inline bool kpe_is_digit(char c) { return c >= '0' && c <= '9'; }
@@ -17,13 +17,13 @@ inline char kpe_to_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<cha
 std::string_view kpe_trim(std::string_view text);
 bool kpe_all_digits(std::string_view text);  // false for empty text
 
-// The first blank-delimited word, and the rest behind it, trimmed.
+// Splits text at its first blanks: the first word, and the rest behind it without blanks at its ends.
 std::pair<std::string_view, std::string_view> kpe_first_word(std::string_view text);
 
-// std::stoi, std::stol and std::stoul (base 10): leading blanks, a sign and trailing junk are accepted;
-// nothing when they would throw.
+// As std::stoi, std::stol and std::stoul in base 10: leading blanks and a sign are accepted, and what follows the
+// digits is ignored. Where those functions would throw, these return nothing.
 std::optional<int> kpe_stoi(std::string_view text);
 std::optional<long> kpe_stol(std::string_view text);
 std::optional<unsigned long> kpe_stoul(std::string_view text);
-// The same as kpe_stoi, and text then begins behind the number; where there is none text stays.
+// As kpe_stoi, but also removes what it has read from the start of text. Without a number text stays as it is.
 std::optional<int> kpe_take_int(std::string_view& text);

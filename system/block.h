@@ -4,9 +4,10 @@
 #include <memory>
 #include <string_view>
 
-// A large piece of memory that holds text. It is filled once, then shared and never changed.
-// The memory comes straight from the kernel in large pages, so that filling it costs no page by page
-// set-up and growing it copies nothing; small blocks are plain heap memory.
+// A piece of memory that holds text. It is filled once; after that it is shared and never changed.
+//
+// The memory of a large block comes from the kernel in large pages. To fill it is fast because the kernel sets up few
+// pages, and to let it grow copies nothing. The memory of a small block comes from the heap.
 class Block {
 public:
     explicit Block(size_t capacity);  // throws std::bad_alloc
@@ -22,7 +23,7 @@ public:
     void set_size(size_t size) { size_ = size; }  // size <= capacity()
     void append(std::string_view bytes);          // size() + bytes.size() <= capacity()
     void reserve(size_t capacity);                // may move the bytes; throws std::bad_alloc
-    void shrink() noexcept;                       // gives unused memory behind size() back, but one byte; may move them
+    void shrink() noexcept;                       // keeps one byte behind size(), frees the rest; may move the bytes
 
 private:
     void resize(size_t capacity);

@@ -6,7 +6,7 @@
 #include <list>
 #include <optional>
 
-// Work that is put off until kpe waits for input, so that it is never in the way of a command or a key.
+// Work that is put off until kpe waits for input, so that it never delays a command or a key.
 class IdleWork {
 public:
     explicit IdleWork(std::function<void()> work) : work_(std::move(work)) {}
@@ -14,12 +14,13 @@ public:
     IdleWork(const IdleWork&) = delete;
     IdleWork& operator=(const IdleWork&) = delete;
 
-    // Has it done once: when kpe waits, but not before that much time has passed. Asked for already: as it was.
+    // Has the work done once, when kpe waits for input and that much time has passed. If it was asked for already, the
+    // earlier request stands.
     void ask(std::chrono::milliseconds delay);
-    void withdraw();
+    void withdraw();  // the work is not done any more
 
     // --- For those who wait for input ---
-    // How long they may wait at most before they call do_due(); nothing where no work is asked for.
+    // The longest time that they may wait before they have to call do_due(). Nothing if no work is asked for.
     static std::optional<timespec> longest_wait();
     static void do_due();
 

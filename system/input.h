@@ -6,11 +6,12 @@
 
 #include "system/terminal.h"
 
-// Standard input, line by line, without the "\n". Output is flushed before kpe waits. Nothing at the end of
-// input (an unterminated last line counts as a line), on a read error, and when g_kpe_abort_requested gets
-// set while waiting, also by a signal that ends the process; other interruptions go on reading.
+// The next line of standard input, without its "\n". A last line without a line end counts as a line. Output is flushed
+// before kpe waits. Returns nothing at the end of input, after a read error, and when g_kpe_abort_requested is set
+// while it waits, which a signal that ends the process does too. Other interruptions do not stop it.
 std::optional<std::string> kpe_read_line();
-// Where kpe_read_line reads from for as long as it lives: standard input, or nowhere, which is at its end.
+// Says where kpe_read_line reads from, for as long as the object lives: from standard input, or from nowhere. Nowhere
+// is always at its end.
 class InputFrom {
 public:
     enum Source { Standard, Nowhere };
@@ -22,14 +23,15 @@ public:
 private:
     Source before_;
 };
-// What was typed up to now was typed while the terminal was raw: in it a carriage return ends a line, and
-// nothing was shown, so kpe_read_line shows it when its turn comes. After the terminal has its usual mode again.
+// Says that the bytes which wait now were typed while the terminal was raw. In them a carriage return ends a line. The
+// terminal did not show them, so kpe_read_line shows them when it reads them. Call it once the terminal has its usual
+// mode again.
 void kpe_expect_type_ahead();
-// The number of bytes that were typed and not read yet, while they were typed in the terminal's usual mode.
+// Ends that state, as the terminal becomes raw again. Returns how many bytes wait that were typed in its usual mode.
 size_t kpe_end_type_ahead();
 
-// While it lives, Ctrl/Z typed on a terminal is a character that ends the line at once, instead of
-// suspending the program. Without a terminal it does nothing.
+// As long as the object lives, Ctrl/Z typed on a terminal ends the line at once instead of suspending the program.
+// Without a terminal it does nothing.
 class CtrlZAsInput {
 public:
     CtrlZAsInput();

@@ -2,16 +2,17 @@
 
 #include <csignal>
 
-// The two flags that signal handlers set, and that all that waits or lasts asks.
+// The two flags that signal handlers set. Every wait and every long operation looks at them.
 
-// Set by kpe_sigint_handler, and by a signal that ends the process; polled by long operations.
+// Not 0: long operations have to stop. Ctrl/C sets it (kpe_sigint_handler), and so does a signal that ends the process.
 extern volatile std::sig_atomic_t g_kpe_abort_requested;
-// The number of the signal that asked the process to end (see kpe_ending_signals; SIGINT while no operation takes it
-// as an interrupt), else 0. Whatever waits or lasts gives up then, and the session ends where its texts are whole
-// (Editor::obey_end_signal).
+// The number of the signal that asked the process to end, else 0. It is one of kpe_ending_signals; SIGINT is among them
+// while no operation takes it as an interrupt. Waits and long operations then stop, and the session ends as soon as its
+// texts are whole (Editor::obey_end_signal).
 extern volatile std::sig_atomic_t g_kpe_end_signal;
 
 // Sets g_kpe_abort_requested and nothing else.
 void kpe_sigint_handler(int);
-// The interrupt has had its effect, or came too late: g_kpe_abort_requested is 0 again, unless the process is to end.
+// Sets g_kpe_abort_requested back to 0, unless the process has to end. For an interrupt that has had its effect or came
+// too late.
 void kpe_forget_interrupt();

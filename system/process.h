@@ -1,27 +1,34 @@
 #pragma once
 
-// The end of the process, by signals and without.
+// How the process ends, by a signal or by itself.
+//
+// The folder system/ holds what every other folder uses: input and output by lines, signals, the end of the process,
+// the terminal's modes, large blocks of memory, and work that waits for a pause. It knows nothing of texts and
+// commands.
 
-// Makes the process safe before anything is edited: SIGXFSZ becomes an error of the write it belongs to, and the
-// signals that end the process set g_kpe_end_signal. Those that were ignored at the start stay ignored.
+// Makes the process safe before anything is edited. SIGXFSZ is ignored, so that a write beyond the size limit fails
+// with an error. The signals that end the process set g_kpe_end_signal. Those that were ignored at the start stay
+// ignored.
 //
-// From such a signal on nothing but a file that is being written (FileWork) can hold up the end for long. Once a second
-// what waits in a system call is woken up, and output that nobody takes is sent to nowhere; after ten seconds, or
-// when the signal comes again after the first of them, the process ends there and then. (Signals come in pairs: of a
-// terminal that was closed the shell and the kernel tell both.) While a file is being written, only a signal that comes
-// again ends it, and only when nothing was written for ten seconds.
+// After such a signal only a file that is being written (FileWork) can delay the end for long. Once a second a system
+// call that blocks is interrupted, and output that nobody takes is dropped from then on. After ten seconds the process
+// ends, wherever it is. It also ends so when a signal comes again after the first second; not earlier, because one
+// cause may send two signals: both the shell and the kernel report a terminal that was closed. While a file is being
+// written, only a repeated signal ends the process, and only if nothing was written for ten seconds.
 //
-// A crash gives the terminal back, has a child process keep the texts that can be kept, and then ends the process by
-// its signal as it would have.
+// After a crash the terminal is given back, and a child process writes the texts that can still be saved. Then the
+// process ends by the signal of the crash.
 void kpe_install_signal_handlers();
-// What keeps the texts after a crash: called in a child process, where anything may be out of order. null: nothing.
+// Sets the function that saves the texts after a crash, or none (null). It is called in a child process, where any data
+// may be damaged.
 void kpe_set_rescue(void (*rescue)());
-// In a child between fork and exec: what kpe ignores has its usual effect on other programs.
+// To be called in a child process between fork and exec: signals that kpe ignores get their usual effect again.
 void kpe_reset_signals_in_child();
-// Ends the process by g_kpe_end_signal, with all that was printed handed over.
+// Writes out all that was printed, and ends the process by the signal g_kpe_end_signal.
 [[noreturn]] void kpe_end_by_signal();
-// Limits in the same way how long an end without a signal may take; past that the status is this one.
+// Limits in the same way how long an end without a signal may take. When the time is over, the process ends with this
+// status.
 void kpe_limit_end(int status);
-// Ends the process with that status, after everything is handed over and put back. In a file of its own, so that
-// a test that runs sessions one after the other can have another one.
+// Writes out all that was printed, gives the terminal back, and ends the process with this status. It has a source file
+// of its own (exit.cpp), so that a test which runs one session after the other can replace it.
 [[noreturn]] void kpe_exit(int status);

@@ -4,23 +4,23 @@
 #include <string>
 #include <string_view>
 
-// All that commands print goes through here. Output is gathered and handed over before kpe waits for
-// input, before anything goes to standard error, before a child process, and at the end.
+// Commands print by these functions and in no other way. Output is gathered. It is written before kpe waits for input,
+// before anything goes to standard error, before a child process runs, and at the end.
 //
-// Text may be anybody's, and may hold bytes that a terminal obeys: on a terminal control bytes are shown as ^X, and
-// those of eight bits as "?"; tabs pass. Pipes and files get every byte as it is.
+// A text may come from anybody and hold bytes that a terminal would obey. On a terminal control bytes are therefore
+// shown as ^X, and control bytes of the 8-bit set as "?"; tabs stay. Pipes and files get every byte as it is.
 
 void kpe_print(std::string_view text);                  // a part of a line
 void kpe_end_line();                                    // "\n"
-void kpe_say_lines(std::string_view text);              // each with its "\n", one after the last as well
+void kpe_say_lines(std::string_view text);              // lines with "\n" between; adds one after the last
 void kpe_say(bool report, std::string_view line);       // line + "\n"; nothing without report
 void kpe_complain(bool report, std::string_view what);  // "?" + what + "\n"; nothing without report
 void kpe_warn(std::string_view line);                   // line + "\n" on standard error
-// Bytes that the terminal is to obey, never text: as they are.
+// Sends bytes as they are, for the terminal to obey. Never for text.
 void kpe_send_to_terminal(std::string_view bytes);
-// Whether something went to standard error since the last call.
+// Whether anything went to standard error since the last call of this function.
 bool kpe_warned();
-void kpe_flush();
+void kpe_flush();  // writes what was gathered
 // Whether the last byte that was printed ended its line.
 bool kpe_at_line_start();
 std::string kpe_counted(size_t n, std::string_view noun);  // "1 line", "2 lines"

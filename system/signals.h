@@ -3,16 +3,17 @@
 #include <csignal>
 #include <initializer_list>
 
-// The signals that end the process and can be caught, but for those of a crash: of users, of closing terminals, of
-// the system and of other programs. kpe gives them all the same meaning.
+// The signals that end the process and can be caught, except those of a crash. Users, closing terminals, the system and
+// other programs send them; kpe treats them all in the same way.
 const sigset_t& kpe_ending_signals();
 
-// Has handler called at the signal; before (may be null) gets what was in force. Calls that wait are interrupted by it.
+// Has handler called when the signal comes. before (may be null) gets the action that was in force. System calls that
+// wait are interrupted by the signal.
 void kpe_set_handler(int number, void (*handler)(int), struct sigaction* before = nullptr);
-// The same unless the signal is ignored: who started the process wants it so.
+// The same, but a signal that is ignored stays ignored, because whoever started the process wanted that.
 void kpe_set_handler_unless_ignored(int number, void (*handler)(int), int flags = 0);
 
-// Holds signals back while it lives; what arrived meanwhile is delivered at its end.
+// Holds signals back for as long as the object lives. Those that arrive meanwhile are delivered when it goes.
 class SignalHold {
 public:
     explicit SignalHold(std::initializer_list<int> signals);
@@ -20,11 +21,11 @@ public:
     ~SignalHold();
     SignalHold(const SignalHold&) = delete;
     SignalHold& operator=(const SignalHold&) = delete;
-    const sigset_t& before() const { return before_; }  // for a wait that lets them in
+    const sigset_t& before() const { return before_; }  // the mask from before, for a wait that lets them in
 
 private:
     sigset_t before_;
 };
 
-// The ending signals and those given as well.
+// The signals of kpe_ending_signals and those of more.
 sigset_t kpe_ending_signals_and(std::initializer_list<int> more);

@@ -4,24 +4,25 @@
 #include <string>
 #include <termios.h>
 
-// The terminal of standard input and output: who has it, and how it is given back. All that is needed for that lies
-// here, where a signal handler can read it.
+// The terminal of standard input and output: whether the screen has it, and how it is given back. All that this needs
+// is kept where a signal handler can read it.
 
 // Whether curses has the terminal.
 extern std::atomic<bool> g_curses_active;
 
-// For the owner of the screen, when it takes the terminal, and before curses changes its modes. leave gives it back in
-// an orderly way; leaving holds the bytes that do so in an emergency, as far as bytes can.
+// Called by the owner of the screen when it takes the terminal, before curses changes its modes. leave is the function
+// that gives the terminal back in the usual way. leaving holds the bytes that are sent instead in an emergency.
 void kpe_terminal_taken(void (*leave)());
 void kpe_set_leaving_bytes(const std::string& leaving);
-// The screen's owner has given it back.
+// Called by the owner of the screen when it has given the terminal back.
 void kpe_terminal_given_back();
 
-// Ends curses if it is active, and writes the sequence that leaves keypad application mode. Any number of times.
+// Ends curses if it is active, and writes the sequence that leaves keypad application mode. It may be called again.
 void kpe_safe_endwin();
 
-// Other modes of the terminal for as long as it lives; without a terminal it does nothing. They may nest, and may be
-// made while the screen is shown: what a signal handler puts back are the modes from before the first of all.
+// Changes the terminal's modes for as long as the object lives. Without a terminal it does nothing. Such objects may
+// nest, and may be made while the screen is shown. A signal handler puts back the modes from before the first change of
+// all.
 class TerminalModes {
 public:
     explicit TerminalModes(void (*change)(termios& modes));
@@ -29,21 +30,21 @@ public:
     TerminalModes(const TerminalModes&) = delete;
     TerminalModes& operator=(const TerminalModes&) = delete;
     bool changed() const { return changed_; }
-    void keep();  // the modes are somebody else's by now: they stay as they are
+    void keep();  // the modes belong to somebody else by now: they are not put back
 
 private:
     termios before_{};
     bool changed_ = false;
 };
 
-// --- For a signal handler as well ---
+// --- A signal handler may call these, too ---
 
-// Whether the terminal is another job's by now: its modes are not ours to set then.
+// Whether another job has the terminal. Then kpe must not set its modes.
 bool kpe_in_background();
-bool kpe_takes_output(int fd);  // now, without waiting
-// The modes from before the first change; nothing in the background.
+bool kpe_takes_output(int fd);  // whether a write to fd would not have to wait now
+// Puts back the modes from before the first change. Does nothing if another job has the terminal.
 void kpe_restore_modes();
-// These, and the bytes that leave the screen.
+// Puts back these modes, and sends the bytes that leave the screen.
 void kpe_give_terminal_back();
-// Standard output and error that nobody takes go to nowhere from now on.
+// If nobody takes what is written to standard output or standard error, it is dropped from now on.
 void kpe_divert_refused_output();

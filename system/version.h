@@ -9,7 +9,7 @@ extern const int KPE_VERSION_MINOR;
 extern const int KPE_VERSION_EDIT;
 extern const char* const KPE_RELEASE_DATE;
 
-// "V1.11-0"
+// As in "V1.11-0".
 std::string kpe_version_string();
 // The version with its notice, and the release date, each with "\n".
 std::string kpe_version_banner();
