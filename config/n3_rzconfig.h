@@ -3,35 +3,38 @@
 #include <string>
 #include <sys/stat.h>
 
-// Finds keys in the runtime's configuration files, and maps file names to names with version suffixes
-// (name;3). Free functions without state; nothing is cached.
+// This folder, config/, finds settings in the runtime's configuration files, and maps file names to names with a
+// version suffix (name;3). Its functions keep no state: they look at the files again at each call.
 namespace n3rz {
 
-// tag upper-cased (null counts as empty), then suffix: ("kpe", "_RZ_DEBUG") gives "KPE_RZ_DEBUG".
+// The name of an environment variable: tag in upper case, then suffix. ("kpe", "_RZ_DEBUG") gives "KPE_RZ_DEBUG". A
+// null tag counts as empty.
 std::string env_name(const char* tag, const char* suffix);
-// getenv of that name: null when it is not set.
+// The value of the environment variable of that name; null if it is not set.
 const char* env_tagged(const char* tag, const char* suffix);
-// The first word after key in the first line of the first configuration file that has it. false, and value
-// as it was, when none has it or the environment variable with the suffix _NO_RZCONFIG is set.
+// Looks for key in the configuration files. value gets the first word behind key, from the first line that has it in
+// the first file that has it. Returns false, and leaves value as it is, if no file has the key, or if the environment
+// variable with the suffix _NO_RZCONFIG is set.
 bool config_lookup(const char* key, std::string& value, const char* tag);
-// Y..., T..., 1... and ON..., in any case, are on; everything else is off.
+// Whether a setting's value means on: it begins with Y, T, 1 or ON, in capital or small letters.
 bool config_is_on(const std::string& v);
 // Whether the runtime's shared library can be loaded.
 bool runtime_present();
-// Whether anything of that name exists. No name holds a NUL, and what stands before one is another name.
+// Whether anything of that name exists. False for a name with a NUL byte: no file has one, and the part before the NUL
+// is another name.
 bool file_exists(const std::string& p);
 
 // The path without its version suffix (";" and digits at the end).
 std::string strip_version(const std::string& path);
-// The version that path's suffix names, saturated at the largest int; 0 when it has none.
+// The version in path's suffix, or 0 if it has none. A number that is too large becomes the largest int.
 int version_of(const std::string& path);
-// The highest version of base that exists: 0 when there is none; the plain file counts as version 1.
+// The highest version of base that exists, or 0 if there is none. A file without a version suffix counts as version 1.
 int highest_version(const std::string& base);
-// Which file a read or a write of p uses; with versioning off p itself.
+// The path that a read or a write of p uses. With versioning off it is p itself.
 std::string resolve_read_path(const std::string& p, bool versioning);
 std::string resolve_write_path(const std::string& p, bool versioning);
 
 }  // namespace n3rz
 
-// stat under the editor's own name: 0, or -1 with errno set.
+// Calls stat(path, st). Returns 0, or -1 with errno set.
 int kpe_stat(const char* path, struct stat* st);

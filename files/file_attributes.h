@@ -1,12 +1,12 @@
 #pragma once
 
-// Gives the file open at to the owner, group, extended attributes, access list and mode of the file open
-// at from. false if one of them cannot be given; some may have been by then.
+// Gives the open file to the owner, group, extended attributes, access list and mode of the open file from. Returns
+// false if one of them cannot be given; others may have been given by then.
 bool kpe_copy_attributes(int from, int to);
 
-// An extended attribute by which kpe knows a file as its own that has not become anything yet. It holds the number of
-// the inode, so that no copy of the file counts as marked, and is never copied. Where the file system takes no such
-// attributes nothing is ever marked. errno stays.
+// kpe marks a new file until it is finished, so that an unfinished one is known as kpe's own after a crash. The mark is
+// an extended attribute. It holds the number of the inode, so a copy of the file does not count as marked. Where the
+// file system knows no such attributes nothing is ever marked. These functions leave errno as it is.
 void kpe_mark_unfinished(int fd);
 bool kpe_is_unfinished(int fd);
 void kpe_mark_finished(int fd);

@@ -2,6 +2,6 @@
 
 #include <string>
 
-// Whether both paths name one file: they lead to the same file, or, where there is none yet, would make it under the
-// same name in the same directory. Symbolic links are followed, also those that dangle.
+// Whether both paths name one file. If the file does not exist yet: whether both would create it under the same name in
+// the same directory. Symbolic links are followed, even if they lead to nothing.
 bool kpe_same_place(const std::string& a, const std::string& b);

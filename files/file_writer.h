@@ -8,9 +8,10 @@
 
 #include "files/file_handle.h"
 
-// Writes one file so that the name holds the whole old or the whole new text at every moment. Until
-// commit() succeeds the old text is there; a writer that ends without commit() leaves nothing behind.
-// Only devices and FIFOs get the bytes as they come, and where a file is known only if it was one.
+// Writes one file so that at every moment its name holds either the whole old text or the whole new one. The old text
+// stays until commit() succeeds. A writer that goes without commit() leaves nothing behind.
+//
+// Devices and FIFOs are the exception: they get the bytes as they are written.
 class FileWriter {
 public:
     enum class Existing { Replace, Refuse };
@@ -20,12 +21,15 @@ public:
     FileWriter(const FileWriter&) = delete;
     FileWriter& operator=(const FileWriter&) = delete;
 
-    // Makes ready to write path; false with errno set if that cannot be. Existing::Refuse is for a new
-    // file: commit() fails with taken() if somebody else made that name meanwhile. A FIFO waits for its
-    // reader; a signal ends that with EINTR, and if *abort is set then, also the waiting in write().
-    // known (may be null): the file that the caller read or wrote last under this name, as it was then. What stands
-    // there at commit() and is not this file, unchanged, is kept as a safety copy before it is replaced; where it
-    // cannot be kept, commit() fails. A device or a FIFO that the known file was not is refused with ESTALE.
+    // Prepares to write the file path. Returns false with errno set if it cannot be written.
+    //
+    // Existing::Refuse is for a new file: if somebody else has made that name meanwhile, commit() fails, and taken()
+    // is true. A FIFO is opened when it has a reader; a signal ends that wait with EINTR. A wait in write() ends at a
+    // signal if *abort (may be null) is set.
+    //
+    // known (may be null) is the file that the caller read or wrote last under this name, as it was then. If another
+    // file, or a changed one, stands there at commit(), it is kept as a safety copy before it is replaced. If it cannot
+    // be kept, commit() fails. If a device or a FIFO stands there now and known is none, it is refused with ESTALE.
     bool open(const std::string& path, Existing existing, const volatile std::sig_atomic_t* abort = nullptr,
               const FileState* known = nullptr);
     // After open(): write() gives up, with EINTR, once *abort is set, also where it fills a regular file. The old text is
@@ -33,17 +37,19 @@ public:
     void give_up_when_aborted();
     // After open(): what is told, with the path of the safety copy, before a file is written over where it stands.
     void before_overwrite(std::function<void(const std::string& copy)> tell);
-    // Adds bytes; small pieces are gathered, large ones (1 MB and more) go out as they are. false after
-    // the first failure; commit() fails then.
+    // Adds bytes to the new text. Small pieces are gathered; pieces of 1 MB and more are written at once. Returns false
+    // from the first failure on, and commit() fails then.
     bool write(std::string_view bytes);
-    // Everything on disk under the name: true. false: the old text is as it was, errno tells why.
+    // Puts the new text in place. Returns true when all of it is on disk under the name. Returns false with errno set
+    // if it failed; then the old text is as it was, unless safety_copy() names a file.
     bool commit();
-    bool taken() const;
-    // After a commit() that succeeded: the file as it is now, and the copy of one that had changed, or empty.
+    bool taken() const;  // see Existing::Refuse above
+    // After a commit() that succeeded: the file as it is now; the path of the copy of a changed file that was replaced;
+    // "" if there was none.
     FileState made() const;
     std::string changed_copy() const;
-    // Empty, but after a commit() that failed while it wrote over a file and could not put the old text
-    // back: then the path of the copy that has it.
+    // The path of the safety copy that holds the old text, if commit() failed while it overwrote the file in place and
+    // could not put the old text back. Otherwise "".
     std::string safety_copy() const;
 
 private:

@@ -7,37 +7,39 @@
 
 #include "files/file_handle.h"
 
-// A file of lines that are appended one by one, each whole or not at all, by one process at a time: it is locked while
-// it is open. It is a regular file of the effective user's own, with one name, that nobody else may write, and gets
-// mode 0600; any other file is refused.
+// A file to which lines are appended one by one. A line is added whole or not at all. The file is locked while it is
+// open, so that only one process at a time appends. It has to be a regular file that belongs to the effective user, has
+// one name and that nobody else may write; any other file is refused. It gets mode 0600.
 class JournalFile {
 public:
-    // How opening, appending or removing went. Refused: reason() says why, for people. Failed: errno says why.
+    // How opening, appending or removing ended. After Refused, reason() tells a user why. After Failed, errno says why.
     enum class Result { Done, Refused, Failed };
 
-    // Opens path, made if missing, unless it is open already; a name that leads to another file by now is opened anew.
+    // Opens the file path, and makes it if it is missing. Does nothing if it is open already, unless the name leads to
+    // another file by now: that file is opened then.
     Result open(const std::string& path) { return open(path, /*make=*/true); }
     // Adds the line and "\n" to the open file. After a failure the file is as it was before.
     Result append(std::string_view line);
-    // Removes the name of a journal, open or not; one that is not there is removed already. Bytes that lay in it
-    // before this process opened it, unless replayed is this file and held them all, are copied to a state directory
-    // first; kept names the copy then.
+    // Removes the journal path, whether it is open or not. If there is none, that counts as done. Lines that lay in it
+    // before this process opened it are first copied to a state directory, and kept gets the path of the copy. They are
+    // not copied if replayed is this file and held all of them.
     Result remove(const std::string& path, const FileState& replayed, std::string& kept);
-    // Has what was appended handed to the disk, and the directory of a file that was made; does not wait for it. false:
-    // to be asked for again later.
+    // Asks the kernel to write what was appended to disk, and the directory of a new file too. Does not wait for it.
+    // Returns false if that has to be asked for again later.
     bool sync();
     void close();
 
     const std::string& reason() const { return reason_; }
     bool is_open() const { return file_.is_open(); }
-    // Whether the name leads to the open file.
+    // Whether path leads to the open file.
     bool is_at(const std::string& path) const;
 
 private:
     Result open(const std::string& path, bool make);
     Result refuse(const std::string& reason);
 
-    // A file that was closed: as long as it is that size again, nobody else has added to it.
+    // What is remembered of a file that was closed. If it has the same size when it is opened again, nobody has added
+    // to it meanwhile.
     struct Left {
         ino_t ino;
         off_t size, old_size;
@@ -46,10 +48,10 @@ private:
     FileHandle file_;
     std::string path_, reason_;
     std::map<std::string, Left> left_;  // by path
-    off_t old_size_ = 0;                // bytes that were there before
-    bool made_ = false;                 // and the directory is not synced yet
+    off_t old_size_ = 0;                // bytes that the file held before this process opened it
+    bool made_ = false;                 // the file is new, and its directory is not synced yet
 };
 
-// Opens a journal for reading. Not open if there is none, or, with refused telling why in words that follow "it", if it
-// could hold what others wrote.
+// Opens a journal for reading. The handle is not open if there is no journal, or if others could have written to it. In
+// the second case refused says why, in words that follow "it".
 FileHandle kpe_open_journal(const std::string& path, std::string& refused);

@@ -5,14 +5,16 @@
 
 #include "files/file_handle.h"
 
-// The new text of a file until it gets the file's name. It has no name at all where the file system knows such
-// files, so that a process that is killed leaves nothing; else, and for a moment before it replaces an old file, one
-// that begins with ".kpe-" beside it, and a mark (kpe_mark_unfinished). What a killed process left under that name goes
-// with the next save of the file if it has the mark and nobody holds a lock on it; a file without a mark may be the
-// user's own and stays, and so does a leftover on a file system that takes no attributes.
+// The new text of a file, until it gets the file's name.
 //
-// dir is the open directory of the file and must stay open; base its name there. All return false, or -1, with errno
-// set.
+// Where the file system knows files without a name, the new text has none, so that a killed process leaves nothing
+// behind. Elsewhere, and for a moment before it replaces an old file, it lies beside the old one under a name that
+// begins with ".kpe-", and carries a mark (kpe_mark_unfinished). If a killed process left such a file, the next save
+// removes it, provided that it has the mark and nobody holds a lock on it. A file without the mark may be the user's
+// own and stays; so does a leftover on a file system without extended attributes.
+//
+// In make(), dir is the open directory of the file, which must stay open, and base is the file's name in it. All
+// functions that fail return false or -1, with errno set.
 class NewText {
 public:
     NewText() = default;
@@ -21,13 +23,13 @@ public:
     NewText& operator=(const NewText&) = delete;
 
     bool make(int dir, const std::string& base, mode_t mode);
-    bool make_elsewhere();  // in the directory of the safety copies: only to be copied from
+    bool make_elsewhere();  // makes it among the safety copies, from where it can only be copied
     int fd() const { return file_.fd(); }
     bool sync();
-    bool name();      // beside the old file, if it has no name yet; what replace() needs
-    int take_name();  // base, that no file has yet: -1 with EEXIST otherwise
-    int replace();    // renames over base
-    void discard();   // what has not become the file is gone. errno stays
+    bool name();      // gives it a name beside the old file if it has none; needed before replace()
+    int take_name();  // gives it the name base; -1 with EEXIST if a file has that name
+    int replace();    // renames it to base, in place of the old file
+    void discard();   // removes it if it has not become the file; leaves errno as it is
 
 private:
     bool make_named(mode_t mode);
@@ -37,8 +39,8 @@ private:
     int dir_ = -1;
     std::string base_;
     FileHandle file_;
-    std::string name_;  // in dir, while it has one that is not base
+    std::string name_;  // its name in dir while that is not base, else ""
 };
 
-// Whether the name in the directory, not followed, is the open file itself.
+// Whether name in the directory dir is the open file fd itself, and not a link to it.
 bool kpe_leads_to(int dir, const char* name, int fd);

@@ -6,23 +6,23 @@
 
 #include "files/file_handle.h"
 
-// Puts a text into an open file; false with errno set if that fails.
+// A function that writes a text to an open file. It returns false with errno set if that fails.
 using KpeWriteText = std::function<bool(int fd)>;
 
-// What was kept of a text.
+// What could be kept of a text.
 struct RescuedText {
-    FileHandle file;  // not open: nothing of it
+    FileHandle file;  // not open if nothing could be kept
     std::string path;
     bool whole = false;
-    int error = 0;  // why the place that comes first did not take it whole
+    int error = 0;  // an errno: why the first place did not take the whole text
 };
 
-// Writes a text that would be lost otherwise to a new file, and leaves it open. The places are tried in turn: the
-// directory rescue/ of each of kpe_state_directories(), then kpe-rescue-UID/ in the directories for temporary files;
-// where none takes the whole text, its longest part is kept. The file has mode 0600 and lies in a directory of mode
-// 0700, both our own and no links. Its name is made from the names of the edited file and of the buffer, the time and
-// the process. It need not be on disk yet.
+// Writes a text that would otherwise be lost to a new file, and leaves the file open. It tries the directory rescue/
+// below each of kpe_state_directories(), then kpe-rescue-UID/ in each directory for temporary files. If none of them
+// takes the whole text, the longest part is kept. The file has mode 0600, and its directory has mode 0700; both belong
+// to the user and are no links. The file's name is made from the names of the edited file and of the buffer, the time
+// and the process number. The text may not be on disk yet when the function returns.
 RescuedText kpe_rescue_text(const std::string& edited, const std::string& buffer, const KpeWriteText& write);
-// A name without a "/" and without bytes that could control a terminal, also those of its 8-bit set: each of them
-// becomes "_", and so does a "." or "-" in front. Cut where it is long, never inside a UTF-8 character.
+// Makes a harmless file name: "/" and bytes that could control a terminal become "_", and so does a "." or "-" at the
+// front. A long name is cut, but never inside a UTF-8 character.
 std::string kpe_safe_name(std::string_view name);

@@ -6,23 +6,25 @@
 
 #include "files/file_handle.h"
 
-// Copies of texts lie in the first of kpe_state_directories() and of kpe_temporary_directories() that takes them.
-//
-// A new file of mode 0600, open for reading and writing, in such a directory; path is its name. Missing
-// directories are made with mode 0700. Not open, with errno set, if none does.
+// Copies of texts are put into the first directory that takes them. kpe_state_directories() are tried first, then
+// kpe_temporary_directories().
+
+// Makes a new file of mode 0600 in such a directory, open for reading and writing. path gets its path. Missing
+// directories are made with mode 0700. The handle is not open, and errno is set, if no directory takes a file.
 FileHandle kpe_make_state_file(const std::string& prefix, std::string& path);
-// The same without a name, so that it is gone when it is closed or the process ends.
+// The same for a file without a name, which vanishes when it is closed or the process ends.
 FileHandle kpe_make_nameless_state_file();
-// Copies the open file, or its first size bytes, to such a directory, and syncs both; label, a short name without
-// "/", names the copy, path is its name. false with errno set, and nothing left behind.
+// Copies the open file fd, or its first size bytes, to such a directory, and syncs the copy and the directory. label is
+// a short name without "/" that the copy's name begins with; path gets the copy's path. On failure returns false with
+// errno set, and leaves nothing behind.
 bool kpe_keep_copy(int fd, const std::string& label, std::string& path, std::optional<off_t> size = std::nullopt);
 
 using KpeToldOfCopy = std::function<void(const std::string& path)>;
-// Three open descriptors: the file to write to, the same file to read from, and the new text to read.
+// Three open descriptors: target is the file to write to, old is the same file for reading, text holds the new text.
 struct Overwrite {
     int target, old, text;
 };
-// Replaces a file's content where it stands; label names the safety copy, of which before is told when it is whole and
-// the file is still as it was.
-// false with errno set: the old text is back, or, when even that failed, kept in the file that kept names.
+// Replaces a file's content in place. The old text is kept in a safety copy meanwhile, whose name begins with label.
+// before (may be empty) is called when the copy is complete and the file is still unchanged. On failure returns false
+// with errno set. The old text has then been put back; if even that failed, kept gets the path of the copy.
 bool kpe_overwrite(const Overwrite& files, const std::string& label, const KpeToldOfCopy& before, std::string& kept);

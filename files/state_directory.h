@@ -3,14 +3,15 @@
 #include <string>
 #include <vector>
 
-// Where kpe keeps what must outlive a session, in order of preference: "$XDG_STATE_HOME/kpe/" and
-// "$HOME/.local/state/kpe/". Each may not exist yet. By the XDG Base Directory Specification a relative path is as
-// good as none. A directory that is somebody else's, or would have to be made in one, is left out: root with another
-// user's HOME would leave there what that user cannot use.
+// The directories for what must outlive a session, the preferred one first: "$XDG_STATE_HOME/kpe/" and
+// "$HOME/.local/state/kpe/". They may not exist yet. A variable with a relative path is ignored, as the XDG Base
+// Directory Specification asks. A directory that belongs to somebody else, or would have to be made in such a
+// directory, is left out: root with another user's HOME would leave files there that this user cannot use.
 std::vector<std::string> kpe_state_directories();
 // "$TMPDIR/", if that is an absolute path, and "/tmp/".
 std::vector<std::string> kpe_temporary_directories();
-// The variable's value if it is an absolute path, else "": a relative one would mean another place each time.
+// The value of an environment variable if it is an absolute path, else "". A relative path would mean another place
+// after each change of directory.
 std::string kpe_env_directory(const char* name);
-// Makes what is missing of the directories in front of the last "/", with mode 0700.
+// Makes the directories in front of the last "/" that are missing, with mode 0700.
 void kpe_make_directories(const std::string& path);
