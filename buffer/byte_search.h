@@ -6,16 +6,17 @@
 #include <string_view>
 #include <vector>
 
-// How long a search may go on: it counts the bytes looked at and asks the abort flag every 64 KB or so.
+// Says how long a search may go on. It counts the bytes that were looked at, and looks at the abort flag about every
+// 64 KB.
 class Patience {
 public:
     explicit Patience(const volatile std::sig_atomic_t* abort) : abort_(abort) {}
-    // False from the moment on at which the flag was seen set.
+    // Counts so much work (in bytes). Returns false once the flag was seen set: the search has to stop.
     bool spend(size_t work) {
         spent_ += work;
         return spent_ < STEP || ask();
     }
-    bool ask();  // asks at once
+    bool ask();  // looks at the flag at once; returns as spend()
     bool over() const { return over_; }
 
 private:
@@ -25,34 +26,35 @@ private:
     bool over_ = false;
 };
 
-// A string of bytes to be found in others, with or without regard to case.
+// Finds a string of bytes in texts, with or without regard to case.
 //
-// Two bytes of it that are rare in ordinary text are compared with 64 places at a time, and only where
-// both agree is the rest looked at. Where that happens too often for too little, the remaining text is
-// searched in one pass that never goes back, so the time stays linear in the text.
+// Two of its bytes that are rare in ordinary text are compared at 64 places at a time. Only where both agree the other
+// bytes are looked at. If that happens too often in vain, the rest of the text is searched in one pass that never goes
+// back. The time thus stays in proportion to the length of the text.
 class ByteSearch {
 public:
     static constexpr size_t NONE = static_cast<size_t>(-1);
 
-    ByteSearch() = default;  // empty: found nowhere
-    // fold: the letters A to Z and a to z count as the same; needle must be in lower case then.
+    ByteSearch() = default;  // the empty string, which is found nowhere
+    // needle is the string to find. With fold, capital and small letters A to Z count as the same, and needle must be
+    // in lower case.
     ByteSearch(std::string_view needle, bool fold);
 
     size_t size() const { return low_.size(); }
-    // Higher for a string that ordinary text is likely to hold less often; 0 for the empty one.
+    // A measure of how rare the string is in ordinary text: higher is rarer. 0 for the empty string.
     size_t weight() const { return weight_; }
-    // Is it at p? size() bytes must be readable there.
+    // Whether the string stands at p. size() bytes must be readable there.
     bool is_at(const char* p) const { return agreement(p) == size(); }
 
-    // The first place at or after from, the last one at or after from. It lies wholly inside text.
-    // NONE if there is none, or if patience ended.
+    // The first (find) or last (rfind) place at from or later where the string lies wholly inside text. NONE if there
+    // is none, or if patience ended.
     size_t find(std::string_view text, size_t from, Patience& patience) const;
     size_t rfind(std::string_view text, size_t from, Patience& patience) const;
-    // Adds all places to places, each behind the end of the one before. Those found so far if patience ended.
+    // Adds all places to places, from left to right and without overlaps. If patience ended, adds those found so far.
     void find_all(std::string_view text, std::vector<const char*>& places, Patience& patience) const;
 
 private:
-    struct Probe {  // one byte of the needle
+    struct Probe {  // a rare byte of the string, at offset at
         size_t at = 0;
         uint8_t low = 0, mask = 0;
     };

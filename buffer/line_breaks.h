@@ -9,10 +9,9 @@
 #include <emmintrin.h>
 #endif
 
-// Calls found(place) for each "\n" from begin up to end, in their order. found may change the bytes up to its place.
+// Calls found(place) for each "\n" in [begin, end), from left to right. found may change the bytes up to its place.
 //
-// Lines are short, so a call of memchr for each costs more than to look at the bytes in between: 64 are compared at
-// a time here.
+// It compares 64 bytes at a time. Lines are so short that a call of memchr for each would cost more than the bytes.
 template <class Found>
 void kpe_each_line_break(char* begin, char* end, Found found) {
 #if defined(__SSE2__)

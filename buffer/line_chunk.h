@@ -11,26 +11,26 @@
 #include "buffer/edited_line.h"
 #include "system/block.h"
 
-// Some hundred lines of a LineStore, the piece that its copies share. Part of the store's inside.
+// A chunk: some hundred neighbouring lines of a LineStore. Copies of the store share chunks; nothing else uses them.
 //
-// A chunk is a slice of a block, with the line starts and a few lines that were edited. Once there are
-// many of these, or other rows than before, it holds a record for each line, which still points into the
-// block where the line is untouched. Whichever it is, each line that lies in a block is followed there
-// by one "\n" that ends it.
+// A chunk begins as a slice of a block: it knows where each line starts there, and holds a few lines that were edited.
+// When more lines are edited, or lines come or go, it changes its form and holds a record for each line. The record of
+// an untouched line still points into the block. In both forms a line that lies in a block is followed there by one
+// "\n".
 //
-// Rows count from the chunk's first one. A chunk that has more than one owner must not be changed. A change that
-// memory does not suffice for throws std::bad_alloc, and leaves the chunk as it was.
+// Rows count from the first row of the chunk. A chunk with more than one owner must not be changed. If memory runs out
+// during a change, it throws std::bad_alloc, and the chunk is as it was.
 class LineChunk {
 public:
-    static constexpr size_t MAX_ROWS = 256;     // of a slice; up to twice as many once it was edited
-    static constexpr size_t MAX_BYTES = 65535;  // of a slice of several lines; a single one may be longer
-    static constexpr size_t TINY_ROWS = 32;     // fewer are joined with a neighbour where it has room
+    static constexpr size_t MAX_ROWS = 256;     // of a slice; an edited chunk may have twice as many
+    static constexpr size_t MAX_BYTES = 65535;  // of a slice of several lines; a single line may be longer
+    static constexpr size_t TINY_ROWS = 32;     // a chunk with fewer is joined with a neighbour that has room
 
-    static constexpr size_t MANY_BLOCKS = 32;  // of one chunk: from here on it is looked which are still needed
+    static constexpr size_t MANY_BLOCKS = 32;  // a chunk that points into more drops those it needs no longer
 
     using Blocks = std::vector<std::shared_ptr<const Block>>;
 
-    static constexpr size_t FEW_EDITS = 16;  // of a slice; cloning one must cost next to nothing
+    static constexpr size_t FEW_EDITS = 16;  // at most in a slice, so that cloning it costs next to nothing
 
     struct Edit {
         size_t row;
@@ -40,25 +40,25 @@ public:
     struct Slice {
         std::shared_ptr<const Block> block;
         const char* base = nullptr;
-        size_t stride = 0;                         // bytes of each line if they are all alike, else 0
-        std::shared_ptr<const uint16_t[]> starts;  // without stride: offsets from base, one more than rows
-        std::vector<Edit> edits = {};              // by row; these lines are no longer what the block says
+        size_t stride = 0;  // bytes of each line with its "\n" if all have the same length, else 0
+        std::shared_ptr<const uint16_t[]> starts;  // if stride is 0: offsets from base, one more than there are rows
+        std::vector<Edit> edits = {};              // by row: the lines whose text is not that of the block
 
         size_t start(size_t row) const { return stride != 0 ? row * stride : starts[static_cast<ptrdiff_t>(row)]; }
     };
 
     struct Line {
-        std::string_view slice;           // in a block; data() is null once the line was edited
-        std::shared_ptr<EditedLine> own;  // the edited text, or a copy of slice that somebody asked for
+        std::string_view slice;           // where the line lies in a block; data() is null once it was edited
+        std::shared_ptr<EditedLine> own;  // the edited text, or a copy of slice that string() has made
 
         bool edited() const { return slice.data() == nullptr; }
         std::string_view text() const { return edited() ? own->view() : slice; }
     };
 
-    // Neighbouring lines that lie one behind the other in memory; edited lines stand alone.
+    // Neighbouring lines that lie one behind the other in memory. An edited line is a run of its own.
     struct Run {
         size_t rows = 0;
-        std::string_view bytes;  // the last "\n" included unless edited
+        std::string_view bytes;  // with the last "\n" unless edited
         bool edited = false;
     };
 
@@ -67,27 +67,29 @@ public:
     size_t rows() const { return rows_; }
     bool is_slice() const { return std::holds_alternative<Slice>(body_); }
     std::string_view view(size_t row) const;
-    size_t length(size_t row) const;  // of view(row), which it does not make whole
-    // The line as a string kept here. The text stays as it is, so this may be done to a shared chunk.
+    size_t length(size_t row) const;  // of view(row); does not make the line whole
+    // The line as a string that the chunk keeps. May be called for a shared chunk, because the text stays the same.
     const std::string& string(size_t row);
 
-    // A line from so many bytes on is kept as a difference where an older state has another text of it.
+    // Lines of so many bytes and more are kept as differences in older undo states.
     static constexpr size_t LONG_LINE = size_t{16} << 10;
-    // The rows of such lines, ascending. Those that share a block with other lines of the file are left out.
+    // The rows of such lines, in ascending order. Lines that share a block with other lines of the file are left out.
     std::vector<size_t> long_rows() const;
-    // The line by itself, so that a difference can be made of it or to it. The text stays as it is and where it is, so
-    // this may be done to a shared chunk.
+    // The line as an object of its own, so that differences can be made of it and to it. May be called for a shared
+    // chunk, because the text stays the same and where it is.
     std::shared_ptr<EditedLine> shared_line(size_t row);
-    // The same line if it is there already; otherwise null.
+    // The same if the line is such an object already, else null.
     std::shared_ptr<EditedLine> edited_line(size_t row) const;
 
-    // The lines from row on, or those that end with row: as many as adjoin and fit limit bytes, one at least.
+    // The run that starts at row (run_from) or ends with row (run_to): as many lines as lie together and fit into limit
+    // bytes, but at least one.
     Run run_from(size_t row, size_t limit) const;
     Run run_to(size_t row, size_t limit) const;
 
-    std::string& edit(size_t row, size_t room);  // with room for so many bytes more, where it is copied
+    std::string& edit(size_t row,
+                      size_t room);  // for changing the line in place; room is by how many bytes it will grow
     void set(size_t row, std::string_view text);
-    // text lies in block, with "\n" behind it.
+    // Sets the line to text, which lies in block with a "\n" behind it.
     void set_slice(size_t row, std::string_view text, const std::shared_ptr<const Block>& block);
     void insert(size_t row, const std::vector<std::string>& lines);
     void insert(size_t row, const LineChunk& other);
@@ -97,7 +99,7 @@ public:
 private:
     struct Mixed {
         std::vector<Line> lines;
-        Blocks blocks;  // those that slices point into, and some that they did
+        Blocks blocks;  // the blocks that lines point into, and some that no line needs any more
         size_t many = MANY_BLOCKS;
     };
 
@@ -107,7 +109,7 @@ private:
     static void drop_unused_blocks(Mixed& mixed);
     static void tidy(Mixed& mixed) noexcept;
     Mixed& mixed();
-    const std::shared_ptr<EditedLine>* edited_text(size_t row) const;  // null where the row is untouched
+    const std::shared_ptr<EditedLine>* edited_text(size_t row) const;  // null if the row is untouched
     void put(size_t row, std::shared_ptr<EditedLine> own);
     bool adjoin(size_t row) const;
 

@@ -9,10 +9,10 @@
 #include "buffer/line_tree.h"
 #include "system/block.h"
 
-// Room for new texts: blocks that get larger the more is put into them.
+// Memory for new texts. Each further block is larger than the one before, up to a limit.
 class Arena {
 public:
-    // Makes sure that bytes more fit into block() one behind the other.
+    // Makes sure that block() has room for so many bytes more.
     void make_room(size_t bytes) {
         if (block_ && block_->capacity() - block_->size() >= bytes) return;
         block_ = std::make_shared<Block>(std::max(bytes, next_size_));
@@ -20,7 +20,7 @@ public:
     }
     const std::shared_ptr<Block>& block() const { return block_; }
     char* end() const { return block_->data() + block_->size(); }
-    // Adds the line and its "\n", for which there is room; where it lies then.
+    // Adds the line and a "\n", and returns where the line lies. There must be room for both.
     std::string_view add(std::string_view line) {
         const char* const at = end();
         block_->append(line);
@@ -34,24 +34,24 @@ private:
     size_t next_size_ = FIRST_BLOCK;
 };
 
-// A tree that is made of another one from left to right: rows that stay are shared, the rest is put in anew.
-// Part of the store's inside.
+// Makes a new tree of an old one, from left to right. Rows that stay are shared; the others are put in anew. Only
+// LineStore uses it.
 struct LineRebuild {
     std::shared_ptr<LineTree> old;
-    size_t copied = 0;  // rows of the old tree that the new one has got
+    size_t copied = 0;  // rows of the old tree that the new tree has or has replaced
     LineTreeBuilder out = {};
     SliceCutter cutter{out};
     Arena arena = {};
 
     explicit LineRebuild(std::shared_ptr<LineTree> from) : old(std::move(from)) {}
-    // Shares the rows up to row, if that is further than copied.
+    // Shares the old rows up to row. Does nothing if copied is already as far.
     void copy_to(size_t row) {
         if (row <= copied) return;
         cutter.finish();
         out.add_rows(*old, copied, row);
         copied = row;
     }
-    // The new tree, with what is left of the old one behind the rest.
+    // Shares all old rows that are left, and returns the new tree.
     std::shared_ptr<LineTree> finish() {
         copy_to(old->rows());
         cutter.finish();

@@ -15,39 +15,40 @@ class EditedLine;
 class Patience;
 struct LineTree;
 
-// The lines of one buffer, in chunks that copies share. A copy costs one pointer; the first
-// change after it clones the way down to one chunk of some hundred lines, never the text: a
-// chunk refers to bytes of immutable blocks, or to single lines of its own once they were edited.
+// The lines of one buffer. They lie in chunks of some hundred lines, which copies of the store share.
 //
-// Rows are zero-based. A store may be empty. A line may hold any byte, a line break included. A change that memory does
-// not suffice for throws std::bad_alloc, and leaves the store as it was.
+// To copy a store costs one pointer. The first change after that clones the way down to one chunk, but no text: a chunk
+// points to bytes in blocks that never change, or to edited lines of its own.
+//
+// Rows are zero-based. A store may be empty. A line may hold any byte, even a line break. If memory runs out during a
+// change, it throws std::bad_alloc, and the store is as it was.
 class LineStore {
 public:
     LineStore();
     // One row for each string.
     explicit LineStore(const std::vector<std::string>& lines);
-    // The bytes of a block from begin to end as rows that each end in "\n" (the last may lack it, and
-    // then the byte behind it must be writable: it becomes one). One carriage return before each
-    // line end is dropped. No bytes: no rows. The block becomes immutable by this.
+    // The bytes of a block, cut into rows at each "\n". If the last row has none, the byte behind it must be writable:
+    // it becomes a "\n". One carriage return in front of each line end is dropped. An empty block gives no rows. The
+    // block must not change any more.
     static LineStore from_block(const std::shared_ptr<Block>& block);
-    // text cut at each "\n" as above; a last "\n" starts no further row.
-    enum class Returns { Drop, Keep };  // the carriage return before a line end
+    // A copy of text, cut into rows in the same way. A "\n" at the end starts no further row.
+    enum class Returns { Drop, Keep };  // what becomes of a carriage return in front of a line end
     static LineStore from_text(std::string_view text, Returns returns = Returns::Drop);
 
     size_t size() const;
     bool empty() const { return size() == 0; }
 
-    // The row's bytes; row < size(). Valid until the row or a row of its chunk changes, and not
-    // longer than this store or a copy made meanwhile lives, nor after a thin(). Making at() strings does not end it.
+    // The bytes of the row; row < size(). The view is valid until a row of the same chunk changes, until a thin(), and
+    // as long as this store or a copy made meanwhile lives. A call of at() leaves it valid.
     std::string_view view(size_t row) const;
     size_t length(size_t row) const;  // of view(row); never throws
-    // Rows [first, first + rows.size()), all below size(), as view() gives them: sooner than one after the other.
+    // Fills rows with the views of as many rows from first on; all must exist. Faster than calling view() for each row.
     void views(size_t first, std::span<std::string_view> rows) const;
-    // The same as a string that lives in the store, for callers that need one; view() is cheaper.
+    // The row as a string that the store keeps, for callers that need one. view() is cheaper.
     const std::string& at(size_t row) const;
-    // For editing in place. The reference dies when the row changes otherwise or goes, not when other rows come or go,
-    // and must not be kept while the store is copied: the copy would see the change. room is how many bytes the line
-    // will grow by.
+    // The row for changing it in place; room is by how many bytes it will grow. The reference becomes invalid when the
+    // row is removed or changed in another way; other rows may come and go. Do not hold it while the store is copied:
+    // the copy would see the change.
     std::string& edit(size_t row, size_t room = 0);
     // Replaces the row's text.
     void set(size_t row, std::string_view text);
@@ -55,12 +56,12 @@ public:
     void insert(size_t row, const std::vector<std::string>& lines);  // row <= size()
     // Inserts all rows of other, sharing their bytes and whole chunks.
     void insert(size_t row, const LineStore& other);  // row <= size()
-    void erase(size_t first, size_t last);            // [first, last), clamped
-    // Rows [first, last), sharing bytes and whole chunks; clamped.
+    void erase(size_t first, size_t last);            // rows [first, last), as far as they exist
+    // A store of rows [first, last), as far as they exist. Shares bytes and whole chunks.
     LineStore slice(size_t first, size_t last) const;
 
-    // Rows that lie one behind the other in memory, each followed by one "\n" that belongs to the
-    // run; a single edited row is a run whose bytes lack that "\n" (terminated is false).
+    // Rows that lie one behind the other in memory. Each is followed by one "\n", which belongs to the run. An edited
+    // row is a run of its own, whose bytes have no "\n"; terminated is false then.
     struct Run {
         size_t first_row = 0, rows = 0;
         std::string_view bytes;
@@ -70,45 +71,48 @@ public:
     Run run_from(size_t row, size_t limit = RUN_LIMIT) const;
     // The run that ends with row (row < size()), of at most about limit bytes, at least one row.
     Run run_to(size_t row, size_t limit = RUN_LIMIT) const;
-    // The row of the run in which the byte at offset (below bytes.size()) lies.
+    // The row that holds the byte at this offset in the run (offset < bytes.size()).
     size_t row_at(const Run& run, size_t offset) const;
     static constexpr size_t RUN_LIMIT = size_t{4} << 20;
 
-    // Replaces what in rows first to last (inclusive; last is lowered to the last row), from left to right in each;
-    // what must not hold a line break. Rows without it are shared as they were. Once patience ended, the places
-    // found until then are replaced.
+    // Replaces each place of what, which must not hold a line break, by the text by. Looks at rows first to last, both
+    // inclusive, as far as they exist, from left to right in each. Rows without what stay shared. If patience ends,
+    // only the places found until then are replaced.
     struct Replaced {
-        size_t count = 0, last_row = 0, last_col = 0;  // of the last place, in the new text; if count is not 0
-        bool changed = false;                          // some bytes became other ones
+        size_t count = 0, last_row = 0, last_col = 0;  // count of places; where the last one is in the new text
+        bool changed = false;                          // whether any byte is another one now
     };
     Replaced replace(size_t first, size_t last, const ByteSearch& what, std::string_view by, Patience& patience);
 
-    // For a state that is kept beside a newer one of the same text: long lines of this store, and of all that share
-    // them, become differences to the newer lines. Every line reads as before, though after that view() and all that
-    // reads may throw std::bad_alloc. Views of these lines must not be in use. Without memory less is done.
+    // Saves memory for an undo state that is kept beside a newer state of the same text: long lines of this store, and
+    // of all stores that share them, become differences to the newer lines. Every line reads as before, but afterwards
+    // functions that read may throw std::bad_alloc. Views of these lines must not be in use. If memory runs out, fewer
+    // lines become differences.
     struct Thinned {
-        size_t bytes = 0;          // kept for lines of HUGE_LINE and more that the newer store has in another form
-        bool differences = false;  // there are some
+        size_t bytes = 0;          // kept here for lines of HUGE_LINE and more that differ in the newer store
+        bool differences = false;  // whether any line is a difference now
     };
     Thinned thin(const LineStore& newer) const noexcept;
     static constexpr size_t HUGE_LINE = size_t{1} << 20;
-    // Before this store goes, and only then: its differences to newer. Once it has gone, settle() makes those whole
-    // that somebody else still has, so that they do not hold fast all the newer lines that will ever come.
+    // For a store that is about to be destroyed: adds its differences to newer to the list to. After the store is gone,
+    // settle() makes those whole that another store still uses. Otherwise each would keep its newer line alive, and
+    // that line the next newer one, without end.
     using Differences = std::vector<std::shared_ptr<EditedLine>>;
-    void add_differences(const LineStore& newer, Differences& to) const noexcept;  // without memory not all
+    void add_differences(const LineStore& newer, Differences& to) const noexcept;  // fewer if memory runs out
     static void settle(Differences& left) noexcept;
 
-    // New texts for many rows, put in ascending order. Each touched chunk is rebuilt once, in blocks
-    // of large size, so that changing every line costs little more than copying the bytes. Until
-    // finish() the store must not be changed otherwise, and reads as before.
+    // Gives new texts to many rows, in ascending order. Each chunk that changes is rebuilt once, in large blocks, so
+    // that to change every line costs little more than to copy the bytes. Until finish() the store reads as before, and
+    // must not be changed in another way.
     class Rewriter {
     public:
-        // finish() sets *changed (may be null) if a row gets other bytes than it had.
+        // finish() sets *changed (may be null) if any row gets other bytes than it had.
         explicit Rewriter(LineStore& store, bool* changed = nullptr);
-        ~Rewriter();  // drops what finish() has not put into the store: only an exception comes before that
+        ~Rewriter();  // without finish(), after an exception, the store stays as it was
         Rewriter(const Rewriter&) = delete;
         Rewriter& operator=(const Rewriter&) = delete;
-        // row above the last one put (others work, slowly); nothing from size() on.
+        // Gives row the new text. Rows should come in ascending order; another order works, but is slow. A row from
+        // size() on is ignored.
         void put(size_t row, std::string_view text);
         void finish();
 
@@ -128,5 +132,5 @@ private:
     template <typename Rows>
     bool insert_few(size_t row, size_t count, const Rows& put_into);
 
-    std::shared_ptr<LineTree> tree_;  // null: no rows
+    std::shared_ptr<LineTree> tree_;  // null if there are no rows
 };

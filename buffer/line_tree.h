@@ -9,14 +9,14 @@
 
 #include "buffer/line_chunk.h"
 
-// The directory over the chunks of a LineStore, in three levels that copies share: a root, branches, leaves, chunks.
-// Each is small, so that cloning the way down costs the same at ten million lines as at ten thousand. Part of the
-// store's inside.
+// One level of the tree by which a LineStore finds its chunks. The tree has a root (LineTree), branches, leaves and
+// chunks. Copies of a store share them. Every part is small, so that to clone the way from the root to a chunk costs
+// the same at ten million lines as at ten thousand. Only LineStore and its helpers use it.
 template <typename Part>
 struct LineLevel {
     struct Entry {
         std::shared_ptr<Part> part;
-        size_t end;  // rows up to the part's end, from the level's first row: a row is found by binary search
+        size_t end;  // rows of this level up to the end of the part; a row is found by binary search
     };
     std::vector<Entry> entries;
 
@@ -31,7 +31,7 @@ struct LineLevel {
         const size_t end = rows() + part->rows();
         entries.push_back({std::move(part), end});
     }
-    // The part at index got delta rows more (modulo the size of size_t).
+    // Notes that the part at index has delta rows more. For fewer rows delta wraps around, as unsigned numbers do.
     void grow(size_t index, size_t delta) {
         for (; index < entries.size(); ++index) entries[index].end += delta;
     }
@@ -42,27 +42,28 @@ using LineBranch = LineLevel<LineLeaf>;
 
 struct LineTree : LineLevel<LineBranch> {
     struct Place {
-        size_t branch = 0, leaf = 0, chunk = 0, row = 0;  // row counts from the chunk's first one
+        size_t branch = 0, leaf = 0, chunk = 0, row = 0;  // row counts from the first row of the chunk
     };
 
     Place locate(size_t row) const;  // row < rows()
     const LineLeaf& leaf(const Place& at) const { return *entries[at.branch].part->entries[at.leaf].part; }
     LineChunk& chunk(const Place& at) const { return *leaf(at).entries[at.chunk].part; }
-    // To the neighbouring chunk; false at the end, and then at stays. at.row becomes its first or last row.
+    // Move at to the next chunk and its first row, or to the one before and its last row. If there is none, they return
+    // false, and at stays.
     bool step_forward(Place& at) const;
     bool step_back(Place& at) const;
 };
 
-// Puts a new tree together from left to right, sharing whole branches, leaves and chunks of other trees.
+// Builds a new tree from left to right. It shares whole branches, leaves and chunks of other trees.
 class LineTreeBuilder {
 public:
-    // A new chunk of at least one row.
+    // Adds a new chunk of at least one row.
     void add_new(std::shared_ptr<LineChunk> chunk);
-    // Rows [first, last) of another tree. Tiny chunks are joined, so that edits anywhere leave no crumbs.
+    // Adds rows [first, last) of another tree. Tiny chunks are joined, so that edits do not leave ever more of them.
     void add_rows(const LineTree& from, size_t first, size_t last);
-    // A chunk that may be tiny and may be shared.
+    // Adds a chunk, which may be tiny and may be shared.
     void add_chunk(std::shared_ptr<LineChunk> chunk);
-    std::shared_ptr<LineTree> finish();  // null if there are no rows; the builder is empty then
+    std::shared_ptr<LineTree> finish();  // the tree, null if it has no rows; empties the builder
 
 private:
     template <typename Part>
@@ -75,26 +76,26 @@ private:
     void flush_leaves();
 
     std::shared_ptr<LineTree> tree_ = std::make_shared<LineTree>();
-    std::vector<std::shared_ptr<LineLeaf>> leaves_;   // of the next branch
-    std::vector<std::shared_ptr<LineChunk>> chunks_;  // of the next leaf, behind these
+    std::vector<std::shared_ptr<LineLeaf>> leaves_;   // leaves of the next branch
+    std::vector<std::shared_ptr<LineChunk>> chunks_;  // chunks of the next leaf
 };
 
-// Cuts lines that lie one behind the other in blocks into chunks.
+// Takes lines that lie one behind the other in a block, and makes chunks of them.
 class SliceCutter {
 public:
     explicit SliceCutter(LineTreeBuilder& out) : out_(out) {}
-    // The next line starts here; the one before ended here as well, or finish() is done by this.
+    // Says where the next line starts. If the line before did not end there, this calls finish() first.
     void start_at(const std::shared_ptr<const Block>& block, const char* at);
-    // The next line, which is followed by "\n": length + 1 bytes.
+    // Adds the next line: length bytes and the "\n" behind them.
     void add(size_t length) {
         const size_t bytes = length + 1;
         if (rows_ == LineChunk::MAX_ROWS || (rows_ > 0 && bytes_ + bytes > LineChunk::MAX_BYTES)) finish();
         if (rows_ == 0) stride_ = bytes;
         if (bytes != stride_) alike_ = false;
         bytes_ += bytes;
-        starts_[++rows_] = static_cast<uint16_t>(bytes_);  // unused where a single line is longer
+        starts_[++rows_] = static_cast<uint16_t>(bytes_);  // not used if a single line is longer than 16 bits can say
     }
-    void finish();  // the lines so far are in the builder then
+    void finish();  // hands all lines so far to the builder
 
 private:
     LineTreeBuilder& out_;

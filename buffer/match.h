@@ -11,16 +11,17 @@
 
 class LineStore;
 
-// A search string made ready: read once, then asked about many lines. What it finds is what
-// shortest-first backtracking over the string finds; the time is linear in string times text.
+// A search string that was read once, and can then be looked for in many lines. It finds what a backtracking search
+// finds that tries the shortest text for each star first. The time is in proportion to the length of the string times
+// that of the text.
 //
-// Columns are zero-based bytes. A string without wildcards (TextBuffer::has_wildcards) is searched
-// literally, NUL bytes included; a NUL ends a wildcard string.
+// Columns are zero-based and count bytes. A string without wildcards (TextBuffer::has_wildcards) stands for itself, NUL
+// bytes included. A string with wildcards ends at the first NUL.
 class Matcher {
 public:
     static constexpr int LINE_START = -1;
-    // A line, or what is left of one behind a change: before is the byte in front of text, or
-    // LINE_START when text begins the line.
+    // A line, or the rest of a line behind a place that was changed. before is the byte in front of text, or LINE_START
+    // if text begins the line.
     struct Piece {
         std::string_view text;
         int before = LINE_START;
@@ -32,9 +33,9 @@ public:
         size_t row = 0, col = 0, len = 0;
     };
 
-    Matcher();  // the empty string: finds nothing
-    // exact false: string and text are both folded with tolower of the C locale. Long matches give up
-    // (as if nothing were found) once *abort is not 0; the flag is left as it is.
+    Matcher();  // the empty string, which is found nowhere
+    // If exact is false, capital and small letters A to Z count as the same. Once *abort (may be null) is not 0, a long
+    // search stops as if nothing were found; the flag stays set.
     Matcher(std::string_view needle, bool exact, const volatile std::sig_atomic_t* abort = nullptr);
     ~Matcher();
     Matcher(Matcher&&) noexcept;
@@ -43,21 +44,21 @@ public:
     const std::string& needle() const;
     bool exact() const;
     bool wild() const;
-    // What a literal string is found with; null for one with wildcards, an empty one and one with a line break.
+    // The search for a string without wildcards. Null if it has wildcards, is empty or holds a line break.
     const ByteSearch* literal() const;
     Patience patience() const { return Patience(abort()); }
 
-    // The first match that starts at column from or later (from is lowered to the length of text).
+    // The first match that starts at column from or later. A from behind the end counts as the end.
     std::optional<Match> first_in(const Piece& line, size_t from) const;
-    // The last one below limit (lowered to the length): a literal must end at or before it, a wildcard
-    // match may start at it.
+    // The last match in front of column limit; a limit behind the end counts as the end. A string without wildcards
+    // must end at limit or before it, one with wildcards may start there.
     std::optional<Match> last_in(const Piece& line, size_t limit) const;
-    // The length of the match at col, by the rules of TextBuffer::match_len_at; 0 once it gave up, so that
-    // nobody takes the string's own length for text that was matched.
+    // The length of the match at col, by the rules of TextBuffer::match_len_at. 0 if the search was stopped by the
+    // abort flag, so that nobody takes the string's own length for text that was matched.
     size_t length_at(std::string_view line, size_t col) const;
 
-    // Scans over the rows of a store: the rules of TextBuffer::find_forward and find_backward. Untouched
-    // runs of bytes are searched as they lie. An aborted scan returns nothing.
+    // Search the rows of a store, by the rules of TextBuffer::find_forward and find_backward. Long stretches of
+    // untouched lines are searched as one text. If the abort flag stops the search, it returns nothing.
     std::optional<Place> find_forward(const LineStore& lines, size_t row, size_t col) const;
     std::optional<Place> find_backward(const LineStore& lines, size_t row, size_t col) const;
 

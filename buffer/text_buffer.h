@@ -12,29 +12,32 @@
 #include "buffer/match.h"
 #include "files/file_handle.h"
 
-// The text of one buffer: its lines without terminators, the file it came from, a modified flag, a
-// final-newline flag and one optional mark that edits keep pointing at the same text. A value: a copy
-// is an independent text, and shares what has not changed.
+// This folder, buffer/, holds the text of a buffer, the shared storage of its lines, and the search in it. It knows
+// nothing of commands and never prints.
 //
-// Rows and columns are zero-based, columns count bytes; a column may equal the line's length. Positions
-// outside the text are never errors: reading them gives empty results, deleting does nothing, columns
-// are lowered to the length, insertions first append empty lines up to the row. There is always at
-// least one line. Every change of text sets modified(). A change that memory does not suffice for throws
-// std::bad_alloc, and leaves the text, the mark, modified() and the caller's row and column as they were.
+// A TextBuffer is the text of one buffer: its lines without line ends, the name of its file, whether it was modified,
+// whether it ends in a newline, and at most one mark, which moves with the text around it. A copy is an independent
+// text that shares what has not changed.
+//
+// Rows and columns are zero-based, and columns count bytes. A column may equal the length of the line. Positions
+// outside the text are never errors: to read there gives nothing, to delete does nothing, a column behind the end
+// counts as the end, and to insert behind the last row first appends empty lines. There is always at least one line.
+// Every change of the text sets modified(). If memory runs out during a change, it throws std::bad_alloc, and the text,
+// the mark, modified() and the caller's row and column are as they were.
 class TextBuffer {
 public:
     TextBuffer();  // one empty line, without a name
 
     // --- Loading and the whole text: text_buffer.cpp ---
-    enum class Load { Missing, Whole, Broken };  // Broken: it exists, but could not be read to its end
-    // Reads the file; false if it could not be opened. *abort, polled while reading, ends it early. Without the memory
-    // for it the text is empty and load_state() Broken.
+    enum class Load { Missing, Whole, Broken };  // Broken: the file exists, but was not read to its end
+    // Reads the file. Returns false if it could not be opened. Reading stops once *abort (may be null) is not 0. If
+    // memory runs out, the text is empty and load_state() is Broken.
     bool load(const std::string& path, const volatile std::sig_atomic_t* abort = nullptr);
-    // How the last load() ended. Broken also when the file exists and could not be opened at all.
+    // How the last load() ended. A file that exists but could not be opened counts as Broken.
     Load load_state() const { return load_state_; }
-    // Of errno: why it was not Whole; EISDIR for a directory, which counts as empty. 0 otherwise.
+    // The errno that says why the last load() was not Whole, else 0. EISDIR for a directory, which counts as empty.
     int load_error() const { return load_error_; }
-    // The file as it was before it was read; empty if there was none.
+    // The file as it was before it was read; all 0 if there was none.
     const FileState& loaded_file() const { return loaded_file_; }
     void set_filename(const std::string& name) { filename_ = name; }
     const std::string& filename() const { return filename_; }
@@ -46,30 +49,30 @@ public:
     void clear();
     void set_text(std::string_view text);
     std::string text() const;
-    const std::string& line(size_t row) const;  // past the end: a shared empty string
-    std::string& line(size_t row);              // ensure_row first; the caller sets modified and mark
-    std::string_view view(size_t row) const;    // line() without making a string
-    std::vector<std::string_view> views(size_t first, size_t most) const;  // of rows from first on, where there are
+    const std::string& line(size_t row) const;  // past the end an empty string
+    std::string& line(size_t row);              // row must exist; the caller looks after modified() and the mark
+    std::string_view view(size_t row) const;    // as line(), but makes no string
+    std::vector<std::string_view> views(size_t first, size_t most) const;  // of rows from first on, at most so many
     size_t length(size_t row) const { return row < line_count() ? lines_.length(row) : 0; }
-    std::vector<std::string> lines_in_range(size_t first, size_t last) const;  // inclusive
-    void ensure_row(size_t row);                                               // does not set modified
+    std::vector<std::string> lines_in_range(size_t first, size_t last) const;  // both inclusive
+    void ensure_row(size_t row);  // appends empty lines until row exists; leaves modified()
 
     // --- Whole lines ---
     void append_lines(const std::vector<std::string>& lines);
     void append_lines(const LineStore& lines);
     void insert_lines(size_t at, const std::vector<std::string>& lines);
     void insert_lines(size_t at, const LineStore& lines);
-    std::string delete_line(size_t row);                     // the text and "\n"
-    std::string delete_range(size_t first, size_t last);     // inclusive
-    LineStore take_range(size_t first, size_t last);         // delete_range that shares the text
-    LineStore share_range(size_t first, size_t last) const;  // lines_in_range that shares the text
-    void set_lines(const LineStore& lines);                  // set_text for lines; final newline kept
+    std::string delete_line(size_t row);                     // returns the line and "\n"
+    std::string delete_range(size_t first, size_t last);     // both inclusive; returns the lines with "\n"
+    LineStore take_range(size_t first, size_t last);         // as delete_range, but shares the text
+    LineStore share_range(size_t first, size_t last) const;  // as lines_in_range, but shares the text
+    void set_lines(const LineStore& lines);                  // as set_text, but keeps final_newline()
     const LineStore& lines() const { return lines_; }
 
     // --- Characters, words and spans: text_edits.cpp ---
     void insert_char(size_t row, size_t col, char c);
     void insert_text(size_t& row, size_t& col, std::string_view text);
-    // Inserts the rows, each followed by a line break, as insert_text would their joined text.
+    // Inserts the rows, each with a line break behind it, as insert_text would insert them joined to one text.
     void insert_rows_as_text(size_t& row, size_t& col, const LineStore& rows);
     void split_line(size_t row, size_t col);
     char backspace(size_t& row, size_t& col);
@@ -80,16 +83,15 @@ public:
     std::string delete_word_backward(size_t& row, size_t& col, const std::string& delims);
     std::string text_in_span(size_t r1, size_t c1, size_t r2, size_t c2) const;
     std::string delete_span(size_t r1, size_t c1, size_t r2, size_t c2);
-    // Replaces count bytes at col by text, which goes into the line as it is, line breaks included. Row
-    // past the end: no change; col and count are lowered. The mark moves with its text: behind the
-    // replaced bytes it shifts, inside them it goes to their start, at the start it stays. The same bytes
-    // again are no change.
+    // Replaces count bytes at col by text. A line break in text becomes a byte of the line and does not split it. If
+    // row is past the end, nothing changes; col and count are cut at the end of the line. A mark behind the replaced
+    // bytes moves with its text, and a mark inside them goes to their start. If the bytes are the same as before, that
+    // is no change.
     void replace_in_line(size_t row, size_t col, size_t count, std::string_view text);
-    // LineStore::replace with a search string that has a literal(); the mark must not lie in these rows.
+    // Calls LineStore::replace. what must have a literal(), and the mark must not lie in these rows.
     LineStore::Replaced replace_all(size_t first, size_t last, const Matcher& what, std::string_view by);
-    // Replaces whole lines in ascending order (see LineStore::Rewriter). A line that gets other bytes sets
-    // modified(); the caller lowers the mark's column to its line afterwards, by clamp_mark(). The buffer
-    // must stay where it is meanwhile.
+    // Replaces whole lines in ascending order (see LineStore::Rewriter). A line that gets other bytes sets modified().
+    // The caller calls clamp_mark() afterwards. The buffer object must not move or go meanwhile.
     LineStore::Rewriter rewrite();
 
     // --- The mark: mark.cpp ---
@@ -105,7 +107,8 @@ public:
     // --- Searching: match.cpp ---
     static bool has_wildcards(const std::string& s);
     static std::string to_lower(const std::string& s);
-    // Matches pattern (ended by NUL) against a prefix of len bytes at text: bytes matched, or -1.
+    // Matches a pattern that ends with NUL against the start of the len bytes at text. Returns how many bytes it
+    // matched, or -1.
     static int wmatch(const char* pattern, const char* text, size_t len);
     size_t match_len_at(const std::string& needle, size_t row, size_t col, bool exact) const;
     std::optional<std::pair<size_t, size_t>> find_forward(const std::string& needle, size_t row, size_t col,
