@@ -32,8 +32,8 @@ public:
     // be kept, commit() fails. If a device or a FIFO stands there now and known is none, it is refused with ESTALE.
     bool open(const std::string& path, Existing existing, const volatile std::sig_atomic_t* abort = nullptr,
               const FileState* known = nullptr);
-    // After open(): write() gives up, with EINTR, once *abort is set, also where it fills a regular file. The old text is
-    // as it was then.
+    // After open(): write() gives up, with EINTR, once *abort is set, also where it fills a regular file. The old text
+    // is as it was then.
     void give_up_when_aborted();
     // After open(): what is told, with the path of the safety copy, before a file is written over where it stands.
     void before_overwrite(std::function<void(const std::string& copy)> tell);

@@ -43,7 +43,7 @@ struct Row {
 
     std::string bytes(size_t count) const {
         std::string all;
-        for (const char glyph : text.substr(0, count)) all += GLYPHS[static_cast<size_t>(glyph)].bytes;
+        for (const char glyph : text.substr(0, count)) all += GLYPHS[static_cast<unsigned char>(glyph)].bytes;
         return all;
     }
     // As Emulator::row has it. What would fill the last cell is left out unless that can be filled.
@@ -60,7 +60,7 @@ struct Row {
         bool room = true;
         for (const char c : gutter) room = put(std::string(1, c), 1, false);
         for (size_t i = 0; i < text.size() && room; ++i) {
-            const Glyph& glyph = GLYPHS[static_cast<size_t>(text[i])];
+            const Glyph& glyph = GLYPHS[static_cast<unsigned char>(text[i])];
             do {
                 for (const std::string& shown : glyph.shown)
                     room = room && put(shown, glyph.cells, from <= i && i < to);
