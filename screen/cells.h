@@ -7,31 +7,31 @@
 #include <string_view>
 #include <vector>
 
-// Text as the cells of a screen row, in the character set of LC_CTYPE: whole characters of one or two cells,
-// with combining characters on the cell before them; tabs reach to the next multiple of 8 on the screen;
-// control bytes show as ^X, and a byte that is no character as one cell (in a one-byte character set as
-// curses shows it, M-x or ~x). Nothing else of the text reaches the terminal.
+// Text as the cells of a screen row, in the character set of LC_CTYPE. A character takes one or two cells; a combining
+// character belongs to the cell before it. A tab reaches to the next column of the screen that is a multiple of 8. A
+// control byte shows as ^X. A byte that is no character takes one cell; in a one-byte character set it shows as curses
+// shows it, M-x or ~x. Nothing else of the text reaches the terminal.
 class CellRow {
 public:
     struct Cell {
         wchar_t base = L' ';     // SECOND_HALF for the right half of the character before
         std::uint16_t mark = 0;  // 0, or the number of its combining characters, see marks()
         bool reverse = false;
-        bool unused = false;  // cells are compared as a whole
+        bool unused = false;  // fills the cell up to 8 bytes, which are compared at once
     };
     static constexpr wchar_t SECOND_HALF = L'\0';
 
     explicit CellRow(size_t width = 0) : cells_(width) {}
-    void clear(size_t width);  // now width blanks
+    void clear(size_t width);  // makes it width blanks
 
-    // Appends characters until the row is full. Those that hold a byte of [reverse_from, reverse_to) are
-    // shown in reverse video. false once something found no room.
+    // Appends characters until the row is full. Those that hold a byte of [reverse_from, reverse_to) are shown in
+    // reverse video. Returns false if something had no room.
     bool add(std::string_view text, size_t reverse_from = 0, size_t reverse_to = 0);
-    // Cells used so far.
+    // How many cells hold text so far.
     size_t used() const { return used_; }
-    // Cells in all; those behind the used ones are blank.
+    // How many cells there are; those behind used() are blank.
     size_t width() const { return cells_.size(); }
-    // Whether every cell is a character of its own.
+    // Whether every character takes exactly one cell.
     bool all_single() const { return all_single_; }
     const Cell& operator[](size_t i) const { return cells_[i]; }
     bool is_second_half(size_t i) const { return cells_[i].base == SECOND_HALF; }
@@ -45,8 +45,8 @@ public:
     }
     // How many cells from i on look like those of other from j on.
     size_t alike(size_t i, const CellRow& other, size_t j) const;
-    // Blanks come in between from cell at on, the last cells fall off; or the cells from at on go, blanks come in at
-    // the end. at + count <= width(), and all_single().
+    // insert_blanks() puts count blanks in front of cell at; the last cells of the row are lost. remove() takes count
+    // cells from at on away; blanks fill the end. at + count <= width(), and all_single() must be true.
     void insert_blanks(size_t at, size_t count);
     void remove(size_t at, size_t count);
 
@@ -56,14 +56,14 @@ private:
 
     std::vector<Cell> cells_;
     std::vector<std::wstring> marks_;
-    size_t used_ = 0, text_cells_ = 0, last_ = 0;  // last_: of the character added last
+    size_t used_ = 0, text_cells_ = 0, last_ = 0;  // last_: cell of the character added last
     bool all_single_ = true;
 };
 
-// text's bytes from column from on (a byte column, lowered to the length): those of a character that begins
-// before it are left out.
+// The bytes of text from byte column from on, without the rest of a character that begins before it. A from behind the
+// end counts as the end.
 std::string_view kpe_text_from(std::string_view text, size_t from);
-// text's first size bytes, without the beginning of a character that ends behind them.
+// The first size bytes of text, without the beginning of a character that ends behind them.
 std::string_view kpe_text_until(std::string_view text, size_t size);
-// The screen column of the byte column col, when the byte column left stands at screen column start.
+// The screen column of byte column col of the line, if byte column left stands at screen column start.
 size_t kpe_cell_of(std::string_view line, size_t left, size_t col, size_t start);

@@ -5,16 +5,17 @@
 
 #include "system/terminal.h"
 
-// The next key, normalised; an interrupt counts as Ctrl/C. Calls draw before it waits (so not while keys are
-// typed faster than they are handled), and again, with anew, whenever the size of the terminal changed or its
-// picture was lost meanwhile. ERR when there will be no more keys: end of input, a hangup, or a signal that
-// ends the process. While a CursesSession lives.
+// Waits for the next key and returns its normalised code; an interrupt counts as Ctrl/C. A CursesSession must live.
+//
+// It calls draw before it waits, so not while keys are typed faster than they are handled. It calls draw again, with
+// anew set, when the terminal has got another size or its picture was lost. Returns ERR when there will be no more
+// keys: at the end of input, after a hangup, and after a signal that ends the process.
 using KpeDraw = std::function<void(bool anew)>;
 int kpe_read_key(bool pc_keypad, const KpeDraw& draw);
-// How many keys were read so far, and how many of them were Ctrl/C.
+// How many keys were read since the start, and how many of them were Ctrl/C.
 size_t kpe_keys_read();
 size_t kpe_cancels_read();
-// The next so many bytes were typed before the terminal was raw: Return is a line feed there.
+// Says that the next so many bytes were typed before the terminal was raw: in them a line feed means Return.
 void kpe_expect_typed_before(size_t bytes);
-// Whether the terminal has hung up: no key will come any more, not even the Ctrl/C that ends what lasts.
+// Whether the terminal has hung up. Then no key will come any more, not even the Ctrl/C that stops a long operation.
 bool kpe_terminal_gone();

@@ -5,20 +5,21 @@
 
 #include "screen/cells.h"
 
-// Brings rows of the terminal from what they show to what they should show, with as few bytes as it can, by the
-// entry of the terminal type that curses has current. curses starts, suspends and ends the screen; its own windows
-// would cost a key several times what the rest of it takes, so they stay blank.
+// Sends the terminal what turns the picture that it shows into another one, with as few bytes as possible. It uses the
+// terminal entry that curses has loaded. curses starts, suspends and ends the screen, but its own windows stay blank:
+// to use them would make each key several times as slow.
 //
 // Rows and columns are zero-based. Nothing is sent before flush().
 class Painter {
 public:
-    // Clears a screen of this size with normal attributes and the cursor anywhere. Needs curses to be started.
+    // Begins with a cleared screen of this size. Attributes are normal; the cursor may be anywhere. Curses must be
+    // started.
     void begin(int rows, int cols);
 
-    // Makes row show now where it shows was; both are as wide as the screen.
+    // Sends what turns row from was into now. Both are as wide as the screen.
     void change(int row, const CellRow& was, const CellRow& now);
-    // Moves rows top to bottom (inclusive) up by count, or down by -count; the rows that come in are blank. false,
-    // with nothing done, when the terminal cannot.
+    // Moves rows top to bottom (both inclusive) up by count, or down by -count if count is negative. The rows that come
+    // in are blank. Returns false and does nothing if the terminal cannot do it.
     bool scroll_rows(int top, int bottom, int count);
     void move_cursor(int row, int col);
     void flush();
@@ -26,7 +27,7 @@ public:
 private:
     static constexpr int UNKNOWN = -1;
 
-    // Whether the last cell of row can be written: that of the screen would scroll it on some terminals.
+    // Whether the last cell of row can be written. In the last row it cannot: some terminals would scroll.
     bool can_fill(int row) const;
     void send(const char* capability);
     void clear();
@@ -42,11 +43,11 @@ private:
     void send_difference(int row, const CellRow& was, const CellRow& now, size_t from, size_t to);
 
     int rows_ = 0, cols_ = 0;
-    int row_ = UNKNOWN, col_ = UNKNOWN;  // where the cursor is
+    int row_ = UNKNOWN, col_ = UNKNOWN;  // where the cursor stands
     bool reverse_ = false;
-    bool plain_address_ = false;                                 // rows and columns are addressed as ECMA-48 has it
-    bool short_moves_ = false;                                   // to the start of this row and the next by CR and LF
-    const char *reverse_on_ = nullptr, *reverse_off_ = nullptr;  // of the entry; null: shown without
+    bool plain_address_ = false;                                 // the cursor is moved by the sequence of ECMA-48
+    bool short_moves_ = false;                                   // CR and LF move to the start of the row and down
+    const char *reverse_on_ = nullptr, *reverse_off_ = nullptr;  // from the entry; null: not shown
     std::string out_;
     CellRow scratch_;
 };

@@ -8,22 +8,23 @@
 #include "screen/cells.h"
 #include "screen/painter.h"
 
-// The picture on the terminal, row by row. Text is only turned into cells where it changed, and only cells that
-// changed are sent: that is what makes a key cheap on any screen.
+// The picture on the terminal, row by row. Only rows whose text has changed are turned into cells, and only cells that
+// have changed are sent. This makes a key fast on a screen of any size.
 class ShownRows {
 public:
-    // A row of the screen: lead, and text behind it with its bytes [reverse_from, reverse_to) in reverse video.
+    // What a row of the screen shows: lead, then text with its bytes [reverse_from, reverse_to) in reverse video.
     struct Content {
         std::string_view lead, text;
         size_t reverse_from = 0, reverse_to = 0;
     };
-    // Begins the next picture, of this size. Rows that nobody shows stay as they are.
+    // Begins the next picture, of this size. Rows for which show() is not called stay as they are.
     void begin(int rows, int cols);
-    // A row that the screen does not have is left out; of two contents for a row the later one counts.
+    // Sets what a row shows. A row that the screen does not have is ignored. A second call for a row replaces the
+    // first.
     void show(int row, const Content& content);
-    // Sends what changed and leaves the cursor at row and col, which the screen has.
+    // Sends what has changed, and leaves the cursor at row and col, which must be on the screen.
     void paint(int row, int col);
-    // The screen shows something else, or nothing: the next picture is painted anew.
+    // Notes that the terminal shows something else by now, so that all of the next picture is sent.
     void forget() { lost_ = true; }
 
 private:
@@ -48,5 +49,5 @@ private:
     Painter painter_;
 };
 
-// Of the one screen there is.
+// The picture on the one screen that there is.
 extern ShownRows g_shown_rows;
