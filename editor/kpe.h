@@ -19,24 +19,27 @@
 #include "files/journal_file.h"
 #include "system/idle.h"
 
-// The one session object: it owns the text, the settings and everything a command can change.
+// This folder, editor/, is the session: the class Editor and the commands of line mode, one topic a file.
 //
-// Rows and columns are zero-based and columns count bytes; line numbers that the user sees are one-based.
-// A final bool report tells whether the command talks: when false it prints nothing and only changes
-// state and message_.
+// Editor is the one session object. It owns the texts, the settings and everything else that a command can change. Its
+// operations stand under the name of the file that defines them.
+//
+// Rows and columns are zero-based, and columns count bytes. Line numbers that the user sees are one-based. The
+// parameter report says whether a command prints. If it is false, the command prints nothing; it only changes the state
+// and message_.
 class Editor {
 public:
-    static const int KPE_EXIT_EDITORABO = 4;  // exit status when the startup command file is missing
-    static constexpr size_t max_undo_ = 100;  // depth of each undo stack
+    static const int KPE_EXIT_EDITORABO = 4;  // exit status if the file of -command is missing
+    static constexpr size_t max_undo_ = 100;  // most states on each of the two stacks
 
     enum class CommandResult { Continue = 0, EnterScreenMode = 1, ExitSave = 2, ExitNoSave = 3, Error = 4 };
     enum class Direction { Advance = 0, Backup = 1 };
 
-    // Rows first to last, both inclusive, first <= last.
+    // Rows first to last, both inclusive; first <= last.
     struct LineRange {
         size_t first = 0, last = 0;
     };
-    // The select range, ordered; c2 is exclusive.
+    // The select range, from (r1, c1) to (r2, c2); the start comes first, and c2 is exclusive.
     struct SelSpan {
         size_t r1 = 0, c1 = 0, r2 = 0, c2 = 0;
     };
@@ -47,18 +50,18 @@ public:
         int seq_start = 100, seq_incr = 100;
     };
     struct ParsedCommand {
-        std::string verb;      // canonical, upper case; empty for an empty line
-        std::string args;      // the rest, trimmed, in its own case
+        std::string verb;      // full name in upper case; empty for an empty line
+        std::string args;      // what follows the verb, trimmed, in its own case
         std::string original;  // the whole line, trimmed
         Qualifiers qualifiers;
     };
-    // What a verb's handler gets.
+    // What the handler of a verb gets.
     struct Call {
         const std::string& args;
         const Qualifiers& quals;
         bool report;
     };
-    // All that one change can touch. Copies of texts share what has not changed.
+    // An undo state: all that one change can touch. Its texts share what has not changed.
     struct UndoSnapshot {
         TextBuffer buffer;
         std::map<std::string, TextBuffer> buffers;
@@ -69,14 +72,14 @@ public:
         LineStore delete_line_buffer;
         std::string delete_word_buffer;
         bool overstrike = false;
-        LineStore::Thinned thinned = {};  // against the state above it on its stack
+        LineStore::Thinned thinned = {};  // by the differences to the state above it on its stack
     };
-    // A state that nobody can go back to any more, and which of its lines were differences.
+    // An undo state that nobody can go back to any more, and those of its lines that are differences.
     struct DroppedState {
         UndoSnapshot state;
         LineStore::Differences differences;
     };
-    // While it lives, SIGINT sets g_kpe_abort_requested instead of ending the process.
+    // As long as the object lives, SIGINT sets g_kpe_abort_requested instead of ending the process.
     class AbortGuard {
     public:
         AbortGuard();
@@ -96,19 +99,19 @@ public:
     Editor& operator=(const Editor&) = delete;
     void set_debug_keys(bool on) { debug_keys_ = on; }
     void set_no_command(bool on) { no_command_ = on; }
-    void enable_versioning(bool on);  // false never switches it off
-    // The whole session; the process's exit status when line mode ends at end of input.
+    void enable_versioning(bool on);  // true switches versions on; false changes nothing
+    // Runs the whole session. Returns the exit status of the process when input ends; EXIT and QUIT do not return.
     int run();
     int line_mode();
     void handle_command_result(CommandResult r, bool exit_allowed);
     void reset_state();
 
     // --- Rescue: editor/rescue.cpp ---
-    // For the end of a session: keeps every text that is only here, and tells where. Throws nothing. false: not all of
-    // them could be kept whole.
+    // For the end of a session: writes every text that is stored nowhere else to a rescue file, and tells the user
+    // where. Throws nothing. Returns false if a text could not be kept whole.
     bool rescue();
 
-    struct KeyTable;  // what each key is called and does: screen/keys.cpp
+    struct KeyTable;  // what each key is called and what it does: screen/keys.cpp
 
     // --- Commands: editor/dispatch.cpp ---
     CommandResult execute_command(const std::string& raw, bool report);
@@ -120,21 +123,21 @@ private:
     struct Replacing;          // editor/substitute.cpp
     friend struct EditorPeek;  // the tests' one door
 
-    void load_current_file();  // filename_ into buffer_, and a copy as MAIN
-    void tell_unread();        // a user, that not all of it could be read
+    void load_current_file();  // reads filename_ into buffer_, and makes MAIN a copy
+    void tell_unread();        // tells the user if the file could not be read whole
 
     // --- Text helpers of the command language: editor/text_helpers.cpp ---
     static std::string trim(const std::string& text);
     static std::string upper(const std::string& text);
     static bool starts_with_ci(const std::string& s, const std::string& prefix);
-    static std::string strip_optional_quotes(const std::string& text);  // one pair of double quotes around it
+    static std::string strip_optional_quotes(const std::string& text);  // removes one pair of double quotes around it
     static bool is_comment_or_blank(const std::string& text);
     static bool is_abbrev(const std::string& word, const char* full, size_t min_len);
     static std::string strip_qualifiers_for_range(const std::string& text);  // cut at the first "/"
 
     // --- Qualifiers: editor/qualifiers.cpp ---
     static Qualifiers extract_qualifiers(std::string& text);
-    static size_t substitute_tail_pos(const std::string& text);  // npos: no delimiter right after the verb
+    static size_t substitute_tail_pos(const std::string& text);  // npos if no delimiter follows the verb directly
 
     // --- Recognition: editor/parse.cpp ---
     ParsedCommand parse_command(const std::string& raw) const;
@@ -143,10 +146,10 @@ private:
     // --- Line references and ranges: editor/ranges.cpp ---
     std::optional<size_t> parse_line_ref(const std::string& text) const;
     std::optional<LineRange> parse_line_range(const std::string& text) const;
-    // The range with its end lowered to the last line. The start stays: of a range behind the text first > last is
-    // left, which holds no line.
+    // The range with its end lowered to the last line. Its start stays, so a range behind the text becomes an empty
+    // one, with first > last.
     LineRange end_clamped(const LineRange& range) const;
-    // The range of text, or the cursor line when text is blank.
+    // The range that text names, or the line of the cursor if text is blank.
     std::optional<LineRange> range_or_cursor_line(const std::string& text) const;
 
     // --- Dispatch: editor/dispatch.cpp ---
@@ -163,15 +166,15 @@ private:
     static std::string current_date_string();
 
     // --- Settings: editor/settings.cpp ---
-    // Runs verb if it is a setting's; false when it is not.
+    // Runs the verb of a setting. Returns false if verb is none.
     bool setting_command(const std::string& verb, const std::string& args, bool report);
 
     // --- Undo: editor/undo.cpp ---
     UndoSnapshot capture_snapshot();
     void restore_snapshot(UndoSnapshot& snapshot);
     void begin_undo_unit();
-    // For a command or key that failed: brings the state back that its newest unit began with, if it began one. Needs
-    // no memory.
+    // For a command or a key that failed: brings back the state at the start of the unit that it began last, if it
+    // began one. Needs no memory.
     void take_back_unit();
     bool undo_last(bool report);
     bool redo_last(bool report);
@@ -182,26 +185,28 @@ private:
     void push_state(States& states, UndoSnapshot state);
     void drop_oldest(States& states);
     void free_dropped_states();
-    size_t text_bytes() const;  // of all buffers
-    // Puts the newest state of from in force and the present one on to; false, with a message, if from is empty.
+    size_t text_bytes() const;  // bytes of all buffers together
+    // Takes the newest state of from, brings it back, and puts the present state on to. If from is empty, it returns
+    // false and leaves a message.
     bool exchange_state(States& from, States& to, const ExchangeTexts& texts, bool report);
 
     // --- Search: editor/search.cpp ---
     bool check_abort(bool report);
-    const Matcher& matcher() const;  // last_search_ made ready under the current case rule
-    // Whether BEGIN, END and WORD allow a match of line.
+    const Matcher& matcher() const;  // last_search_, compiled for the current SET SEARCH
+    // Whether SET SEARCH BEGIN, END and WORD allow this match in the line.
     bool constraints_allow(const Matcher::Piece& line, const Matcher::Match& match) const;
     bool match_constraints_ok(size_t row, size_t col, size_t len) const;
     std::optional<std::pair<size_t, size_t>> search_forward(size_t row, size_t col) const;
     std::optional<std::pair<size_t, size_t>> search_backward(size_t row, size_t col) const;
-    // The same with the length found, in lines; and within one line, from a column or candidate on.
+    // The same, but with the length of the match, and in the given lines; then within one line, from a column on, or
+    // from a match on that may not be allowed.
     std::optional<Matcher::Place> next_place(const LineStore& lines, size_t row, size_t col) const;
     std::optional<Matcher::Place> previous_place(size_t row, size_t col) const;
     std::optional<Matcher::Match> next_allowed(const Matcher::Piece& line, size_t from) const;
     std::optional<Matcher::Match> previous_allowed(const Matcher::Piece& line, Matcher::Match match) const;
-    // Sleeps until g_kpe_abort_requested or g_kpe_end_signal is set, or the terminal is gone.
+    // Sleeps until g_kpe_abort_requested or g_kpe_end_signal is set, or until the terminal has gone.
     static void wait_for_interrupt();
-    bool on_last_match() const;  // the cursor stands on the match of the last search
+    bool on_last_match() const;  // whether the cursor stands on the match of the last search
     bool find_next(Direction d);
 
     // --- Substitution: editor/substitute.cpp ---
@@ -216,9 +221,10 @@ private:
     // --- Buffers: editor/buffers.cpp ---
     static std::string normalize_buffer_name(std::string name);
     void save_current_buffer_state();
-    TextBuffer& named_buffer(const std::string& name);  // as typed; an empty one is MAIN
-    TextBuffer& stored_buffer(const std::string& n);    // a name that is normalized already: made new if absent
-    // After a change of the stored copy: takes it over when name (normalized) is being edited.
+    TextBuffer& named_buffer(const std::string& name);  // name as it was typed; an empty one means MAIN
+    TextBuffer& stored_buffer(const std::string& n);    // n is normalized already; made if it is missing
+    // For use after a change of a stored buffer: if name (normalized) is the current buffer, buffer_ becomes a copy of
+    // it.
     void show_stored_if_current(const std::string& name);
     void find_buffer(const std::string& name, bool report);
     std::string paste_text_content();
@@ -229,7 +235,7 @@ private:
     void copy_move_command(const std::string& args, bool move, bool report);
 
     // --- Typed lines: editor/typing.cpp ---
-    // line with text_formfeed_ in place of each form feed.
+    // The line with text_formfeed_ in place of each form feed.
     std::string expand_formfeed_display(std::string line) const;
     void type_line_at(size_t row, bool brief, int brief_cols) const;
     void type_current_line(bool brief, int brief_cols) const;
@@ -244,13 +250,13 @@ private:
     // --- Macros: editor/macros.cpp ---
     static std::vector<std::string> split_macro_commands(const std::string& text);
     static std::string join_lines_as_text(const std::vector<std::string>& lines);
-    // The commands typed after a DEFINE MACRO without AS, up to END or a blank line.
+    // Reads the commands that follow a DEFINE MACRO without AS, up to END or a blank line.
     std::vector<std::string> read_macro_commands(const std::string& name, bool report);
     void define_macro_command(const std::string& args, bool report);
     bool try_execute_macro(const std::string& name, bool report);
     void show_macros(const std::string& name, bool report);
 
-    // --- Key definitions: editor/key_defs.cpp ---
+    // --- Key definitions: editor/key_defs.cpp, screen/defined_keys.cpp ---
     void define_key_command(const std::string& args, bool report);
     std::string normalize_key_spec(const std::string& spec) const;
     std::string key_id_from_input(int key, bool gold) const;
@@ -277,20 +283,20 @@ private:
     static std::string strip_vms_version(const std::string& path);
     std::string resolve_read_path(const std::string& path) const;
     std::string resolve_write_path(const std::string& path) const;
-    // Hands the bytes of a file that holds lines to put, one piece after the other: the rows as they stand or, under
-    // SET RMS FIXED, as records of exactly rms_fixed_len_ bytes (an empty row as one of blanks, a longer one as
-    // several, the last of them filled up with blanks), each with a line break. In pieces, because a record may be far
-    // longer than its text. Ends with false as soon as put returns false.
+    // Hands the bytes of a file that holds the lines to put, piece by piece: each row with a line break. Under SET RMS
+    // FIXED the rows become records of exactly rms_fixed_len_ bytes, each with a line break: an empty row becomes one
+    // record of blanks, a long row several records, and blanks fill the last of them. It works in pieces because a
+    // record may be far longer than its text. Returns false as soon as put returns false.
     using PutBytes = std::function<bool(std::string_view)>;
     bool apply_rms_lines(const LineStore& lines, const PutBytes& put) const;
-    enum class Written { Done, Failed, Taken };  // Taken: must_be_new, and somebody made that file first
-    // Writes lines as text, or as fixed-length records under SET RMS FIXED; always ends with a line break,
-    // but for a text of one empty line. Any failure leaves the old file as it was.
+    enum class Written { Done, Failed, Taken };  // Taken: it had to be new, and somebody else made it first
+    // Writes the lines to path as text, or as records under SET RMS FIXED. The file always ends with a line break,
+    // except that one empty line makes an empty file. After a failure the old file is as it was.
     Written write_lines_file(const std::string& path, const LineStore& lines, bool must_be_new);
-    // Writes lines under the write path of name, and gives that path back (also after a failure): the next
-    // free version should another session take the first one. Refuses a file that could not be read whole.
+    // Writes the lines to the file that a write of name uses; path gets its path, also after a failure. If another
+    // session takes that version first, the next free one is used. A file that could not be read whole is refused.
     bool save_lines(const LineStore& lines, const std::string& name, std::string& path);
-    // The same for a buffer, which counts as saved when the path is its own file's.
+    // The same for a buffer. It counts as saved if path belongs to its own file.
     bool save_buffer_to_path(TextBuffer& buf, const std::string& name, std::string& path);
     bool do_save(bool verbose);
     [[noreturn]] void save_and_exit_now(bool show_eob);
@@ -300,28 +306,28 @@ private:
     void walk_to_file(size_t index, bool verbose);
 
     // --- Rescue: editor/rescue.cpp ---
-    // A file holds the buffer's text as it is now; buffer is buffer_ or one of buffers_.
+    // Notes that a file holds the present text of the buffer, which is buffer_ or one of buffers_.
     void note_on_disk(const TextBuffer& buffer);
-    // When the edited file looks changed but still holds what was last loaded or saved: takes over how it looks. A
-    // further name, another mode or another time is no change of the text.
+    // If the edited file looks changed but still holds what was last loaded or saved, remembers how it looks now.
+    // Another link, mode or time is no change of the text.
     void overlook_unchanged_text();
     const TextBuffer& newest_text(const std::string& name) const;
-    // Whether the buffer of that (normalized) name has text that is not what was last loaded or saved.
+    // Whether the buffer of this (normalized) name holds another text than was last loaded or saved.
     bool is_only_here(const std::string& name) const;
-    // Writes the text of one or of every buffer to a rescue file if it is only here. tell_kept() tells the user on a
-    // terminal, and makes the files last.
+    // Write the text of one or of every buffer to a rescue file, if it is stored nowhere else. tell_kept() then tells a
+    // user at a terminal, and makes sure that the files are on disk.
     void keep_text(const std::string& name);
     void keep_texts();
     void tell_kept();
-    // The same after a crash, in a child process: it touches nothing that it need not.
+    // The same after a crash, in a child process. It touches as little as possible.
     static void rescue_after_crash();
-    // One line for a person: on standard error if that is a terminal, on the message line of a screen. A script never
-    // sees it.
+    // Prints one line for a person: on standard error if that is a terminal, or on the message line of the screen. A
+    // script never sees it.
     void tell_user(const std::string& message);
-    // On a terminal names the buffers that an EXIT leaves behind with text that is nowhere else. PASTE is no text that
-    // people care for at each EXIT, and a macro that was defined in one command is as soon defined again.
+    // On a terminal, names the buffers whose text an EXIT discards although it is stored nowhere else. PASTE is left
+    // out, and so are macros that were defined in one command: people do not want to hear of them at each EXIT.
     void tell_left_behind() const;
-    // If a signal asked for the end of the process, ends it now; nothing while curses has the terminal. Called
+    // Ends the process now if a signal has asked for that. While curses has the terminal it does nothing. It is called
     // between commands, where every text is whole.
     void obey_end_signal();
 
@@ -329,11 +335,12 @@ private:
     std::string journal_path() const;
     void append_journal_line(const std::string& line);
     void sync_journal();
-    void end_journal(const std::string& reason);  // for good; an empty reason is not told
+    void end_journal(
+        const std::string& reason);  // no more lines are added; tells the user the reason unless it is empty
     void try_recover_journal();
-    // After a successful EXIT. Lines that an earlier session left, and that were not replayed, are kept elsewhere.
+    // Removes the journal after a successful EXIT. Lines of an earlier session that were not replayed are copied first.
     void delete_journal_file();
-    // A file that this session edits, reads or writes is never taken for a journal: not appended to and not removed.
+    // Notes a file that this session edits, reads or writes. Such a file is never used or removed as a journal.
     void note_used_file(const std::string& path);
     bool is_used_file(const std::string& path) const;
 
@@ -342,33 +349,33 @@ private:
     [[noreturn]] void abort_missing_command_file(const std::string& name);
     void run_startup_command_file(const std::string& path);
     void prescan_startup_versioning(const std::string& path);
-    static bool file_exists(const std::string& p);  // a regular file
+    static bool file_exists(const std::string& p);  // whether it is a regular file
     static std::string join_path(const std::string& dir, const std::string& name);
     std::optional<std::string> find_startup_file() const;
     void run_command_file(const std::string& path, bool verbose);
-    // before_last is called before the last command.
+    // Runs the lines of file. before_last (may be empty) is called before the last one.
     void run_commands(const TextBuffer& file, bool verbose, const std::function<void()>& before_last = {});
 
     // --- Screen session and display: screen/loop.cpp, screen/draw.cpp ---
     void screen_mode();
-    // Whether a session on the screen can begin; says why not.
+    // Whether a session on the screen can begin. If not, the user is told why.
     bool may_enter_screen();
-    // Has the screen for as long as loop runs. Where there is no memory for it, the terminal is given back and it says
-    // so.
+    // Shows the screen for as long as loop runs. If there is no memory for it, the terminal is given back, and the user
+    // is told.
     void run_on_screen(void (Editor::*loop)());
     void screen_loop();
-    // The next key; draw is called before it waits, and with anew when all must be drawn again meanwhile. At the
-    // end of input ERR, and input_ended_ is set.
+    // Returns the next key. It calls draw before it waits, and again with anew set when everything has to be drawn
+    // again. At the end of input it sets input_ended_ and returns ERR.
     int read_key(const std::function<void(bool anew)>& draw);
     int read_key() {
         return read_key([this](bool) { draw_screen(); });
     }
-    void draw_screen();     // composes it and paints it on the terminal
-    void compose_screen();  // all but the cursor, into g_shown_rows
+    void draw_screen();     // composes the picture, and paints it on the terminal
+    void compose_screen();  // puts all but the cursor into g_shown_rows
     void draw_line(int screen_row, size_t row, std::string_view line, size_t width,
                    const std::optional<SelSpan>& span) const;
     std::string status_line() const;
-    std::pair<int, int> cursor_place() const;  // row and column on the screen
+    std::pair<int, int> cursor_place() const;  // row and column on the screen, zero-based
     void adjust_view();
     void show_cursor_cell(size_t width, size_t gutter);
     void clamp_cursor();
@@ -408,8 +415,9 @@ private:
     void select_error(const std::string& message);
     void clear_select();
     void toggle_line_numbers();
-    // Removes the text of the select range and puts the cursor at its start: the text. Nothing, after an error
-    // message, when there is none. leave_select() brings the cursor back into the text and clears the range.
+    // Removes the text of the select range, puts the cursor at its start, and returns the text. If there is no range,
+    // it leaves an error message and returns nothing. leave_select() brings the cursor into the text and clears the
+    // range.
     std::optional<std::string> remove_select();
     void leave_select();
     void cut_select();
@@ -439,7 +447,7 @@ private:
     void subs_keypad();
     std::string prompt_line(const std::string& prompt);
     std::string prompt_line_dir(const std::string& prompt, std::optional<Direction>* dir);
-    // prompt_line_dir; with leaves Ctrl/Z at the empty prompt is returned as the answer "\032".
+    // As prompt_line_dir. If leaves is true, Ctrl/Z at the empty prompt is returned as the answer "\032".
     std::string read_prompt(const std::string& prompt, std::optional<Direction>* dir, bool leaves);
     std::optional<int> read_key_to_define(const std::string& message);
     void prompt_find();
@@ -457,10 +465,10 @@ private:
     std::string filename_;                     // resolved path of the file being edited
     std::optional<std::string> command_file_;  // from -command
     bool no_command_ = false;                  // no startup command file at all
-    int startup_file_depth_ = 0;               // nested runs of the explicit startup file
-    int command_file_depth_ = 0;               // nested runs of any command file
-    int command_file_refusals_ = 0;            // of runs that were nested too deeply
-    std::optional<std::string> output_file_;   // where EXIT writes MAIN instead
+    int startup_file_depth_ = 0;               // how deep runs of the file of -command nest
+    int command_file_depth_ = 0;               // how deep runs of command files nest
+    int command_file_refusals_ = 0;            // how many runs were refused as nested too deeply
+    std::optional<std::string> output_file_;   // where EXIT writes MAIN, if not to its own file
     bool read_only_ = false;
     bool recover_ = false;
     std::optional<std::string> journal_override_;  // from -journal
@@ -488,20 +496,20 @@ private:
     bool gold_pending_ = false;
     int gold_repeat_count_ = 0;
     bool show_line_numbers_ = false;
-    int screen_depth_ = 0;       // nested sessions on the screen: a key or a command there may begin another one
-    bool screen_stale_ = false;  // something has happened since the screen was drawn
+    int screen_depth_ = 0;       // how deep sessions on the screen nest: a key or a command may begin another
+    bool screen_stale_ = false;  // something may have changed since the screen was drawn
 
     // --- Search ---
     bool search_exact_ = true;
     bool search_begin_ = false, search_end_ = false;
-    bool search_wild_ = true;  // shown only
+    bool search_wild_ = true;  // only shown: wildcards always work
     bool search_word_ = false;
     std::string last_search_;
     size_t last_match_len_ = 0;
     bool on_match_ = false;  // a search put the cursor at match_row_, match_col_
     size_t match_row_ = 0, match_col_ = 0;
     std::string match_needle_;
-    mutable std::optional<Matcher> matcher_;  // last_search_ made ready; see matcher()
+    mutable std::optional<Matcher> matcher_;  // last_search_ compiled; see matcher()
 
     // --- Deleted text, messages, key debugging ---
     std::string delete_char_buffer_;
@@ -514,18 +522,18 @@ private:
     // --- Definitions ---
     std::map<std::string, std::string> key_defs_;  // key id to command
     std::map<std::string, bool> macro_names_;
-    std::map<std::string, LineStore> macro_texts_;  // of those defined in one command, as they were defined
+    std::map<std::string, LineStore> macro_texts_;  // of macros defined in one command: the text as it was defined
     std::vector<std::string> running_macros_;       // innermost last
 
     // --- Undo ---
     States undo_stack_, redo_stack_;
-    bool unit_open_ = false;  // the newest state was put there by the command or key that runs
-    // Too old to go back to. Freeing one takes as long as the rest of a key: it waits until the screen is painted.
+    bool unit_open_ = false;  // the command or key that runs has put the newest state there
+    // Dropped states, freed after painting: freeing one costs as much as a key.
     std::vector<DroppedState> dropped_states_;
 
     // --- Startup file ---
     std::string startup_file_;
-    std::vector<std::string> startup_warnings_;  // of silent runs; the first hundred
+    std::vector<std::string> startup_warnings_;  // what silent runs ignored; the first hundred
 
     // --- Settings ---
     int tab_width_ = 8;
@@ -559,16 +567,16 @@ private:
         FileHandle file;
         std::string message;
     };
-    std::map<std::string, LineStore> on_disk_;  // by buffer name: what was last loaded or saved
-    std::vector<Rescued> rescued_;              // and not told yet
+    std::map<std::string, LineStore> on_disk_;  // by buffer name: the text that was last loaded or saved
+    std::vector<Rescued> rescued_;              // files that the user was not told of yet
     bool lost_some_ = false;                    // a text could not be kept whole
-    static Editor* after_crash_;                // whose texts are rescued then
-    bool at_terminal_ = false;                  // standard input was one at the start
+    static Editor* after_crash_;                // the editor whose texts are rescued after a crash
+    bool at_terminal_ = false;                  // standard input was a terminal at the start
 
     // --- The journal ---
-    JournalFile journal_;  // the one that lines were appended to last
+    JournalFile journal_;  // the journal that lines were appended to last
     IdleWork journal_sync_{[this] { sync_journal(); }};
     std::set<std::string> ended_journals_;  // paths that get no more lines
-    FileState replayed_journal_;            // as it was when all its lines were carried out
+    FileState replayed_journal_;            // how it looked when all its lines had been repeated
     std::set<std::string> used_files_;      // paths that were edited, read or written; see note_used_file
 };

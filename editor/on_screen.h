@@ -4,17 +4,19 @@
 
 #include "system/terminal.h"
 
-// What the operations on the text ask of a screen. All of it lies in screen/, but for the two ways onto the screen,
-// Editor::screen_mode and Editor::nokeypad_mode. Without a screen each does what its comment says.
+// What editor/ asks of the screen. screen/ defines these functions, so that editor/ includes none of its headers. Each
+// comment says what happens when no screen is shown. The two ways onto the screen are members of Editor, screen_mode
+// and nokeypad_mode.
 
-// Of the terminal, as the latest session found it, at most 4096 each; kept when that ends. 0 before there was one.
+// The size of the terminal as the last session on the screen found it; at most 4096 rows and columns. It stays after
+// that session, and is 0 before the first one.
 struct ScreenSize {
     int rows = 0, cols = 0;
 };
 ScreenSize kpe_screen_size();
 
-// Gives the terminal back to line mode for as long as it lives, for a command that reads lines. The screen is
-// repainted afterwards. Without curses on the terminal it does nothing.
+// Gives the terminal back to line mode for as long as the object lives, for a command that reads lines. The screen is
+// painted anew afterwards. When no screen is shown it does nothing.
 class LineModePause {
 public:
     LineModePause();
@@ -26,8 +28,8 @@ private:
     bool paused_;
 };
 
-// Lets Ctrl/C arrive as an interrupt signal, not as a key, for as long as it lives: for what may take long.
-// Nothing typed meanwhile is lost. Without curses on the terminal it does nothing.
+// Lets Ctrl/C arrive as an interrupt signal and not as a key for as long as the object lives, so that it stops a long
+// operation. Nothing that is typed meanwhile is lost. When no screen is shown it does nothing.
 class InterruptKey {
 public:
     InterruptKey();
@@ -39,5 +41,5 @@ private:
     std::optional<TerminalModes> modes_;
 };
 
-// The audible bell; nothing without a screen.
+// Rings the bell. When no screen is shown it does nothing.
 void kpe_beep();

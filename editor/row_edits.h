@@ -11,10 +11,10 @@
 
 #include "buffer/text_buffer.h"
 
-// Passes over many rows, and changes of them. Rows are zero-based and inclusive, and must exist. A text in which no
-// byte changes stays unmodified.
+// Functions that go through many rows, and may change them. Rows are zero-based, first and last are inclusive, and both
+// must exist. A text in which no byte changes does not count as modified.
 
-// Every run of bytes that the rows lie in, from the first to the last.
+// Calls use for every run of bytes that the rows lie in, from the first to the last.
 template <class Use>
 void for_each_run(const LineStore& rows, Use use) {
     for (size_t row = 0; row < rows.size();) {
@@ -24,9 +24,9 @@ void for_each_run(const LineStore& rows, Use use) {
     }
 }
 
-using ByteTable = std::array<char, UCHAR_MAX + 1>;  // what each byte becomes
+using ByteTable = std::array<char, UCHAR_MAX + 1>;  // the byte that each byte becomes
 
-// The table of a function of one byte.
+// The table that a function of one byte makes.
 template <class Change>
 ByteTable byte_table(Change change) {
     ByteTable table{};
@@ -34,8 +34,8 @@ ByteTable byte_table(Change change) {
     return table;
 }
 
-// Rewrites the rows that change, and only these; the mark is not moved. change(row, line, text) puts a row's
-// new text, and returns false if the row stays as it is.
+// Rewrites the rows that change, and only these. The mark is not moved. change(row, line, text) gets a row and its
+// line; it puts the new text into text, or returns false if the row stays as it is.
 template <class Change>
 void rewrite_rows(TextBuffer& buffer, size_t first, size_t last, Change change) {
     const LineStore old = buffer.lines();  // rows behind one that was put may only be read in a copy
@@ -49,7 +49,7 @@ void rewrite_rows(TextBuffer& buffer, size_t first, size_t last, Change change) 
     if (rewriter) rewriter->finish();
 }
 
-// Passes the bytes from (first, from) up to, not including, (last, to) through table.
+// Replaces each byte from row first, column from, up to row last, column to (exclusive), by its entry in table.
 inline void change_bytes(TextBuffer& buffer, size_t first, size_t from, size_t last, size_t to,
                          const ByteTable& table) {
     const auto changed = [&](char c) { return table[static_cast<unsigned char>(c)]; };
@@ -65,8 +65,8 @@ inline void change_bytes(TextBuffer& buffer, size_t first, size_t from, size_t l
     });
 }
 
-// Replaces the first bytes of each row, and moves the mark with its text. front(row, line, text) returns how
-// many bytes, and puts what takes their place.
+// Replaces the first bytes of each row, and moves the mark with its text. front(row, line, text) returns how many bytes
+// are replaced, and puts into text what takes their place.
 template <class Front>
 void replace_fronts(TextBuffer& buffer, size_t first, size_t last, Front front) {
     const size_t mark_row = buffer.has_mark() ? buffer.mark_row() : std::string::npos;
