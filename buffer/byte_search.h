@@ -6,8 +6,7 @@
 #include <string_view>
 #include <vector>
 
-// Says how long a search may go on. It counts the bytes that were looked at, and looks at the abort flag about every
-// 64 KB.
+// Says how long a search may go on. It counts the bytes that were searched, and asks the abort flag about every 64 KB.
 class Patience {
 public:
     explicit Patience(const volatile std::sig_atomic_t* abort) : abort_(abort) {}

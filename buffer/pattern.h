@@ -17,8 +17,7 @@ std::string kpe_lowered(std::string_view text);
 // Every element of a segment matches exactly one byte, so a segment has a fixed length. That makes matching fast: if
 // what follows a star can be matched from some place, it can be matched from every earlier place as well. So
 // backtracking that tries the shortest text first ends at the earliest place of each segment. A tail that failed once
-// need not be tried again further right. Backward, the last place from which the tail matches has to be found only
-// once.
+// need not be tried again further right. Backward, the last place from which the tail matches is found only once.
 class Pattern {
 public:
     static constexpr size_t NONE = ByteSearch::NONE;

@@ -198,8 +198,8 @@ private:
     bool match_constraints_ok(size_t row, size_t col, size_t len) const;
     std::optional<std::pair<size_t, size_t>> search_forward(size_t row, size_t col) const;
     std::optional<std::pair<size_t, size_t>> search_backward(size_t row, size_t col) const;
-    // The same, but with the length of the match, and in the given lines; then within one line, from a column on, or
-    // from a match on that may not be allowed.
+    // next_place() and previous_place() also give the length of the match. next_allowed() and previous_allowed() search
+    // within one line: from a column on, or from a match on that itself may not be allowed.
     std::optional<Matcher::Place> next_place(const LineStore& lines, size_t row, size_t col) const;
     std::optional<Matcher::Place> previous_place(size_t row, size_t col) const;
     std::optional<Matcher::Match> next_allowed(const Matcher::Piece& line, size_t from) const;
@@ -223,8 +223,7 @@ private:
     void save_current_buffer_state();
     TextBuffer& named_buffer(const std::string& name);  // name as it was typed; an empty one means MAIN
     TextBuffer& stored_buffer(const std::string& n);    // n is normalized already; made if it is missing
-    // For use after a change of a stored buffer: if name (normalized) is the current buffer, buffer_ becomes a copy of
-    // it.
+    // After a change of a stored buffer: if name (normalized) is the current buffer, buffer_ becomes a copy of it.
     void show_stored_if_current(const std::string& name);
     void find_buffer(const std::string& name, bool report);
     std::string paste_text_content();
@@ -335,8 +334,7 @@ private:
     std::string journal_path() const;
     void append_journal_line(const std::string& line);
     void sync_journal();
-    void end_journal(
-        const std::string& reason);  // no more lines are added; tells the user the reason unless it is empty
+    void end_journal(const std::string& reason);  // for good; tells the user the reason unless it is empty
     void try_recover_journal();
     // Removes the journal after a successful EXIT. Lines of an earlier session that were not replayed are copied first.
     void delete_journal_file();
@@ -360,8 +358,7 @@ private:
     void screen_mode();
     // Whether a session on the screen can begin. If not, the user is told why.
     bool may_enter_screen();
-    // Shows the screen for as long as loop runs. If there is no memory for it, the terminal is given back, and the user
-    // is told.
+    // Shows the screen for as long as loop runs. Without memory for it, gives the terminal back and tells the user.
     void run_on_screen(void (Editor::*loop)());
     void screen_loop();
     // Returns the next key. It calls draw before it waits, and again with anew set when everything has to be drawn
@@ -415,8 +412,8 @@ private:
     void select_error(const std::string& message);
     void clear_select();
     void toggle_line_numbers();
-    // Removes the text of the select range, puts the cursor at its start, and returns the text. If there is no range,
-    // it leaves an error message and returns nothing. leave_select() brings the cursor into the text and clears the
+    // Removes the text of the select range, puts the cursor at its start, and returns the text. Without a range it
+    // leaves an error message and returns nothing. leave_select() brings the cursor into the text, and clears the
     // range.
     std::optional<std::string> remove_select();
     void leave_select();
