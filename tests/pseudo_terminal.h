@@ -44,11 +44,12 @@ public:
     bool running();
     // Of a program that is not running(): the exit status, or minus the signal's number.
     int ended_with() const { return ended_with_; }
-    termios modes() const;
     // Whether the terminal is set as before the start of the program. True for one that was hung up.
     bool has_its_modes_back() const;
 
 private:
+    termios modes() const;
+
     int master_ = -1, slave_ = -1;  // the slave, to see whether the program has read everything
     pid_t pid_ = -1;
     bool ended_ = false;

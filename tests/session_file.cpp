@@ -17,16 +17,44 @@ string trimmed(const string& s) {
     return first == string::npos ? "" : s.substr(first, s.find_last_not_of(" \t") - first + 1);
 }
 
+// The columns of a table's row lie two blanks apart, or more.
+Lines columns_of(const string& row) {
+    Lines columns;
+    for (const string& piece : split(row, "  "))
+        if (!trimmed(piece).empty()) columns.push_back(trimmed(piece));
+    return columns;
+}
+
+// The case with the columns of a row for $1, $2 and so on.
+Case filled(Case c, const string& row) {
+    const Lines columns = columns_of(row);
+    for (Step& s : c.steps) {
+        for (size_t i = columns.size(); i-- > 0;) {
+            const string place = "$" + std::to_string(i + 1);
+            s.name = replaced(s.name, place, columns[i]);
+            for (string& line : s.lines) line = replaced(line, place, columns[i]);
+        }
+    }
+    c.title += ": " + row.substr(0, row.find("  "));
+    return c;
+}
+
 void add_each_of(const Case& c, std::vector<Case>& all) {
     for (size_t i = 0; i < c.steps.size(); ++i) {
         const string& keyword = c.steps[i].keyword;
-        if (keyword != "term" && keyword != "terminal" && keyword != "signal") continue;
-        const Lines values = words_of(c.steps[i].first());
-        if (values.size() < 2) continue;
-        for (const string& value : values) {
+        const bool table = keyword == "each";
+        if (!table && keyword != "term" && keyword != "terminal" && keyword != "signal") continue;
+        const Lines rows = table ? c.steps[i].lines : words_of(c.steps[i].first());
+        if (!table && rows.size() < 2) continue;
+        for (const string& row : rows) {
             Case one = c;
-            one.steps[i].lines = {value};
-            one.title += ", " + value;
+            if (table) {
+                one.steps.erase(one.steps.begin() + static_cast<ptrdiff_t>(i));
+                one = filled(one, row);
+            } else {
+                one.steps[i].lines = {row};
+                one.title += ", " + row;
+            }
             add_each_of(one, all);
         }
         return;
@@ -43,6 +71,11 @@ Lines split(const string& text, const string& at) {
         parts.push_back(text.substr(from, end - from));
     parts.push_back(text.substr(from));
     return parts;
+}
+
+string replaced(string text, const string& from, const string& to) {
+    for (size_t at = 0; (at = text.find(from, at)) != string::npos; at += to.size()) text.replace(at, from.size(), to);
+    return text;
 }
 
 Lines words_of(const string& text) {
@@ -89,6 +122,12 @@ string Step::text() const {
     string all;
     for (const string& line : cut())
         all += line.ends_with("\\c") ? unescaped(line.substr(0, line.size() - 2)) : unescaped(line) + '\n';
+    return all;
+}
+
+string Step::command() const {
+    string all;
+    for (const string& line : lines) all += line + '\n';
     return all;
 }
 

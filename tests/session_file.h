@@ -9,6 +9,7 @@ using Lines = std::vector<std::string>;
 
 Lines split(const std::string& text, const std::string& at);
 Lines words_of(const std::string& text);
+std::string replaced(std::string text, const std::string& from, const std::string& to);
 
 // The bytes for "\\t", "\\x41" and so on. Throws std::runtime_error for an escape that is none.
 std::string unescaped(const std::string& text);
@@ -20,8 +21,9 @@ struct Step {
     Lines lines;
 
     std::string first() const { return lines.empty() ? "" : unescaped(lines[0]); }
-    Lines cut() const;         // the first line cut at " | ", without the blanks around that
-    std::string text() const;  // of all lines, each with its end
+    Lines cut() const;            // the first line cut at " | ", without the blanks around that
+    std::string text() const;     // of all lines, each with its end
+    std::string command() const;  // the same, as they are written
 };
 
 struct Case {
@@ -30,6 +32,6 @@ struct Case {
     std::vector<Step> steps;
 };
 
-// One that names several terminals or signals is there once for each. Throws std::runtime_error with the line and what
-// is wrong with it.
+// One that names several terminals or signals, or has a table, is there once for each of these or of its rows. Throws
+// std::runtime_error with the line and what is wrong with it.
 std::vector<Case> read_cases(const std::string& path);

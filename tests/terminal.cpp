@@ -2,7 +2,6 @@
 
 #include <stdexcept>
 
-namespace emulated {
 namespace {
 
 void cut_trailing(std::string& text, char c) { text.erase(text.find_last_not_of(c) + 1); }
@@ -132,8 +131,11 @@ std::string Terminal::cursor() const {
 
 size_t Terminal::sent(std::string_view bytes) const {
     size_t count = 0;
-    for (size_t from = 0; (from = output_.find(bytes, from)) != std::string::npos; from += bytes.size()) ++count;
+    for (size_t from = 0; (from = output().find(bytes, from)) != std::string::npos; from += bytes.size()) ++count;
     return count;
 }
 
-}  // namespace emulated
+bool Terminal::has_its_keypad_back() const {
+    const size_t taken = output_.rfind("\033="), back = output_.rfind("\033>");
+    return taken == std::string::npos || (back != std::string::npos && back > taken);
+}

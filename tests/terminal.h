@@ -7,8 +7,6 @@
 
 #include "pseudo_terminal.h"
 
-namespace emulated {
-
 // The string of a capability ("kcuu1") in the entry of a terminal type; none if either does not exist.
 std::optional<std::string> terminfo_string(const std::string& type, const std::string& capability);
 
@@ -41,9 +39,11 @@ public:
     size_t bells() const { return bells_; }      // bell bytes since the start
     size_t flashes() const { return flashes_; }  // visible bells, where the terminal type has them
     // Every byte since the start, or since it was forgotten, and how often there were these.
-    const std::string& output() const { return output_; }
+    std::string_view output() const { return std::string_view(output_).substr(forgotten_); }
     size_t sent(std::string_view bytes) const;
-    void forget_output() { output_.clear(); }
+    void forget_output() { forgotten_ = output_.size(); }
+    // Whether a program that made the keypad send sequences made it send digits again. True for one that did not.
+    bool has_its_keypad_back() const;
 
 private:
     void draw();  // reads what the program wrote; never waits
@@ -53,8 +53,6 @@ private:
     VTerm* emulator_;
     VTermScreen* screen_;
     std::string output_, replies_;  // from the program, and to it
-    size_t bells_ = 0, flashes_ = 0;
+    size_t forgotten_ = 0, bells_ = 0, flashes_ = 0;
     bool flashing_ = false, reading_ = true;
 };
-
-}  // namespace emulated

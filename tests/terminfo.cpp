@@ -5,7 +5,7 @@
 #include <term.h>
 #include <unistd.h>
 
-std::optional<std::string> emulated::terminfo_string(const std::string& type, const std::string& capability) {
+std::optional<std::string> terminfo_string(const std::string& type, const std::string& capability) {
     int found = 0;
     if (setupterm(type.c_str(), STDOUT_FILENO, &found) != OK) return std::nullopt;
     const char* text = tigetstr(capability.c_str());

@@ -24,8 +24,9 @@
 //   KPE_FAULT          what it does: an error by its name; "short": half of a write; "before": the program is
 //                      killed; "full": half of a write, from then on no room for anything; "dead": from
 //                      then on every call is EIO; "stuck": no fsync anywhere ever ends, whatever signals come;
-//                      "slow": large writes take two seconds, and make the file "slow"; "note syncs": what the
+//                      "slow": large writes take most of a second, and make the file "slow"; "note syncs": what the
 //                      kernel is asked to sync is written to the file "syncs"
+//   KPE_FAULT_SECOND   how many milliseconds a second of alarm() lasts
 //   KPE_FAULT_WITHOUT  what the file system does not know, as words: nameless files, a rename that never replaces
 //                      ("noreplace"), hard links ("links")
 // Without the C++ library, whose loading would take longer than the program's run.
@@ -49,12 +50,14 @@ std::string_view variable(const char* name) {
 constinit std::string_view directory, fault, without;
 int log_to = -1;
 long calls = 0, hit = 0;
+unsigned second = 0;
 
 __attribute__((constructor)) void read_settings() {
     directory = variable("KPE_FAULT_DIR");
     fault = variable("KPE_FAULT");
     without = variable("KPE_FAULT_WITHOUT");
     hit = strtol(variable("KPE_FAULT_AT").data(), nullptr, 10);
+    second = static_cast<unsigned>(strtol(variable("KPE_FAULT_SECOND").data(), nullptr, 10));
     log_to = static_cast<int>(strtol(variable("KPE_FAULT_LOG").data(), nullptr, 10));
 }
 
@@ -150,7 +153,7 @@ void note(const char* file, const char* text) {
 void take_time(size_t bytes) {
     if (fault != "slow" || bytes < LARGE) return;
     note("slow", "");
-    timespec left = {2, 0};
+    timespec left = {0, 800'000'000};
     while (nanosleep(&left, &left) != 0) {
     }
 }
@@ -206,12 +209,21 @@ int close(int fd) {
     return make(decision, [&] { return NEXT(close)(fd); });
 }
 
-ssize_t read(int fd, void* bytes, size_t size) {
-    return make(decide("read", Place(fd)), [&] { return NEXT(read)(fd, bytes, size); });
-}
+// The calls on an open file that fail or do not.
+#define MAY_FAIL(type, name, parameters, ...)                                                         \
+    type name parameters {                                                                            \
+        return make(decide(#name, Place(fd)), [&]() -> type { return NEXT(name)(fd, __VA_ARGS__); }); \
+    }
 
-ssize_t pread(int fd, void* bytes, size_t size, off_t at) {
-    return make(decide("pread", Place(fd)), [&] { return NEXT(pread)(fd, bytes, size, at); });
+MAY_FAIL(ssize_t, read, (int fd, void* bytes, size_t size), bytes, size)
+MAY_FAIL(ssize_t, pread, (int fd, void* bytes, size_t size, off_t at), bytes, size, at)
+MAY_FAIL(int, ftruncate, (int fd, off_t size), size)
+MAY_FAIL(int, fchmod, (int fd, mode_t mode), mode)
+MAY_FAIL(int, fchown, (int fd, uid_t owner, gid_t group), owner, group)
+
+int fsync(int fd) {
+    while (fault == "stuck") pause();
+    return make(decide("fsync", Place(fd)), [&] { return NEXT(fsync)(fd); });
 }
 
 ssize_t write(int fd, const void* bytes, size_t size) {
@@ -246,22 +258,7 @@ long syscall(long number, ...) {
     return NEXT(syscall)(number, args[0], args[1], args[2], args[3], args[4], args[5]);
 }
 
-int fsync(int fd) {
-    while (fault == "stuck") pause();
-    return make(decide("fsync", Place(fd)), [&] { return NEXT(fsync)(fd); });
-}
-
-int ftruncate(int fd, off_t size) {
-    return make(decide("ftruncate", Place(fd)), [&] { return NEXT(ftruncate)(fd, size); });
-}
-
-int fchmod(int fd, mode_t mode) {
-    return make(decide("fchmod", Place(fd)), [&] { return NEXT(fchmod)(fd, mode); });
-}
-
-int fchown(int fd, uid_t owner, gid_t group) {
-    return make(decide("fchown", Place(fd)), [&] { return NEXT(fchown)(fd, owner, group); });
-}
+unsigned alarm(unsigned seconds) { return second == 0 ? NEXT(alarm)(seconds) : ualarm(seconds * second * 1000, 0); }
 
 int linkat(int from_dir, const char* from, int to_dir, const char* to, int flags) {
     const bool named = !std::string_view(from).starts_with("/proc/");
