@@ -36,6 +36,17 @@ std::string_view LineChunk::view(size_t row) const {
     return std::get<Mixed>(body_).lines[row].text();
 }
 
+void LineChunk::views(size_t first, std::span<std::string_view> rows) const {
+    if (const Slice* slice = std::get_if<Slice>(&body_)) {
+        for (size_t i = 0; i < rows.size(); ++i) rows[i] = line_of(*slice, first + i);
+        for (const Edit& edit : slice->edits)
+            if (first <= edit.row && edit.row < first + rows.size()) rows[edit.row - first] = edit.own->view();
+        return;
+    }
+    const std::vector<Line>& lines = std::get<Mixed>(body_).lines;
+    for (size_t i = 0; i < rows.size(); ++i) rows[i] = lines[first + i].text();
+}
+
 size_t LineChunk::length(size_t row) const {
     const auto* own = edited_text(row);
     return own ? (*own)->size() : view(row).size();

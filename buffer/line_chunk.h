@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -67,6 +68,8 @@ public:
     size_t rows() const { return rows_; }
     bool is_slice() const { return std::holds_alternative<Slice>(body_); }
     std::string_view view(size_t row) const;
+    // Fills rows with the views of as many rows from first on; all must exist. Faster than calling view() for each row.
+    void views(size_t first, std::span<std::string_view> rows) const;
     size_t length(size_t row) const;  // of view(row); does not make the line whole
     // The line as a string that the chunk keeps. May be called for a shared chunk, because the text stays the same.
     const std::string& string(size_t row);

@@ -103,13 +103,13 @@ size_t LineStore::length(size_t row) const {
 void LineStore::views(size_t first, std::span<std::string_view> rows) const {
     if (rows.empty()) return;
     LineTree::Place at = tree_->locate(first);
-    const LineChunk* chunk = &tree_->chunk(at);
-    for (std::string_view& row : rows) {
-        if (at.row == chunk->rows()) {
-            tree_->step_forward(at);
-            chunk = &tree_->chunk(at);
-        }
-        row = chunk->view(at.row++);
+    for (;;) {
+        const LineChunk& chunk = tree_->chunk(at);
+        const size_t count = std::min(rows.size(), chunk.rows() - at.row);
+        chunk.views(at.row, rows.first(count));
+        rows = rows.subspan(count);
+        if (rows.empty()) return;
+        tree_->step_forward(at);
     }
 }
 

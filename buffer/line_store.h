@@ -76,13 +76,13 @@ public:
     static constexpr size_t RUN_LIMIT = size_t{4} << 20;
 
     // Replaces each place of what, which must not hold a line break, by the text by. Looks at rows first to last, both
-    // inclusive, as far as they exist, from left to right in each. Rows without what stay shared. If patience ends,
-    // only the places found until then are replaced.
-    struct Replaced {
+    // inclusive, as far as they exist, from left to right in each. Rows that do not change stay shared. If patience
+    // ends, only the places found until then are replaced.
+    struct Hits {
         size_t count = 0, last_row = 0, last_col = 0;  // count of places; where the last one is in the new text
         bool changed = false;                          // whether any byte is another one now
     };
-    Replaced replace(size_t first, size_t last, const ByteSearch& what, std::string_view by, Patience& patience);
+    Hits replace(size_t first, size_t last, const ByteSearch& what, std::string_view by, Patience& patience);
 
     // Saves memory for an undo state that is kept beside a newer state of the same text: long lines of this store, and
     // of all stores that share them, become differences to the newer lines. Every line reads as before, but afterwards
@@ -101,27 +101,8 @@ public:
     void add_differences(const LineStore& newer, Differences& to) const noexcept;  // fewer if memory runs out
     static void settle(Differences& left) noexcept;
 
-    // Gives new texts to many rows, in ascending order. Each chunk that changes is rebuilt once, in large blocks, so
-    // that to change every line costs little more than to copy the bytes. Until finish() the store reads as before, and
-    // must not be changed in another way.
-    class Rewriter {
-    public:
-        // finish() sets *changed (may be null) if any row gets other bytes than it had.
-        explicit Rewriter(LineStore& store, bool* changed = nullptr);
-        ~Rewriter();  // without finish(), after an exception, the store stays as it was
-        Rewriter(const Rewriter&) = delete;
-        Rewriter& operator=(const Rewriter&) = delete;
-        // Gives row the new text. Rows should come in ascending order; another order works, but is slow. A row from
-        // size() on is ignored.
-        void put(size_t row, std::string_view text);
-        void finish();
-
-    private:
-        struct State;
-        std::unique_ptr<State> state_;
-    };
-
 private:
+    friend class RowRewriter;  // gives new texts to many rows at once
     explicit LineStore(std::shared_ptr<LineTree> tree) : tree_(std::move(tree)) {}
     static LineStore cut(const std::shared_ptr<Block>& block, Returns returns);
     struct Spot;

@@ -12,6 +12,8 @@
 #include "buffer/match.h"
 #include "files/file_handle.h"
 
+class RowRewriter;
+
 // This folder, buffer/, holds the text of a buffer, the shared storage of its lines, and the search in it. It knows
 // nothing of commands and never prints.
 //
@@ -89,10 +91,10 @@ public:
     // is no change.
     void replace_in_line(size_t row, size_t col, size_t count, std::string_view text);
     // Calls LineStore::replace. what must have a literal(), and the mark must not lie in these rows.
-    LineStore::Replaced replace_all(size_t first, size_t last, const Matcher& what, std::string_view by);
-    // Replaces whole lines in ascending order (see LineStore::Rewriter). A line that gets other bytes sets modified().
-    // The caller calls clamp_mark() afterwards. The buffer object must not move or go meanwhile.
-    LineStore::Rewriter rewrite();
+    LineStore::Hits replace_all(size_t first, size_t last, const Matcher& what, std::string_view by);
+    // For replacing whole lines, in ascending order. A line that gets other bytes sets modified(). The caller calls
+    // clamp_mark() afterwards. The buffer object must not move or go meanwhile.
+    RowRewriter rewrite();
 
     // --- The mark: mark.cpp ---
     void set_mark(size_t row, size_t col);

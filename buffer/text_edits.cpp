@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "buffer/row_rewriter.h"
 #include "buffer/text_buffer.h"
 
 namespace {
@@ -274,11 +275,11 @@ void TextBuffer::replace_in_line(size_t row, size_t col, size_t count, std::stri
     modified_ = true;
 }
 
-LineStore::Replaced TextBuffer::replace_all(size_t first, size_t last, const Matcher& what, std::string_view by) {
+LineStore::Hits TextBuffer::replace_all(size_t first, size_t last, const Matcher& what, std::string_view by) {
     Patience patience = what.patience();
-    const LineStore::Replaced done = lines_.replace(first, last, *what.literal(), by, patience);
+    const LineStore::Hits done = lines_.replace(first, last, *what.literal(), by, patience);
     modified_ = modified_ || done.changed;
     return done;
 }
 
-LineStore::Rewriter TextBuffer::rewrite() { return LineStore::Rewriter(lines_, &modified_); }
+RowRewriter TextBuffer::rewrite() { return RowRewriter(lines_, &modified_); }

@@ -120,7 +120,7 @@ private:
     struct VerbTable;          // editor/dispatch.cpp
     struct SettingTable;       // editor/settings.cpp
     struct WordTable;          // editor/nokeypad.cpp
-    struct Replacing;          // editor/substitute.cpp
+    struct Substitution;       // editor/substitute.cpp
     friend struct EditorPeek;  // the tests' one door
 
     void load_current_file();  // reads filename_ into buffer_, and makes MAIN a copy
@@ -216,7 +216,7 @@ private:
     void substitute_global(const std::string& replacement, bool query, bool report);
     void substitute_range(const LineRange& range, const std::string& replacement, const Qualifiers& q, bool report);
     size_t ask_everywhere(const std::string& text);
-    void ask_in_rows(const LineRange& range, Replacing& rest);
+    void ask_in_rows(const LineRange& range, Substitution& rest);
 
     // --- Buffers: editor/buffers.cpp ---
     static std::string normalize_buffer_name(std::string name);

@@ -4,11 +4,11 @@
 #include <array>
 #include <climits>
 #include <cstddef>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "buffer/row_rewriter.h"
 #include "buffer/text_buffer.h"
 
 // Functions that go through many rows, and may change them. Rows are zero-based, first and last are inclusive, and both
@@ -38,15 +38,11 @@ ByteTable byte_table(Change change) {
 // line; it puts the new text into text, or returns false if the row stays as it is.
 template <class Change>
 void rewrite_rows(TextBuffer& buffer, size_t first, size_t last, Change change) {
-    const LineStore old = buffer.lines();  // rows behind one that was put may only be read in a copy
-    std::unique_ptr<LineStore::Rewriter> rewriter;
+    RowRewriter rewriter = buffer.rewrite();
     std::string text;
-    for (size_t row = first; row <= last; ++row) {
-        if (!change(row, old.view(row), text)) continue;
-        if (!rewriter) rewriter.reset(new LineStore::Rewriter(buffer.rewrite()));
-        rewriter->put(row, text);
-    }
-    if (rewriter) rewriter->finish();
+    for (size_t row = first; row <= last; ++row)
+        if (change(row, buffer.lines().view(row), text)) rewriter.put(row, text);
+    rewriter.finish();
 }
 
 // Replaces each byte from row first, column from, up to row last, column to (exclusive), by its entry in table.

@@ -1,6 +1,6 @@
 #include <algorithm>
-#include <memory>
 
+#include "buffer/row_rewriter.h"
 #include "editor/kpe.h"
 #include "system/ascii.h"
 #include "system/input.h"
@@ -81,10 +81,10 @@ private:
 }  // namespace
 
 // Replaces matches without asking. The rows are read as they were; the changed ones are written together.
-struct Editor::Replacing {
+struct Editor::Substitution {
     // empty_matches: they are replaced too; otherwise one ends its row. typed: how changed rows are typed, or null.
-    Replacing(Editor& on, const std::string& by, bool empty_matches, const Qualifiers* typed_with)
-        : editor(on), text(by), typed(typed_with), with_empty(empty_matches) {}
+    Substitution(Editor& on, const std::string& by, bool empty_matches, const Qualifiers* typed_with)
+        : editor(on), text(by), typed(typed_with), with_empty(empty_matches), rewriter(on.buffer_.rewrite()) {}
 
     Editor& editor;
     const std::string& text;
@@ -112,9 +112,8 @@ private:
     static constexpr size_t TYPED_TOGETHER = 500;         // so few that Ctrl/C stops soon after what is seen
 
     const bool with_empty;
-    std::unique_ptr<LineStore::Rewriter> rewriter;
-    std::optional<size_t> single_row;  // the only row changed yet, in single_text
-    std::string single_text, built;
+    RowRewriter rewriter;
+    std::string built;               // the new text of the row at hand
     std::optional<size_t> mark_col;  // where the mark goes in its row, which was changed
     std::vector<size_t> typed_rows;
 
@@ -128,7 +127,7 @@ private:
     }
 
     void run_at_once(size_t first, size_t last) {
-        const LineStore::Replaced done = editor.buffer_.replace_all(first, last, editor.matcher(), text);
+        const LineStore::Hits done = editor.buffer_.replace_all(first, last, editor.matcher(), text);
         count += done.count;
         last_row = done.last_row;
         last_col = done.last_col;
@@ -161,29 +160,13 @@ private:
         if (!line.changed) return;
         line.keep(line.rest.text.size());
         if (has_mark) mark_col = mark;
-        put(row);
-    }
-
-    void put(size_t row) {
-        if (!rewriter && !single_row) {
-            single_row = row;
-            single_text.swap(built);
-            return;
-        }
-        if (!rewriter) {
-            rewriter.reset(new LineStore::Rewriter(editor.buffer_.rewrite()));
-            rewriter->put(*single_row, single_text);
-        }
-        rewriter->put(row, built);
+        rewriter.put(row, built);
     }
 
     // Brings the text up to date, and types the rows gathered.
     void finish() {
         TextBuffer& buffer = editor.buffer_;
-        if (single_row && !rewriter) buffer.replace_in_line(*single_row, 0, buffer.length(*single_row), single_text);
-        if (rewriter) rewriter->finish();
-        rewriter.reset();
-        single_row.reset();
+        rewriter.finish();
         if (mark_col) buffer.set_mark(buffer.mark_row(), *mark_col);
         mark_col.reset();
         if (typed)
@@ -252,7 +235,7 @@ void Editor::substitute_global(const std::string& replacement, bool query, bool 
     if (query && report) {
         count = ask_everywhere(text);
     } else {
-        Replacing all(*this, text, /*empty_matches=*/true, /*typed_with=*/nullptr);
+        Substitution all(*this, text, /*empty_matches=*/true, /*typed_with=*/nullptr);
         all.run(0, 0, buffer_.line_count() - 1);
         count = all.count;
         if (count > 0) {
@@ -298,7 +281,7 @@ void Editor::substitute_range(const LineRange& range, const std::string& replace
     const AbortGuard guard;
     size_t count = 0;
     if (range.first <= last) {
-        Replacing rest(*this, replacement, /*empty_matches=*/false, report ? &q : nullptr);
+        Substitution rest(*this, replacement, /*empty_matches=*/false, report ? &q : nullptr);
         if (q.query && report)
             ask_in_rows({range.first, last}, rest);
         else
@@ -313,7 +296,7 @@ void Editor::substitute_range(const LineRange& range, const std::string& replace
 }
 
 // The range form with a question at each match, until one is answered by "A" or "Q".
-void Editor::ask_in_rows(const LineRange& range, Replacing& rest) {
+void Editor::ask_in_rows(const LineRange& range, Substitution& rest) {
     const Candidates candidates(buffer_.lines(), range.first, range.last, matcher());
     bool quit = false;
     for (auto at = candidates.from(range.first); at && !quit; at = candidates.from(at->row + 1)) {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "buffer/byte_search.h"
+#include "buffer/row_rewriter.h"
 #include "unit/no_memory.h"
 
 namespace {
@@ -174,7 +175,7 @@ private:
             texts.emplace_back(to, some_lines(1, random)[0]);
         }
         change([&] {
-            LineStore::Rewriter rewriter(store);
+            RowRewriter rewriter(store);
             for (const auto& [to, text] : texts) rewriter.put(to, text);
             rewriter.finish();
         });
@@ -187,7 +188,7 @@ private:
         const std::string by[] = {"", what, "another\ntext", std::string(2, letter), "E"};
         const std::string& text = by[random() % std::size(by)];
         Patience patience(nullptr);
-        LineStore::Replaced done, expected;
+        LineStore::Hits done, expected;
         change([&] { done = store.replace(first, last, ByteSearch(what, false), text, patience); });
         for (size_t row = first; row <= std::min(last, plain.size() - 1); ++row) {
             for (size_t col = 0; (col = plain[row].find(what, col)) != std::string::npos; col += text.size()) {
@@ -280,7 +281,7 @@ TEST(LineStore, AHundredKeysInAHugeLineAreKeptInFewBytes) {
         if (i % 10 != 0) {
             now.edit(1, 1).insert(i * 1000, 1, 'y');
         } else {  // as a substitution
-            LineStore::Rewriter rewriter(now);
+            RowRewriter rewriter(now);
             rewriter.put(1, std::string(now.view(1)).insert(i * 1000, "yyy"));
             rewriter.finish();
         }
@@ -384,7 +385,7 @@ TEST(LineStore, TakesItselfAndItsOwnText) {
     EXPECT_EQ(lines_of(store), (Lines{"one", "one", "two", "two"}));
     LineStore copy = store;
     Patience patience(nullptr);
-    const LineStore::Replaced done = copy.replace(0, 3, ByteSearch("o", false), "00", patience);
+    const LineStore::Hits done = copy.replace(0, 3, ByteSearch("o", false), "00", patience);
     EXPECT_EQ(lines_of(copy), (Lines{"00ne", "00ne", "tw00", "tw00"}));
     EXPECT_EQ(std::tuple(done.count, done.last_row, done.last_col), std::tuple(4u, 3u, 2u));
     store.set(0, store.view(3).substr(1));

@@ -9,6 +9,7 @@
 #include <tuple>
 #include <utility>
 
+#include "buffer/row_rewriter.h"
 #include "unit/no_memory.h"
 #include "unit/scratch.h"
 
@@ -38,7 +39,7 @@ std::string state_of(const TextBuffer& buffer) {
 }
 
 void rewrite_ends(TextBuffer& buffer) {
-    LineStore::Rewriter rewriter = buffer.rewrite();
+    RowRewriter rewriter = buffer.rewrite();
     rewriter.put(2, "new");
     rewriter.put(0, "new");
     rewriter.finish();
