@@ -120,9 +120,9 @@ bool LineChunk::adjoin(size_t row) const {
     return a.slice.data() + a.slice.size() + 1 == b.slice.data();
 }
 
-LineChunk::Run LineChunk::run_from(size_t row, size_t limit) const {
+LineRun LineChunk::run_from(size_t row, size_t limit) const {
     const std::string_view first = view(row);
-    if (edited_text(row)) return {1, first, true};
+    if (edited_text(row)) return {row, 1, first, false};
     if (const Slice* slice = std::get_if<Slice>(&body_)) {
         const auto edit = edit_from(slice->edits, row);
         size_t low = row + 1, high = edit == slice->edits.end() ? rows_ : edit->row;  // the run ends between them
@@ -133,19 +133,20 @@ LineChunk::Run LineChunk::run_from(size_t row, size_t limit) const {
             else
                 high = middle - 1;
         }
-        return {low - row, {first.data(), slice->start(low) - slice->start(row)}, false};
+        return {row, low - row, {first.data(), slice->start(low) - slice->start(row)}, true};
     }
-    Run run{1, {first.data(), first.size() + 1}, false};
+    LineRun run{row, 1, {first.data(), first.size() + 1}, true};
     for (size_t next = row + 1; next < rows_ && adjoin(next - 1); ++next) {
         const size_t bytes = run.bytes.size() + view(next).size() + 1;
         if (bytes > limit) break;
-        run = {run.rows + 1, {first.data(), bytes}, false};
+        ++run.rows;
+        run.bytes = {first.data(), bytes};
     }
     return run;
 }
 
-LineChunk::Run LineChunk::run_to(size_t row, size_t limit) const {
-    if (edited_text(row)) return {1, view(row), true};
+LineRun LineChunk::run_to(size_t row, size_t limit) const {
+    if (edited_text(row)) return {row, 1, view(row), false};
     size_t first = row, bytes = view(row).size() + 1;
     while (first > 0 && adjoin(first - 1)) {
         const size_t more = view(first - 1).size() + 1;
@@ -153,7 +154,7 @@ LineChunk::Run LineChunk::run_to(size_t row, size_t limit) const {
         bytes += more;
         --first;
     }
-    return {row + 1 - first, {view(first).data(), bytes}, false};
+    return {first, row + 1 - first, {view(first).data(), bytes}, true};
 }
 
 // --- Changes ---

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "buffer/edited_line.h"
+#include "buffer/line_run.h"
 #include "system/block.h"
 
 // A chunk: some hundred neighbouring lines of a LineStore. Copies of the store share chunks; nothing else uses them.
@@ -56,13 +57,6 @@ public:
         std::string_view text() const { return edited() ? own->view() : slice; }
     };
 
-    // Neighbouring lines that lie one behind the other in memory. An edited line is a run of its own.
-    struct Run {
-        size_t rows = 0;
-        std::string_view bytes;  // with the last "\n" unless edited
-        bool edited = false;
-    };
-
     LineChunk(Slice slice, size_t rows) : rows_(rows), body_(std::move(slice)) {}
 
     size_t rows() const { return rows_; }
@@ -86,8 +80,9 @@ public:
 
     // The run that starts at row (run_from) or ends with row (run_to): as many lines as lie together and fit into limit
     // bytes, but at least one.
-    Run run_from(size_t row, size_t limit) const;
-    Run run_to(size_t row, size_t limit) const;
+    LineRun run_from(size_t row, size_t limit = SIZE_MAX) const;
+    LineRun run_to(size_t row, size_t limit) const;
+    LineRuns<LineChunk> runs() const { return {*this, 0, rows_}; }
 
     std::string& edit(size_t row,
                       size_t room);  // for changing the line in place; room is by how many bytes it will grow

@@ -124,15 +124,15 @@ LineStore LineStore::slice(size_t first, size_t last) const {
     return LineStore(out.finish());
 }
 
-LineStore::Run LineStore::run_from(size_t row, size_t limit) const {
+LineRun LineStore::run_from(size_t row, size_t limit) const {
     LineTree::Place at = tree_->locate(row);
-    const LineChunk::Run first = tree_->chunk(at).run_from(at.row, limit);
-    Run run{row, first.rows, first.bytes, !first.edited};
-    size_t next_row = at.row + first.rows;
+    LineRun run = tree_->chunk(at).run_from(at.row, limit);
+    run.first_row = row;
+    size_t next_row = at.row + run.rows;
     while (run.terminated && next_row == tree_->chunk(at).rows() && tree_->step_forward(at)) {
         if (run.bytes.size() >= limit) break;
-        const LineChunk::Run more = tree_->chunk(at).run_from(0, limit - run.bytes.size());
-        const bool adjoins = !more.edited && more.bytes.data() == run.bytes.data() + run.bytes.size();
+        const LineRun more = tree_->chunk(at).run_from(0, limit - run.bytes.size());
+        const bool adjoins = more.terminated && more.bytes.data() == run.bytes.data() + run.bytes.size();
         if (!adjoins || run.bytes.size() + more.bytes.size() > limit) break;
         run.rows += more.rows;
         run.bytes = {run.bytes.data(), run.bytes.size() + more.bytes.size()};
@@ -141,26 +141,26 @@ LineStore::Run LineStore::run_from(size_t row, size_t limit) const {
     return run;
 }
 
-LineStore::Run LineStore::run_to(size_t row, size_t limit) const {
+LineRun LineStore::run_to(size_t row, size_t limit) const {
     LineTree::Place at = tree_->locate(row);
-    const LineChunk::Run last = tree_->chunk(at).run_to(at.row, limit);
-    Run run{row + 1 - last.rows, last.rows, last.bytes, !last.edited};
-    size_t rows_before = at.row + 1 - last.rows;  // in the same chunk
+    LineRun run = tree_->chunk(at).run_to(at.row, limit);
+    size_t rows_before = run.first_row;  // in the same chunk
+    run.first_row = row + 1 - run.rows;
     while (run.terminated && rows_before == 0 && tree_->step_back(at)) {
         if (run.bytes.size() >= limit) break;
-        const LineChunk::Run more = tree_->chunk(at).run_to(at.row, limit - run.bytes.size());
-        const bool adjoins = !more.edited && more.bytes.data() + more.bytes.size() == run.bytes.data();
+        const LineRun more = tree_->chunk(at).run_to(at.row, limit - run.bytes.size());
+        const bool adjoins = more.terminated && more.bytes.data() + more.bytes.size() == run.bytes.data();
         if (!adjoins || run.bytes.size() + more.bytes.size() > limit) break;
         run.rows += more.rows;
         run.first_row -= more.rows;
         run.bytes = {more.bytes.data(), run.bytes.size() + more.bytes.size()};
-        rows_before = at.row + 1 - more.rows;
+        rows_before = more.first_row;
     }
     return run;
 }
 
 // By the places of the lines and not by line breaks, as a line may hold some.
-size_t LineStore::row_at(const Run& run, size_t offset) const {
+size_t LineStore::row_at(const LineRun& run, size_t offset) const {
     size_t low = run.first_row, high = run.first_row + run.rows - 1;
     while (low < high) {
         const size_t middle = (low + high + 1) / 2;

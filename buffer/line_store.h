@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
@@ -8,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "buffer/line_run.h"
 #include "system/block.h"
 
 class ByteSearch;
@@ -60,19 +63,16 @@ public:
     // A store of rows [first, last), as far as they exist. Shares bytes and whole chunks.
     LineStore slice(size_t first, size_t last) const;
 
-    // Rows that lie one behind the other in memory. Each is followed by one "\n", which belongs to the run. An edited
-    // row is a run of its own, whose bytes have no "\n"; terminated is false then.
-    struct Run {
-        size_t first_row = 0, rows = 0;
-        std::string_view bytes;
-        bool terminated = true;
-    };
+    // The runs that rows [first, last) lie in, as far as they exist. The store must not change meanwhile.
+    LineRuns<LineStore> runs(size_t first = 0, size_t last = SIZE_MAX) const {
+        return {*this, first, std::min(last, size())};
+    }
     // The run that starts at row (row < size()), of at most about limit bytes, at least one row.
-    Run run_from(size_t row, size_t limit = RUN_LIMIT) const;
+    LineRun run_from(size_t row, size_t limit = RUN_LIMIT) const;
     // The run that ends with row (row < size()), of at most about limit bytes, at least one row.
-    Run run_to(size_t row, size_t limit = RUN_LIMIT) const;
+    LineRun run_to(size_t row, size_t limit = RUN_LIMIT) const;
     // The row that holds the byte at this offset in the run (offset < bytes.size()).
-    size_t row_at(const Run& run, size_t offset) const;
+    size_t row_at(const LineRun& run, size_t offset) const;
     static constexpr size_t RUN_LIMIT = size_t{4} << 20;
 
     // Replaces each place of what, which must not hold a line break, by the text by. Looks at rows first to last, both

@@ -43,10 +43,9 @@ private:
 
     void find_places(const LineChunk& chunk) {
         places_.clear();
-        for (size_t row = 0; row < chunk.rows() && !patience_.over();) {
-            const LineChunk::Run run = chunk.run_from(row, SIZE_MAX);
+        for (const LineRun& run : chunk.runs()) {
             what_.find_all(run.bytes, places_, patience_);
-            row += run.rows;
+            if (patience_.over()) return;
         }
     }
 

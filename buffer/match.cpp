@@ -73,7 +73,7 @@ private:
     const LineStore& lines_;
     const ByteSearch* key_;
     size_t row_;  // the first row behind run_
-    LineStore::Run run_;
+    LineRun run_;
     size_t done_ = 0;  // the bytes of run_ that need no further look
 };
 
@@ -108,7 +108,7 @@ private:
     const LineStore& lines_;
     const ByteSearch* key_;
     size_t row_;  // the first row of run_, or the one behind it before any
-    LineStore::Run run_;
+    LineRun run_;
     size_t left_ = 0;  // the bytes of run_ still to be searched
 };
 

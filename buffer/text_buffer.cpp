@@ -83,19 +83,12 @@ bool TextBuffer::is_blank() const { return line_count() == 1 && length(0) == 0; 
 
 // Adds rows [first, last), each with "\n". The room is taken at once, with so many bytes behind them.
 void TextBuffer::append_rows(std::string& text, size_t first, size_t last, size_t room_behind) const {
-    const LineStore rows = lines_.slice(first, last);
     size_t bytes = text.size() + room_behind;
-    for (size_t row = 0; row < rows.size();) {
-        const LineStore::Run run = rows.run_from(row);
-        bytes += run.bytes.size() + (run.terminated ? 0 : 1);
-        row += run.rows;
-    }
+    for (const LineRun& run : lines_.runs(first, last)) bytes += run.bytes.size() + (run.terminated ? 0 : 1);
     text.reserve(bytes);
-    for (size_t row = 0; row < rows.size();) {
-        const LineStore::Run run = rows.run_from(row);
+    for (const LineRun& run : lines_.runs(first, last)) {
         text.append(run.bytes);
         if (!run.terminated) text.push_back('\n');
-        row += run.rows;
     }
 }
 

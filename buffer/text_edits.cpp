@@ -13,12 +13,10 @@ std::string head_and(std::string_view head, std::string_view more) {
 
 // Whether some line holds a line break of its own.
 bool holds_breaks(const LineStore& rows) {
-    for (size_t row = 0; row < rows.size();) {
-        const LineStore::Run run = rows.run_from(row);
+    for (const LineRun& run : rows.runs()) {
         size_t breaks = 0;
         for (size_t at = 0; (at = run.bytes.find('\n', at)) != std::string_view::npos; ++at) ++breaks;
         if (breaks != (run.terminated ? run.rows : 0)) return true;
-        row += run.rows;
     }
     return false;
 }

@@ -20,10 +20,10 @@ char flipped_case(char c) {
 
 std::string joined_rows(const LineStore& rows) {
     std::string text;
-    for_each_run(rows, [&](const LineStore::Run& run) {
+    for (const LineRun& run : rows.runs()) {
         text.append(run.bytes);
         if (!run.terminated) text += '\n';
-    });
+    }
     return text;
 }
 

@@ -4,7 +4,6 @@
 
 #include "editor/kpe.h"
 #include "editor/on_screen.h"
-#include "editor/row_edits.h"
 #include "system/report.h"
 #include "system/terminal.h"
 
@@ -110,9 +109,9 @@ void Editor::fill_select(const SelSpan& span, bool report) {
 void Editor::fill_range(const LineRange& range, bool report) {
     const LineStore rows = buffer_.share_range(range.first, range.last);
     size_t bytes = 0;
-    for_each_run(rows, [&](const LineStore::Run& run) { bytes += run.bytes.size() + 1; });
+    for (const LineRun& run : rows.runs()) bytes += run.bytes.size() + 1;
     Packer packer(fill_width(screen_width_), bytes);
-    for_each_run(rows, [&](const LineStore::Run& run) { packer.add_words(run.bytes); });
+    for (const LineRun& run : rows.runs()) packer.add_words(run.bytes);
     if (packer.text().empty()) return;
     const LineStore filled = LineStore::from_text(packer.text());
     begin_undo_unit();

@@ -22,7 +22,7 @@ namespace {
 bool same_text(const LineStore& a, const LineStore& b) {
     if (a.size() != b.size()) return false;
     for (size_t row = 0; row < a.size();) {
-        const LineStore::Run in_a = a.run_from(row), in_b = b.run_from(row);
+        const LineRun in_a = a.run_from(row), in_b = b.run_from(row);
         const size_t end = row + std::min(in_a.rows, in_b.rows);
         const bool shared = in_a.terminated && in_b.terminated && in_a.bytes.data() == in_b.bytes.data();
         for (; row < end && !shared; ++row)

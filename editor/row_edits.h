@@ -14,16 +14,6 @@
 // Functions that go through many rows, and may change them. Rows are zero-based, first and last are inclusive, and both
 // must exist. A text in which no byte changes does not count as modified.
 
-// Calls use for every run of bytes that the rows lie in, from the first to the last.
-template <class Use>
-void for_each_run(const LineStore& rows, Use use) {
-    for (size_t row = 0; row < rows.size();) {
-        const LineStore::Run run = rows.run_from(row);
-        use(run);
-        row += run.rows;
-    }
-}
-
 using ByteTable = std::array<char, UCHAR_MAX + 1>;  // the byte that each byte becomes
 
 // The table that a function of one byte makes.

@@ -19,11 +19,8 @@ using Put = std::function<bool(std::string_view)>;
 
 // Untouched bytes are put in large pieces.
 bool put_rows(const LineStore& lines, const Put& put) {
-    for (size_t row = 0; row < lines.size();) {
-        const LineStore::Run run = lines.run_from(row);
+    for (const LineRun& run : lines.runs())
         if (!put(run.bytes) || (!run.terminated && !put("\n"))) return false;
-        row += run.rows;
-    }
     return true;
 }
 

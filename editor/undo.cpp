@@ -2,7 +2,6 @@
 #include <utility>
 
 #include "editor/kpe.h"
-#include "editor/row_edits.h"
 #include "system/report.h"
 
 namespace {
@@ -109,7 +108,7 @@ void Editor::free_dropped_states() {
 size_t Editor::text_bytes() const {
     size_t bytes = 0;
     for (const auto& [name, text] : buffers_)
-        for_each_run(text.lines(), [&](const LineStore::Run& run) { bytes += run.bytes.size(); });
+        for (const LineRun& run : text.lines().runs()) bytes += run.bytes.size();
     return bytes;
 }
 

@@ -40,7 +40,7 @@ Lines lines_by_runs(const LineStore& store, size_t limit, bool backwards) {
     Lines lines;
     size_t row = backwards ? store.size() : 0;
     while (backwards ? row > 0 : row < store.size()) {
-        const LineStore::Run run = backwards ? store.run_to(row - 1, limit) : store.run_from(row, limit);
+        const LineRun run = backwards ? store.run_to(row - 1, limit) : store.run_from(row, limit);
         EXPECT_GE(run.rows, 1u);
         EXPECT_EQ(backwards ? run.first_row + run.rows : run.first_row, row);
         if (run.rows == 0 || testing::Test::HasFailure()) return {};
@@ -89,6 +89,11 @@ public:
         ASSERT_TRUE(std::equal(behind.begin(), behind.end(), plain.begin() + static_cast<std::ptrdiff_t>(third)));
         ASSERT_EQ(lines_by_runs(store, 1000, /*backwards=*/false), plain);
         ASSERT_EQ(lines_by_runs(store, 300, /*backwards=*/true), plain);
+        std::string by_runs, by_rows;
+        for (const LineRun& run : store.runs(third, 2 * third))
+            by_runs.append(run.bytes).append(run.terminated ? "" : "\n");
+        for (size_t row = third; row < 2 * third; ++row) by_rows += plain[row] + "\n";
+        ASSERT_EQ(by_runs, by_rows);
     }
 
     void step(std::mt19937& random) {
