@@ -58,9 +58,7 @@ build() {
 }
 
 BUILD_PACKAGES="g++ cmake ninja-build pkg-config libncurses-dev"
-# Terminal entries for the screen tests, and the terminal that they look at.
-TEST_PACKAGES="$BUILD_PACKAGES libgtest-dev libvterm-dev ncurses-term"
+# Terminal entries for the screen tests, the terminal that they look at, and the sandbox for sessions made by chance.
+TEST_PACKAGES="$BUILD_PACKAGES libgtest-dev libvterm-dev ncurses-term bubblewrap"
 LINT_PACKAGES="$TEST_PACKAGES libbenchmark-dev clang clang-format clang-tidy shellcheck pyflakes3 man-db"
-# The fuzzer library of clang, and its sanitizers.
-FUZZ_PACKAGES="$BUILD_PACKAGES libgtest-dev libvterm-dev clang libclang-rt-dev"
 BENCH_PACKAGES="$BUILD_PACKAGES libbenchmark-dev python3 vim ed ne nano"

@@ -100,6 +100,45 @@ TEST(Matcher, EqualsBacktrackingOnEveryShortString) {
     }
 }
 
+// Longer strings than all of them can be tried, and rows as they came from a file among edited ones: those are
+// searched in different ways.
+TEST(Matcher, EqualsBacktrackingOnRandomRows) {
+    using Place = std::optional<std::pair<size_t, size_t>>;
+    const auto place = [](const auto& found) { return found ? Place{{found->row, found->col}} : std::nullopt; };
+    constexpr size_t ROWS = 5, LONGEST_LINE = 14;
+    Random random(1);
+    for (int round = 0; round < 3000; ++round) {
+        const bool exact = round % 2 == 0;
+        const string_view alphabet = round % 3 == 0 ? "abA" : "abcAB-*?%[]^$\\\xe9";
+        const string needle = random_string(random, alphabet, 1 + below(random, 8));
+        if (std::count(needle.begin(), needle.end(), '*') > 3) continue;  // backtracking would take too long
+        const Matcher matcher(needle, exact);
+        std::vector<NaiveSearch> naive;
+        std::vector<string> lines;
+        string file;
+        for (size_t row = 0; row < ROWS; ++row) {
+            lines.push_back(random_string(random, "abcAB-]*\\\xe9", below(random, LONGEST_LINE)));
+            file += lines[row] + "\n";
+            naive.emplace_back(needle, lines[row], exact);
+            if (!same_as_naive(needle, lines[row], exact, matcher)) return;
+        }
+        TextBuffer text;
+        text.set_text(file);
+        for (size_t row = 0; row < ROWS; ++row)
+            if (below(random, 2) == 0) text.line(row) = lines[row];
+        const size_t col = below(random, LONGEST_LINE);
+        for (size_t row = 0; row < ROWS; ++row) {
+            Place down, up;
+            for (size_t r = row; r < ROWS && !down; ++r)
+                if (const auto c = naive[r].first(r == row ? col : 0)) down = {r, *c};
+            for (size_t r = row + 1; r-- > 0 && !up;)
+                if (const auto c = naive[r].last(r == row ? col : LONGEST_LINE)) up = {r, *c};
+            ASSERT_EQ(place(matcher.find_forward(text.lines(), row, col)), down) << needle << " in " << file;
+            ASSERT_EQ(place(matcher.find_backward(text.lines(), row, col)), up) << needle << " in " << file;
+        }
+    }
+}
+
 TEST(Matcher, CaseFoldsLettersOnly) {
     const auto col = [](string_view needle, string_view line, bool exact) {
         const auto match = Matcher(needle, exact).first_in({line}, 0);

@@ -1,0 +1,304 @@
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <random>
+#include <set>
+#include <string>
+#include <string_view>
+#include <sys/resource.h>
+#include <unistd.h>
+#include <vector>
+
+#include "pseudo_terminal.h"
+#include "unit/scratch.h"
+
+// kpe_fuzz lines|keys: whole sessions of the program made by chance, in a sandbox from which nothing can be reached.
+// KPE_FUZZ_SECONDS (2) says how long, KPE_FUZZ_SEED runs one session alone. The status is 1 when a session failed,
+// 77 where no sandbox can be made.
+
+namespace {
+
+using std::string;
+using std::string_view;
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+constexpr int SKIPPED = 77;
+const char* const FAILED = KPE_SOURCE_DIR "/build/fuzz/failed";
+constexpr string_view TEXT = "alpha beta\n\tgamma  delta\n\nDon't (stop) here.\nalpha alpha\n100 last\xc3\xa9 line\n";
+
+// From the start of a session on: Ctrl/C has to end what lasts so long, SIGTERM the session, and what is left hangs:
+// kpe ends by itself ten seconds after a signal.
+constexpr auto PATIENCE = 3s, MOST_PRESSED = 5s, MOST_ENDING = 11s;
+constexpr auto BETWEEN_PRESSES = 500ms;
+
+class Chance {
+public:
+    explicit Chance(unsigned long seed) : bits_(seed) {}
+    size_t below(size_t n) { return bits_() % n; }
+    char byte() { return static_cast<char>(bits_()); }
+    template <typename List>
+    string one_of(const List& list) {
+        return string(list[below(std::size(list))]);
+    }
+
+private:
+    std::mt19937_64 bits_;
+};
+
+// words.dict: commands, what may follow them in lines that begin with ">", and what begins like a key.
+struct Words {
+    std::vector<string> commands, arguments, keys;
+
+    Words() {
+        std::ifstream in(KPE_SOURCE_DIR "/tests/fuzz/words.dict");
+        for (string line; std::getline(in, line);) {
+            for (size_t from = 0; line[0] != '#' && (from = line.find('"', from)) != line.npos;) {
+                const size_t to = line.find('"', from + 1);
+                add(line.substr(from + 1, to - from - 1), line[0] == '>');
+                from = to + 1;
+            }
+        }
+    }
+    void add(string word, bool is_argument) {
+        for (size_t at; (at = word.find("\\x")) != word.npos;)
+            word.replace(at, 4, 1, static_cast<char>(std::stoi(word.substr(at + 2, 2), nullptr, 16)));
+        (is_argument ? arguments : word[0] < ' ' ? keys : commands).push_back(word);
+    }
+};
+
+string argument(Chance& chance, const Words& words) {
+    constexpr string_view TEXTS[] = {"alpha", "a", "x", " ", "", "e*a", "^", "$", "[a-d]", "\\", "?", "Don't", "\t"};
+    string kinds[] = {chance.one_of(words.commands), chance.one_of(words.arguments), chance.one_of(TEXTS), ""};
+    kinds[3] = "/" + kinds[2] + "/" + chance.one_of(TEXTS) + "/";
+    return chance.below(30) == 0 ? string(1, chance.byte()) : chance.one_of(kinds);
+}
+
+// Often a command with what may belong to it, seldom anything at all.
+string command_line(Chance& chance, const Words& words) {
+    string line;
+    if (chance.below(8) > 0) line = chance.one_of(words.commands);
+    for (size_t arguments = chance.below(4); arguments > 0; --arguments) {
+        if (chance.below(3) > 0) line += ' ';
+        line += argument(chance, words);
+    }
+    std::replace(line.begin(), line.end(), '\n', ' ');
+    return line;
+}
+
+// One piece is typed at once, and another one when the session waits for it.
+std::vector<string> typed_lines(Chance& chance, const Words& words) {
+    string all;
+    for (size_t lines = 1 + chance.below(30); lines > 0; --lines) {
+        const string line = command_line(chance, words);
+        all += line + '\n';
+        if (line.starts_with("I")) all += "one\ntwo\n.\n";
+    }
+    return {all + "\n\n.\n"};  // what still reads lines ends
+}
+
+std::vector<string> typed_keys(Chance& chance, const Words& words) {
+    constexpr string_view PLAIN[] = {"a", "B", " ", "\t", "\r", "\x7f", "\xc3\xa9", "5", "\x08", "\x15", "\x0b"};
+    std::vector<string> pieces = {"CHANGE\r"};
+    for (size_t keys = 1 + chance.below(60); keys > 0; --keys) {
+        string key = chance.one_of(words.keys);
+        if (chance.below(3) == 0) key = "\x1bOP" + key;
+        if (chance.below(3) == 0) key = chance.one_of(PLAIN);
+        if (chance.below(9) == 0) key = chance.byte();
+        if (chance.below(4) == 0)
+            key = (chance.below(2) == 0 ? "\x1bOP\x1bOw" : "") + command_line(chance, words) + "\r";
+        if (chance.below(3) > 0 && pieces.size() > 1)
+            pieces.back() += key;
+        else
+            pieces.push_back(key);
+    }
+    for (const char* leaving : {"\r", "\x1a", "\r"}) pieces.emplace_back(leaving);
+    return pieces;
+}
+
+// All is undone and redone, in half of the sessions undone again, and then they end. WRITE ends redoing.
+std::vector<string> checks(bool undone, const string& end) {
+    const auto often = [&](const string& line) {
+        string all;
+        for (int i = 0; i < 100; ++i) all += line + end;
+        return all;
+    };
+    return {often("REDO") + "WRITE before WHOLE" + end, often("UNDO"), often("REDO") + "WRITE after WHOLE" + end,
+            undone ? often("UNDO") + "F =MAIN" + end + "WRITE undone WHOLE" + end : "",
+            "F =MAIN" + end + "WRITE kept WHOLE" + end + "EXIT" + end};
+}
+
+class Session {
+public:
+    Session(bool on_terminal, unsigned long seed) : on_terminal_(on_terminal) {
+        Chance chance(seed);
+        static const Words words;
+        pieces_ = on_terminal ? typed_keys(chance, words) : typed_lines(chance, words);
+        for (const string& piece : pieces_) typed_ += piece;
+        if (says("\x03")) sent_.insert(SIGINT);
+        if (says("\x1c")) sent_.insert(SIGQUIT);
+        for (const string& piece : checks(seed % 2 == 0, on_terminal ? "\r" : "\n")) pieces_.push_back(piece);
+        dir_.put("t.txt", TEXT);
+        dir_.put("u.txt", "second\r\nfile\n");
+        dir_.put("c.kpe", "TYPE\nFIND alpha\n! a comment\nSET COMMAND c.kpe\n");
+        string session = "exec " KPE_PROGRAM " t.txt";
+        if (!on_terminal) {
+            string input;
+            for (const string& piece : pieces_) input += piece;
+            session += " <" + dir_.put("io/in", input) + " >io/out 2>io/err";
+        }
+        constexpr string_view TERMINALS[] = {"xterm", "vt100", "vt220", "dumb"};
+        command_.words = {"sh", "-c", session};
+        command_.directory = dir_.root();
+        command_.env = {"HOME=" + dir_.root(),
+                        "TERM=" + chance.one_of(TERMINALS),
+                        "LANG=C.UTF-8",
+                        "PATH=/usr/bin:/bin",
+                        "ASAN_OPTIONS=detect_leaks=0:hard_rss_limit_mb=1000:log_path=sanitizer",
+                        "UBSAN_OPTIONS=log_path=sanitizer"};
+    }
+    const string& typed() const { return typed_; }
+    bool compared() const { return compared_; }
+
+    // What is wrong with it; "" when nothing is.
+    string fault() {
+        PseudoTerminal terminal(command_);
+        if (const string bad = play(terminal); !bad.empty()) return bad;
+        for (const string& name : dir_.names()) {
+            if (!name.starts_with("sanitizer")) continue;
+            const string report = dir_.get(name);
+            return report.find("rss limit") == report.npos ? report : "";
+        }
+        const int how = terminal.ended_with();
+        // A script that ends in time was sent no Ctrl/C.
+        if (!on_terminal_ && how == -SIGINT && !says("\x03")) return "hangs";
+        if (how < 0 && !sent_.contains(-how)) return "ended by signal " + std::to_string(-how);
+        if (!terminal.has_its_modes_back()) return "the terminal is not as it was";
+        for (const auto& entry : std::filesystem::directory_iterator("/tmp")) {
+            const string path = entry.path();  // PRINT of an invalid range leaves its file
+            if (path != dir_.root() && !path.starts_with("/tmp/kpe_print_")) return "outside of its directory: " + path;
+        }
+        return how == 0 ? wrong_file() : "";
+    }
+
+private:
+    string play(PseudoTerminal& terminal) {
+        const auto start = Clock::now();
+        auto pressed = start + PATIENCE;
+        string rest;
+        for (size_t piece = 0; terminal.running();) {
+            const auto now = Clock::now();
+            if (now > start + MOST_ENDING) return "hangs";
+            terminal.output_within(200us);
+            while (terminal.read(output_) > 0) {
+            }
+            if (!on_terminal_ || !rest.empty()) rest.erase(0, terminal.write(rest));
+            const bool waits = on_terminal_ && rest.empty() && terminal.waits_for_input();
+            if (waits && piece < pieces_.size())
+                rest = pieces_[piece++];
+            else if (!sent_.contains(SIGTERM) && (waits || now > start + MOST_PRESSED))
+                send(terminal, SIGTERM);
+            else if (!sent_.contains(SIGTERM) && now > pressed) {
+                pressed = now + BETWEEN_PRESSES;
+                send(terminal, SIGINT);
+            }
+        }
+        while (terminal.read(output_) > 0) {
+        }
+        return "";
+    }
+    void send(PseudoTerminal& terminal, int signal) {
+        sent_.insert(signal);
+        terminal.signal(signal);
+    }
+    bool says(const char* word) const { return typed_.find(word) != typed_.npos; }
+    // Whether no state of the text had to be forgotten.
+    bool undid_all() const {
+        const string output = on_terminal_ ? output_ : dir_.get("io/out");
+        const size_t before = output.find("before written"), nothing = output.find("Nothing to undo", before);
+        return before != output.npos && nothing < output.find("after written") && !says("UNDO");
+    }
+    // Of a session that came to its last EXIT, and writes plain text.
+    string wrong_file() {
+        const auto names = dir_.names();
+        if (!names.contains("kept") || says("RMS") || says("VERSION")) return "";
+        const auto text = [&](const char* name) {
+            const string bytes = dir_.get(name);
+            return bytes == "\n" ? "" : bytes;
+        };
+        compared_ = true;
+        if (text("kept") != text("t.txt")) return "the file is not what was written before EXIT";
+        if (text("before") != text("after")) return "undone and redone, the text is another one";
+        if (undid_all() && names.contains("undone") && text("undone") != TEXT)
+            return "when all is undone, the text is not the first one";
+        return "";
+    }
+
+    Scratch dir_;
+    bool on_terminal_, compared_ = false;
+    std::set<int> sent_;  // signals
+    std::vector<string> pieces_;
+    string typed_, output_;
+    Command command_;
+};
+
+unsigned long setting(const char* name, unsigned long otherwise) {
+    const char* const value = std::getenv(name);
+    return value ? std::strtoul(value, nullptr, 10) : otherwise;
+}
+
+// In the sandbox.
+int run_sessions(const string& kind) {
+    const rlimit file_size = {8 << 20, 8 << 20}, no_core = {0, 0};
+    setrlimit(RLIMIT_FSIZE, &file_size);
+    setrlimit(RLIMIT_CORE, &no_core);
+    const unsigned long only = setting("KPE_FUZZ_SEED", 0);
+    const auto end = Clock::now() + std::chrono::seconds(setting("KPE_FUZZ_SECONDS", 2));
+    unsigned sessions = 0, compared = 0;
+    for (unsigned long seed = only ? only : std::random_device{}(); sessions == 0 || Clock::now() < end; ++seed) {
+        Session session(kind == "keys", seed);
+        ++sessions;
+        if (const string fault = session.fault(); !fault.empty()) {
+            const string input = FAILED + ("/" + kind + "-" + std::to_string(seed));
+            std::ofstream(input, std::ios::binary) << session.typed();
+            std::fprintf(stderr, "%s\nwith KPE_FUZZ_SEED=%lu, typed: %s\n", fault.c_str(), seed, input.c_str());
+            return 1;
+        }
+        if (session.compared()) ++compared;
+        if (only) break;
+    }
+    std::printf("%s: %u sessions, the texts of %u compared\n", kind.c_str(), sessions, compared);
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const string kind = argc > 1 ? argv[1] : "";
+    if (kind != "lines" && kind != "keys") {
+        std::fprintf(stderr, "usage: kpe_fuzz lines|keys\n");
+        return 2;
+    }
+    if (argc > 2) return run_sessions(kind);
+    std::filesystem::create_directories(FAILED);
+    const auto bind = [](const char* how, const string& path) {
+        return string(how) + " '" + path + "' '" + path + "' ";
+    };
+    // In it all is read-only but /tmp, which is empty. What is needed from outside may lie below /tmp.
+    const string sandbox = "exec bwrap --ro-bind / / --dev /dev --proc /proc --tmpfs /tmp" +
+                           bind(" --ro-bind", KPE_SOURCE_DIR) +
+                           bind("--ro-bind", std::filesystem::path(KPE_PROGRAM).parent_path()) +
+                           bind("--bind", FAILED) + "--setenv TMPDIR /tmp --unshare-all --die-with-parent ";
+    if (std::system((sandbox + "true 2>/dev/null").c_str()) != 0) {
+        std::fprintf(stderr, "kpe_fuzz: skipped, as bubblewrap can make no sandbox here\n");
+        return SKIPPED;
+    }
+    const string command = sandbox + "'" + std::filesystem::absolute(argv[0]).string() + "' " + kind + " inside";
+    execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+    return 1;
+}
