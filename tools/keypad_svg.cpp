@@ -1,5 +1,6 @@
 // Draws docs/keypad.svg: what the keypad and the editing keys do, plain and after GOLD, by the names that the
-// program itself uses. Writes the picture to standard output; a test compares the two.
+// program itself uses. With any argument, it writes the table of docs/keypad.md, which names the keys that the picture
+// leaves out. Both go to standard output; tests compare them with the documents.
 
 #include <cstdio>
 #include <curses.h>
@@ -79,9 +80,25 @@ constexpr const char* STYLE =
     "text.title{font-size:14px;text-anchor:start}\n"
     "</style>\n";
 
-}  // namespace
+void write_row(const std::string& label, int code) {
+    const char* const plain = kpe_function_name(code, /*gold=*/false);
+    const char* const gold = kpe_function_name(code, /*gold=*/true);
+    if (*plain || *gold) std::printf("| %s | %s | %s |\n", label.c_str(), plain, gold);
+}
 
-int main() {
+void write_table() {
+    std::printf("| Key | Plain | After GOLD |\n| --- | --- | --- |\n");
+    for (char letter = 'A'; letter <= 'Z'; ++letter) write_row("Ctrl/" + std::string(1, letter), kpe_ctrl(letter));
+    write_row("Backspace", KEY_BACKSPACE);
+    write_row("Delete (code 127)", KPE_DELETE);
+    write_row("Command", KEY_COMMAND);
+    write_row("Find", KEY_FIND);
+    write_row("Select", KEY_SELECT);
+    write_row("N", 'N');
+    write_row("Q", 'Q');
+}
+
+void draw_picture() {
     const int keypad_left = MARGIN, editing_left = MARGIN + 4 * (CELL_WIDTH + GAP) + 3 * MARGIN, top = MARGIN + TITLE;
     const int width = editing_left + 3 * (CELL_WIDTH + GAP) - GAP + MARGIN;
     const int height = top + 5 * (CELL_HEIGHT + GAP) - GAP + MARGIN;
@@ -94,5 +111,11 @@ int main() {
     for (const Key& key : KEYPAD) draw_key(key, keypad_left, top);
     for (const Key& key : EDITING) draw_key(key, editing_left, top);
     std::printf("</svg>\n");
+}
+
+}  // namespace
+
+int main(int argc, char**) {
+    argc > 1 ? write_table() : draw_picture();
     return 0;
 }
