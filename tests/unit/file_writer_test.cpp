@@ -38,13 +38,12 @@ struct stat stat_of(const std::string& path) {
     return st;
 }
 
-// Runs act in a child, as an ordinary user, and returns what act returned. Whatever act changes about its
-// process (limits, user, signals) ends with it.
-int in_child(const std::function<int()>& act, bool as_user = false) {
+// Saves as an ordinary user, in a child, because nobody becomes root again.
+int save_as_user(const std::string& path, std::string_view text) {
     const pid_t child = fork();
     if (child == 0) {
-        if (as_user && getuid() == 0 && (setgroups(0, nullptr) || setgid(NOBODY) || setuid(NOBODY))) _exit(255);
-        _exit(act());
+        if (getuid() == 0 && (setgroups(0, nullptr) || setgid(NOBODY) || setuid(NOBODY))) _exit(255);
+        _exit(save(path, text));
     }
     int status = 0;
     EXPECT_EQ(waitpid(child, &status, 0), child);
@@ -104,37 +103,33 @@ TEST_F(Saving, ReplacesTextWithTheOldModeAndAttributes) {
     EXPECT_EQ(scratch.names("d"), Names{"a"});
 }
 
-TEST_F(Saving, FollowsLinksAndLeavesThem) {
+TEST_F(Saving, FollowsLinksAndFailsAtOpenWhereNoFileCanBe) {
     scratch.put("d/real/file", "old");
     fs::create_symlink("d/second", scratch.path("first"));
     fs::create_symlink("real/file", scratch.path("d/second"));
     fs::create_symlink("d/real/made", scratch.path("dangling"));
     fs::create_symlink("loop", scratch.path("loop"));
     fs::create_symlink("nowhere/x", scratch.path("lost"));
-
-    EXPECT_EQ(save(scratch.path("first"), "new"), 0);
-    EXPECT_EQ(save(scratch.path("dangling"), "made"), 0);
-    EXPECT_EQ(save(scratch.path("loop"), "x"), ELOOP);
-    EXPECT_EQ(save(scratch.path("lost"), "x"), ENOENT);
-    EXPECT_EQ(scratch.get("d/real/file"), "new");
-    EXPECT_EQ(scratch.names("d/real"), (Names{"file", "made"}));
-    for (const char* link : {"first", "d/second", "dangling"}) EXPECT_TRUE(fs::is_symlink(scratch.path(link))) << link;
-}
-
-TEST_F(Saving, FailsAtOpenWhereNoFileCanBe) {
-    scratch.put("d/file", "old");
-    const std::pair<std::string, int> ROWS[] = {{"missing/a", ENOENT}, {"d", EISDIR},
-                                                {"d/file/a", ENOTDIR}, {"d/new/", ENOENT},
-                                                {"d/file/", ENOTDIR},  {"d/" + std::string(256, 'n'), ENAMETOOLONG},
+    const std::pair<std::string, int> ROWS[] = {{"first", 0},
+                                                {"dangling", 0},
+                                                {"loop", ELOOP},
+                                                {"lost", ENOENT},
+                                                {"d", EISDIR},
+                                                {"d/real/file/a", ENOTDIR},
+                                                {"d/real/file/", ENOTDIR},
+                                                {"d/new/", ENOENT},
+                                                {"d/" + std::string(256, 'n'), ENAMETOOLONG},
                                                 {"d/..", EISDIR}};
     for (const auto& [name, error] : ROWS) {
         FileWriter writer;
-        EXPECT_FALSE(writer.open(scratch.path(name), Existing::Replace)) << name;
-        EXPECT_EQ(errno, error) << name << ": " << strerror(errno);
-        EXPECT_FALSE(writer.write("x") || writer.commit());
+        EXPECT_EQ(writer.open(scratch.path(name), Existing::Replace), error == 0) << name;
+        EXPECT_TRUE(error == 0 || errno == error) << name << ": " << strerror(errno);
+        EXPECT_EQ(writer.write(name) && writer.commit(), error == 0) << name;
     }
-    EXPECT_EQ(scratch.names("d"), Names{"file"});
-    EXPECT_EQ(scratch.get("d/file"), "old");
+    EXPECT_EQ(scratch.get("d/real/file"), "first");
+    EXPECT_EQ(scratch.get("d/real/made"), "dangling");
+    EXPECT_EQ(scratch.names("d/real"), (Names{"file", "made"}));
+    for (const char* link : {"first", "d/second", "dangling"}) EXPECT_TRUE(fs::is_symlink(scratch.path(link))) << link;
 }
 
 TEST_F(Saving, WritesFurtherLinksInPlace) {
@@ -145,7 +140,7 @@ TEST_F(Saving, WritesFurtherLinksInPlace) {
         ASSERT_TRUE(getuid() != 0 || chown(owned.c_str(), NOBODY, NOBODY) == 0);
     chmod(path.c_str(), 06755);
     for (const size_t size : {size_t{5}, size_t{0}, 4 * MB + 1}) {
-        EXPECT_EQ(in_child([&] { return save(path, numbered(size)); }, /*as_user=*/true), 0);
+        EXPECT_EQ(save_as_user(path, numbered(size)), 0);
         EXPECT_TRUE(scratch.get("other") == numbered(size)) << size;
         EXPECT_EQ(stat_of(path).st_mode & 07777, 06755u);
         EXPECT_EQ(scratch.names("d"), Names{"a"});
@@ -197,9 +192,8 @@ TEST_F(Saving, TrustsNothingUnderTheNameOfItsNewText) {
 TEST_F(Saving, WritesInPlaceWhatIsNamedThroughItsDescriptor) {
     const FileHandle held(open(scratch.put("d/a", "old text").c_str(), O_RDWR));
     EXPECT_EQ(save("/dev/fd/" + std::to_string(held.fd()), "new"), 0);
-    struct stat st;
-    ASSERT_EQ(fstat(held.fd(), &st), 0);
-    EXPECT_EQ(st.st_size, 3);
+    char bytes[20];
+    EXPECT_EQ(pread(held.fd(), bytes, sizeof bytes, 0), 3);
     EXPECT_EQ(scratch.get("d/a"), "new");
 }
 
@@ -219,8 +213,7 @@ TEST_F(Saving, NeverWritesToAFileThatLostItsName) {
 }
 
 TEST_F(Saving, DevicesAndFifosAreWrittenPlainly) {
-    EXPECT_EQ(save("/dev/full", numbered(2 * MB)), ENOSPC);
-    EXPECT_TRUE(fs::is_character_file("/dev/full"));
+    EXPECT_EQ(save_as_user("/dev/full", numbered(2 * MB)), ENOSPC);  // root could replace it, if it were a mistake
 
     const std::string path = scratch.path("d/fifo");
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
@@ -242,12 +235,10 @@ TEST_F(Saving, WithoutAPlaceForTheSafetyCopyNothingIsTouched) {
     const std::string path = scratch.put("d/a", "old");
     fs::create_hard_link(path, scratch.path("other"));
     setenv("XDG_STATE_HOME", path.c_str(), 1);  // a file
-    const char* before = getenv("TMPDIR");
-    const std::string temporary = before ? before : "/tmp";
     setenv("TMPDIR", scratch.path("missing").c_str(), 1);
     chmod(scratch.root().c_str(), 0555);
     chmod(path.c_str(), 0666);
-    EXPECT_NE(in_child([&] { return save(path, "new"); }, /*as_user=*/true), 0);
+    EXPECT_NE(save_as_user(path, "new"), 0);
     EXPECT_EQ(scratch.get("other"), "old");
     open_to_all(".");
 
@@ -255,7 +246,7 @@ TEST_F(Saving, WithoutAPlaceForTheSafetyCopyNothingIsTouched) {
     EXPECT_EQ(save(path, "new"), 0);
     EXPECT_EQ(scratch.get("other"), "new");
     EXPECT_EQ(scratch.names("d"), Names{"a"});
-    setenv("TMPDIR", temporary.c_str(), 1);
+    unsetenv("TMPDIR");
 }
 
 }  // namespace
