@@ -159,7 +159,7 @@ void insert_bytes(TextBuffer& buffer, size_t& row, size_t& col, const string& te
 // Whole texts go in and out as their bytes would one after the other.
 TEST(TextBuffer, SpansAndRangesAgreeWithTheirBytes) {
     std::mt19937 random(1);
-    for (int i = 0; i < 6000 && !HasFailure(); ++i) {
+    for (int i = 0; i < 3000 && !HasFailure(); ++i) {
         TextBuffer before;
         before.set_text(random_text(random, 60));
         if (i % 4 != 0) before.set_mark(random() % 12, random() % 8);
