@@ -8,6 +8,7 @@
 #include <poll.h>
 #include <string>
 #include <unistd.h>
+#include <utility>
 
 #include "screen/curses_session.h"
 #include "screen/n3_kpe_keymap.h"
@@ -22,6 +23,7 @@ namespace {
 // After this time the bytes of a sequence are no sequence any more: Escape was pressed by itself.
 constexpr timespec ESCAPE_DELAY = {0, 25'000'000};
 
+std::string g_paste;
 size_t g_keys_read = 0, g_cancels_read = 0, g_typed_before = 0;
 
 int counted(int key) {
@@ -105,6 +107,8 @@ bool read_byte() {
 }
 
 }  // namespace
+
+std::string kpe_take_paste() { return std::exchange(g_paste, {}); }
 
 size_t kpe_keys_read() { return g_keys_read; }
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <string>
 
 #include "system/terminal.h"
 
@@ -12,6 +13,8 @@
 // keys: at the end of input, after a hangup, and after a signal that ends the process.
 using KpeDraw = std::function<void(bool anew)>;
 int kpe_read_key(bool pc_keypad, const KpeDraw& draw);
+// The text of the paste for which kpe_read_key has returned KPE_PASTE, as it came, but with each line break as "\n".
+std::string kpe_take_paste();
 // How many keys were read since the start, and how many of them were Ctrl/C.
 size_t kpe_keys_read();
 size_t kpe_cancels_read();

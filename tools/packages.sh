@@ -57,7 +57,7 @@ build() {
         quietly "$root/build/$preset.log" "the $preset build" cmake --build "$root/build/$preset" --target "$target"
 }
 
-BUILD_PACKAGES="g++ cmake ninja-build pkg-config libncurses-dev"
+BUILD_PACKAGES="g++ cmake ninja-build pkg-config libncurses-dev libutf8proc-dev"
 # Terminal entries for the screen tests, the terminal that they look at, and the sandbox for sessions made by chance.
 TEST_PACKAGES="$BUILD_PACKAGES libgtest-dev libvterm-dev ncurses-term bubblewrap"
 LINT_PACKAGES="$TEST_PACKAGES libbenchmark-dev clang clang-format clang-tidy shellcheck pyflakes3 man-db"

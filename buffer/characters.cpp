@@ -1,0 +1,192 @@
+#include "buffer/characters.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <utf8proc.h>
+
+#include "system/locale.h"
+
+namespace {
+
+constexpr size_t LONGEST = 4;  // bytes of a code point
+constexpr utf8proc_int32_t NO_CODE = -1, ZERO_WIDTH_JOINER = 0x200D, TEXT_STYLE = 0xFE0E, EMOJI_STYLE = 0xFE0F;
+
+bool is_ascii(char c) { return static_cast<unsigned char>(c) < 0x80; }
+
+bool is_continuation(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+
+struct Code {
+    utf8proc_int32_t value = NO_CODE;  // NO_CODE: the byte is no UTF-8
+    size_t bytes = 1;
+};
+
+// text is not empty.
+Code first_code(std::string_view text) {
+    if (is_ascii(text.front())) return {static_cast<utf8proc_int32_t>(text.front()), 1};
+    Code code;
+    const auto* const bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+    const auto size = static_cast<utf8proc_ssize_t>(std::min(text.size(), LONGEST));
+    const utf8proc_ssize_t taken = utf8proc_iterate(bytes, size, &code.value);
+    if (taken <= 0) return {};
+    code.bytes = static_cast<size_t>(taken);
+    return code;
+}
+
+// Where the code point begins that holds the byte at col; col < text.size().
+size_t code_start(std::string_view text, size_t col) {
+    if (!is_continuation(text[col])) return col;
+    for (size_t back = 1; back < LONGEST && back <= col; ++back) {
+        const size_t start = col - back;
+        if (is_continuation(text[start])) continue;
+        return start + first_code(text.substr(start)).bytes > col ? start : col;
+    }
+    return col;
+}
+
+int boundary_class(utf8proc_int32_t code) { return static_cast<int>(utf8proc_get_property(code)->boundclass); }
+
+bool breaks(utf8proc_int32_t a, utf8proc_int32_t b, utf8proc_int32_t& state) {
+    if (a == NO_CODE || b == NO_CODE) {
+        state = 0;
+        return true;
+    }
+    return utf8proc_grapheme_break_stateful(a, b, &state);
+}
+
+// Whether a character begins between these two, whatever stands in front of them.
+bool surely_breaks(utf8proc_int32_t a, utf8proc_int32_t b) {
+    if (a == NO_CODE || b == NO_CODE) return true;
+    const int second = boundary_class(b);
+    if (second == UTF8PROC_BOUNDCLASS_REGIONAL_INDICATOR) {
+        return boundary_class(a) != UTF8PROC_BOUNDCLASS_REGIONAL_INDICATOR && utf8proc_grapheme_break(a, b);
+    }
+    return a != ZERO_WIDTH_JOINER && utf8proc_grapheme_break(a, b);
+}
+
+// The last column up to col where a character surely begins; col is the start of a code point.
+size_t sure_start(std::string_view line, size_t col) {
+    Code code = first_code(line.substr(col));
+    while (col > 0) {
+        const size_t before = code_start(line, col - 1);
+        const Code previous = first_code(line.substr(before));
+        if (surely_breaks(previous.value, code.value)) break;
+        col = before;
+        code = previous;
+    }
+    return col;
+}
+
+// The bytes of the cluster at the start of text, which is not empty.
+size_t cluster_size(std::string_view text) {
+    Code code = first_code(text);
+    size_t size = code.bytes;
+    for (utf8proc_int32_t state = 0; size < text.size();) {
+        const Code next = first_code(text.substr(size));
+        if (breaks(code.value, next.value, state)) break;
+        size += next.bytes;
+        code = next;
+    }
+    return size;
+}
+
+// Both bytes around col are ASCII, or there is none: nearly all text. A carriage return and a line feed stay apart.
+bool plain_border(std::string_view line, size_t col) {
+    return (col == 0 || is_ascii(line[col - 1])) && (col >= line.size() || is_ascii(line[col]));
+}
+
+size_t cells_of_code(utf8proc_int32_t code) { return static_cast<size_t>(std::max(utf8proc_charwidth(code), 0)); }
+
+// Terminals agree on letters, digits and punctuation, and on marks that take no cell.
+bool width_in_doubt(utf8proc_int32_t code) {
+    switch (utf8proc_category(code)) {
+        case UTF8PROC_CATEGORY_CN:
+        case UTF8PROC_CATEGORY_CO:
+        case UTF8PROC_CATEGORY_CF:
+        case UTF8PROC_CATEGORY_MC:
+        case UTF8PROC_CATEGORY_SO:
+        case UTF8PROC_CATEGORY_SK:
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool is_control(utf8proc_int32_t code) {
+    const utf8proc_category_t category = utf8proc_category(code);
+    return category == UTF8PROC_CATEGORY_CC || category == UTF8PROC_CATEGORY_ZL || category == UTF8PROC_CATEGORY_ZP;
+}
+
+}  // namespace
+
+size_t kpe_character_start(std::string_view line, size_t col) {
+    if (col >= line.size()) return line.size();
+    if (!kpe_utf8_locale() || plain_border(line, col)) return col;
+    const size_t code = code_start(line, col);
+    size_t start = sure_start(line, code);
+    for (;;) {
+        const size_t end = start + cluster_size(line.substr(start));
+        if (end > col) return start;
+        start = end;
+    }
+}
+
+size_t kpe_character_end(std::string_view line, size_t col) {
+    if (col >= line.size()) return line.size();
+    if (!kpe_utf8_locale()) return col + 1;
+    if (is_ascii(line[col]) && (col + 1 == line.size() || is_ascii(line[col + 1]))) return col + 1;
+    const size_t start = kpe_character_start(line, col);
+    return start + cluster_size(line.substr(start));
+}
+
+size_t kpe_character_before(std::string_view line, size_t col) {
+    col = std::min(col, line.size());
+    return col == 0 ? 0 : kpe_character_start(line, col - 1);
+}
+
+size_t kpe_character_border(std::string_view line, size_t col) {
+    const size_t start = kpe_character_start(line, col);
+    return start < col ? kpe_character_end(line, start) : start;
+}
+
+Utf8Character kpe_utf8_character(std::string_view text, bool joined) {
+    Code code = first_code(text);
+    Utf8Character found;
+    found.bytes = code.bytes;
+    if (code.value == NO_CODE) {
+        found.valid = false;
+        return found;
+    }
+    found.cells = cells_of_code(code.value);
+    found.control = is_control(code.value);
+    found.doubtful = width_in_doubt(code.value);
+    const size_t base_cells = found.cells;
+    for (utf8proc_int32_t state = 0; found.bytes < text.size();) {
+        const Code next = first_code(text.substr(found.bytes));
+        if (breaks(code.value, next.value, state)) break;
+        found.bytes += next.bytes;
+        code = next;
+        if (code.value == EMOJI_STYLE && found.cells == 1) {
+            found.cells = 2;  // what most show; those that do not leave the second cell alone
+            found.doubtful = true;
+        } else if (const size_t cells = cells_of_code(code.value); cells > 0) {
+            found.cells += cells;
+            found.doubtful = true;
+        } else {
+            found.doubtful = found.doubtful || width_in_doubt(code.value) || code.value == TEXT_STYLE;
+        }
+    }
+    if (joined && found.cells > 2) found.cells = std::max<size_t>(base_cells, 2);
+    return found;
+}
+
+size_t kpe_utf8_size(std::string_view text) {
+    const Code code = first_code(text);
+    return code.value == NO_CODE ? 0 : code.bytes;
+}
+
+std::string kpe_utf8_of(char32_t code) {
+    utf8proc_uint8_t bytes[LONGEST];
+    const utf8proc_ssize_t size = utf8proc_encode_char(static_cast<utf8proc_int32_t>(code), bytes);
+    return {reinterpret_cast<const char*>(bytes), static_cast<size_t>(size)};
+}
