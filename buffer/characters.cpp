@@ -9,6 +9,8 @@
 
 namespace {
 
+bool g_joined = false;
+
 constexpr size_t LONGEST = 4;  // bytes of a code point
 constexpr utf8proc_int32_t NO_CODE = -1, ZERO_WIDTH_JOINER = 0x200D, TEXT_STYLE = 0xFE0E, EMOJI_STYLE = 0xFE0F;
 
@@ -46,11 +48,11 @@ size_t code_start(std::string_view text, size_t col) {
 
 int boundary_class(utf8proc_int32_t code) { return static_cast<int>(utf8proc_get_property(code)->boundclass); }
 
+// Whether a character ends between these two; state is 0 at its start, and kept within it.
 bool breaks(utf8proc_int32_t a, utf8proc_int32_t b, utf8proc_int32_t& state) {
-    if (a == NO_CODE || b == NO_CODE) {
-        state = 0;
-        return true;
-    }
+    if (a == NO_CODE || b == NO_CODE) return true;
+    if (state == 0 && boundary_class(a) == UTF8PROC_BOUNDCLASS_OTHER && boundary_class(b) == UTF8PROC_BOUNDCLASS_OTHER)
+        return true;  // nearly always
     return utf8proc_grapheme_break_stateful(a, b, &state);
 }
 
@@ -99,7 +101,7 @@ size_t cells_of_code(utf8proc_int32_t code) { return static_cast<size_t>(std::ma
 
 // Terminals agree on letters, digits and punctuation, and on marks that take no cell.
 bool width_in_doubt(utf8proc_int32_t code) {
-    switch (utf8proc_category(code)) {
+    switch (utf8proc_get_property(code)->category) {
         case UTF8PROC_CATEGORY_CN:
         case UTF8PROC_CATEGORY_CO:
         case UTF8PROC_CATEGORY_CF:
@@ -112,9 +114,10 @@ bool width_in_doubt(utf8proc_int32_t code) {
     }
 }
 
+// Format characters by themselves are among them: they change the order of what follows, or show nothing.
 bool is_control(utf8proc_int32_t code) {
-    const utf8proc_category_t category = utf8proc_category(code);
-    return category == UTF8PROC_CATEGORY_CC || category == UTF8PROC_CATEGORY_ZL || category == UTF8PROC_CATEGORY_ZP;
+    return boundary_class(code) == UTF8PROC_BOUNDCLASS_CONTROL || boundary_class(code) == UTF8PROC_BOUNDCLASS_CR ||
+           boundary_class(code) == UTF8PROC_BOUNDCLASS_LF;
 }
 
 }  // namespace
@@ -149,16 +152,17 @@ size_t kpe_character_border(std::string_view line, size_t col) {
     return start < col ? kpe_character_end(line, start) : start;
 }
 
-Utf8Character kpe_utf8_character(std::string_view text, bool joined) {
+Utf8Character kpe_utf8_character(std::string_view text) {
     Code code = first_code(text);
     Utf8Character found;
     found.bytes = code.bytes;
+    found.code = static_cast<char32_t>(code.value);
     if (code.value == NO_CODE) {
-        found.valid = false;
+        found.shown = false;
         return found;
     }
+    found.shown = !is_control(code.value);
     found.cells = cells_of_code(code.value);
-    found.control = is_control(code.value);
     found.doubtful = width_in_doubt(code.value);
     const size_t base_cells = found.cells;
     for (utf8proc_int32_t state = 0; found.bytes < text.size();) {
@@ -166,19 +170,22 @@ Utf8Character kpe_utf8_character(std::string_view text, bool joined) {
         if (breaks(code.value, next.value, state)) break;
         found.bytes += next.bytes;
         code = next;
+        const size_t cells = cells_of_code(code.value);
         if (code.value == EMOJI_STYLE && found.cells == 1) {
-            found.cells = 2;  // what most show; those that do not leave the second cell alone
-            found.doubtful = true;
-        } else if (const size_t cells = cells_of_code(code.value); cells > 0) {
-            found.cells += cells;
+            found.cells = 2;  // where a terminal shows it in one, the second stays blank
             found.doubtful = true;
         } else {
-            found.doubtful = found.doubtful || width_in_doubt(code.value) || code.value == TEXT_STYLE;
+            found.cells += cells;
+            found.doubtful = found.doubtful || cells > 0 || width_in_doubt(code.value) || code.value == TEXT_STYLE;
         }
     }
-    if (joined && found.cells > 2) found.cells = std::max<size_t>(base_cells, 2);
+    if (g_joined && found.cells > 2) found.cells = std::max<size_t>(base_cells, 2);
+    found.lone_mark = base_cells == 0;
+    found.cells = std::max<size_t>(found.cells, 1);
     return found;
 }
+
+void kpe_join_clusters(bool joined) { g_joined = joined; }
 
 size_t kpe_utf8_size(std::string_view text) {
     const Code code = first_code(text);
@@ -189,4 +196,54 @@ std::string kpe_utf8_of(char32_t code) {
     utf8proc_uint8_t bytes[LONGEST];
     const utf8proc_ssize_t size = utf8proc_encode_char(static_cast<utf8proc_int32_t>(code), bytes);
     return {reinterpret_cast<const char*>(bytes), static_cast<size_t>(size)};
+}
+
+namespace {
+
+// The character in front of at, which is not 0.
+struct Before {
+    size_t start, columns;
+};
+Before character_before(std::string_view line, size_t at) {
+    if (!kpe_utf8_locale() || (is_ascii(line[at - 1]) && plain_border(line, at))) return {at - 1, 1};
+    const size_t start = kpe_character_before(line, at);
+    if (is_ascii(line[start])) return {start, 1};
+    return {start, kpe_utf8_character(line.substr(start)).cells};
+}
+
+}  // namespace
+
+size_t kpe_view_columns(std::string_view line, size_t from, size_t to, size_t most) {
+    to = std::min(to, line.size());
+    size_t columns = 0;
+    while (to > from && columns <= most) {
+        const Before before = character_before(line, to);
+        to = before.start;
+        columns += before.columns;
+    }
+    return std::min(columns, most + 1);
+}
+
+size_t kpe_view_start(std::string_view line, size_t to, size_t columns) {
+    to = std::min(to, line.size());
+    while (to > 0) {
+        const Before before = character_before(line, to);
+        if (before.columns > columns) break;
+        columns -= before.columns;
+        to = before.start;
+    }
+    return to;
+}
+
+size_t kpe_view_end(std::string_view text, size_t columns) {
+    if (!kpe_utf8_locale()) return std::min(columns, text.size());
+    size_t at = 0;
+    while (at < text.size()) {
+        const Utf8Character character = kpe_utf8_character(text.substr(at));
+        const size_t taken = is_ascii(text[at]) ? 1 : character.cells;
+        if (at > 0 && taken > columns) break;
+        columns -= std::min(columns, taken);
+        at += character.bytes;
+    }
+    return at;
 }

@@ -21,16 +21,29 @@ size_t kpe_character_border(std::string_view line, size_t col);
 
 // One character of UTF-8 text, and its place on a screen.
 struct Utf8Character {
+    char32_t code = 0;  // of its first code point; no meaning if its byte is no UTF-8
     size_t bytes = 1;
-    size_t cells = 1;       // 0 to 2 for one code point, and the sum for a cluster that terminals do not join
-    bool valid = true;      // false: one byte that is no UTF-8
-    bool control = false;   // a terminal would obey it, or shows nothing
-    bool doubtful = false;  // terminals disagree about the cells
+    size_t cells = 1;        // at least 1; the sum of its code points where a terminal does not join them
+    bool shown = true;       // false: no UTF-8, or something that a terminal would obey or not show
+    bool lone_mark = false;  // there is no letter in front of the mark that it begins with
+    bool doubtful = false;   // terminals disagree about its cells
 };
-// The character at the start of text, which must not be empty and must begin one. joined says whether the terminal
-// shows a cluster in the cells of one character (mode 2027).
-Utf8Character kpe_utf8_character(std::string_view text, bool joined);
-// Like it, but not more than the first code point. Returns 0 for a byte that is no UTF-8.
+// The character at the start of text, which must not be empty and must begin one.
+Utf8Character kpe_utf8_character(std::string_view text);
+// Says whether the terminal shows a cluster of several code points in the cells of one character (its mode 2027).
+void kpe_join_clusters(bool joined);
+// How many bytes at the start of text, which must not be empty, are one code point; 0 if they are no UTF-8.
 size_t kpe_utf8_size(std::string_view text);
 // The bytes of a code point, which must be valid.
 std::string kpe_utf8_of(char32_t code);
+
+// Columns of the view: an ASCII byte counts as one, even if it is shown in several cells. In a UTF-8 locale any other
+// character counts as its cells, in other locales every byte as one.
+//
+// How far apart two columns of the line are, from <= to; most + 1 if it is more than most.
+size_t kpe_view_columns(std::string_view line, size_t from, size_t to, size_t most);
+// The byte column at the start of text behind which the next character would not fit into so many columns. At least one
+// character counts as fitting.
+size_t kpe_view_end(std::string_view text, size_t columns);
+// Where the first character begins from which on it is no more than so many columns of the view up to byte column to.
+size_t kpe_view_start(std::string_view line, size_t to, size_t columns);

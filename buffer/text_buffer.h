@@ -79,6 +79,8 @@ public:
     void split_line(size_t row, size_t col);
     char backspace(size_t& row, size_t& col);
     char delete_at(size_t row, size_t col);
+    // Deletes count bytes of a line and returns them. What lies behind the end of the line or of the text is left out.
+    std::string delete_in_line(size_t row, size_t col, size_t count);
     std::string delete_to_eol(size_t row, size_t col);
     std::string delete_to_bol(size_t row, size_t& col);
     std::string delete_word_forward(size_t row, size_t& col, const std::string& delims);

@@ -3,6 +3,8 @@
 #include "buffer/row_rewriter.h"
 #include "buffer/text_buffer.h"
 
+#include "buffer/characters.h"
+
 namespace {
 
 std::string head_and(std::string_view head, std::string_view more) {
@@ -141,6 +143,12 @@ void TextBuffer::join_with_next(size_t row) {
     modified_ = true;
 }
 
+std::string TextBuffer::delete_in_line(size_t row, size_t col, size_t count) {
+    if (row >= line_count()) return {};
+    col = std::min(col, length(row));
+    return cut_bytes(row, col, std::min(count, length(row) - col));
+}
+
 char TextBuffer::backspace(size_t& row, size_t& col) {
     if (row >= line_count()) return 0;
     if (col > 0) {
@@ -185,7 +193,7 @@ std::string TextBuffer::delete_word_forward(size_t row, size_t& col, const std::
     const std::string_view line = view(row);
     if (row >= line_count() || col >= line.size()) return {};
     const size_t word = std::min(line.find_first_not_of(delims, col), line.size());
-    const size_t end = std::min(line.find_first_of(delims, word), line.size());
+    const size_t end = kpe_character_border(line, std::min(line.find_first_of(delims, word), line.size()));
     return cut_bytes(row, col, end - col);
 }
 
@@ -207,6 +215,7 @@ std::string TextBuffer::delete_word_backward(size_t& row, size_t& col, const std
     size_t start = end;
     while (start > 0 && delims.find(line[start - 1]) != std::string::npos) --start;
     while (start > 0 && delims.find(line[start - 1]) == std::string::npos) --start;
+    start = kpe_character_start(line, start);
     std::string removed = cut_bytes(row, start, end - start);
     col = start;
     return removed;

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "buffer/characters.h"
 #include "editor/kpe.h"
 #include "editor/on_screen.h"
 #include "editor/row_edits.h"
@@ -27,15 +28,24 @@ std::string joined_rows(const LineStore& rows) {
     return text;
 }
 
-// Where a line breaks so that no part is longer than width, except for a blank at its end: columns in the whole
+// The byte column behind the blank at which a line of this text breaks, or else behind what is width columns wide.
+size_t break_after(std::string_view text, size_t width) {
+    const size_t most = kpe_view_end(text, width);
+    for (size_t blank = text.rfind(' ', most); blank != std::string_view::npos && blank > 0;
+         blank = text.rfind(' ', blank - 1)) {
+        if (kpe_character_end(text, blank) == blank + 1) return blank + 1;
+    }
+    return most;
+}
+
+// Where a line breaks so that no part is wider than width, except for a blank at its end: byte columns in the whole
 // line, ascending. Behind the cursor only the part that holds the cursor is broken off.
 std::vector<size_t> wrap_columns(std::string_view line, size_t width, size_t cursor) {
     std::vector<size_t> breaks;
     size_t start = 0;
-    while (line.size() - start > width) {
+    while (kpe_view_columns(line, start, line.size(), width) > width) {
         const std::string_view rest = line.substr(start);
-        const size_t blank = rest.rfind(' ', width);
-        const size_t at = blank != std::string_view::npos && blank > 0 ? blank + 1 : width;
+        const size_t at = break_after(rest, width);
         const bool behind_cursor = start + at > cursor;
         if (behind_cursor && at == rest.size()) break;  // it would only add empty lines, for ever
         start += at;
@@ -47,19 +57,34 @@ std::vector<size_t> wrap_columns(std::string_view line, size_t width, size_t cur
 
 }  // namespace
 
-// A removed NUL looks like nothing in what the buffer returns, so whether there is a byte is asked before.
+void Editor::insert_character(const std::string& bytes) {
+    if (bytes.size() > 1) {
+        buffer_.insert_text(cursor_row_, cursor_col_, bytes);
+        return;
+    }
+    buffer_.insert_char(cursor_row_, cursor_col_, bytes.front());  // a line feed stays in the line
+    ++cursor_col_;
+}
 
 void Editor::delete_char_left() {
-    const bool some = cursor_col_ > 0 ? cursor_col_ <= buffer_.length(cursor_row_)
-                                      : cursor_row_ > 0 && cursor_row_ < buffer_.line_count();
-    const char removed = buffer_.backspace(cursor_row_, cursor_col_);
-    if (some) delete_char_buffer_.assign(1, removed);
+    if (cursor_col_ > 0) {
+        if (cursor_col_ > buffer_.length(cursor_row_)) return;
+        const size_t start = kpe_character_before(buffer_.view(cursor_row_), cursor_col_);
+        delete_char_buffer_ = buffer_.delete_in_line(cursor_row_, start, cursor_col_ - start);
+        cursor_col_ = start;
+    } else if (buffer_.backspace(cursor_row_, cursor_col_) != 0) {
+        delete_char_buffer_ = "\n";
+    }
 }
 
 void Editor::delete_char_at_cursor() {
-    const bool some = cursor_col_ < buffer_.length(cursor_row_) || cursor_row_ + 1 < buffer_.line_count();
-    const char removed = buffer_.delete_at(cursor_row_, cursor_col_);
-    if (some) delete_char_buffer_.assign(1, removed);
+    if (cursor_col_ < buffer_.length(cursor_row_)) {
+        snap_cursor();
+        const size_t end = kpe_character_end(buffer_.view(cursor_row_), cursor_col_);
+        delete_char_buffer_ = buffer_.delete_in_line(cursor_row_, cursor_col_, end - cursor_col_);
+    } else if (buffer_.delete_at(cursor_row_, cursor_col_) != 0) {
+        delete_char_buffer_ = "\n";
+    }
 }
 
 void Editor::delete_line() {
@@ -146,7 +171,7 @@ void Editor::change_case_char() {
     const bool back = direction_ == Direction::Backup;
     const std::string_view line = buffer_.view(cursor_row_);
     if (back ? cursor_col_ == 0 || cursor_col_ > line.size() : cursor_col_ >= line.size()) return;
-    const size_t col = back ? cursor_col_ - 1 : cursor_col_;
+    const size_t col = back ? kpe_character_before(line, cursor_col_) : kpe_character_start(line, cursor_col_);
     const char flipped = flipped_case(line[col]);
     buffer_.replace_in_line(cursor_row_, col, 1, {&flipped, 1});
     move_char(direction_);
@@ -155,7 +180,7 @@ void Editor::change_case_char() {
 void Editor::shift_left_line() {
     begin_undo_unit();
     const std::string_view line = buffer_.view(cursor_row_);
-    if (!line.empty() && line.front() == ' ') buffer_.delete_at(cursor_row_, 0);
+    if (!line.empty() && line.front() == ' ' && kpe_character_end(line, 0) == 1) buffer_.delete_at(cursor_row_, 0);
 }
 
 void Editor::shift_right_line() {

@@ -2,6 +2,7 @@
 #include <array>
 #include <climits>
 
+#include "buffer/characters.h"
 #include "editor/kpe.h"
 #include "editor/on_screen.h"
 #include "system/report.h"
@@ -24,7 +25,7 @@ std::string filled_text(std::string text, size_t width) {
     size_t blank = std::string::npos;
     size_t column = 0;
     for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == ' ') blank = i;
+        if (text[i] == ' ' && kpe_character_end(text, i) == i + 1) blank = i;
         ++column;
         if (column <= width || blank == std::string::npos) continue;
         text[blank] = '\n';
@@ -57,7 +58,11 @@ public:
         length_ += word.size();
     }
     void add_words(std::string_view text) {
-        const auto blank = [](char c) { return BLANKS[static_cast<unsigned char>(c)]; };
+        const auto blank = [&](const char& c) {
+            return BLANKS[static_cast<unsigned char>(c)] &&
+                   kpe_character_end(text, static_cast<size_t>(&c - text.data())) ==
+                       static_cast<size_t>(&c - text.data()) + 1;
+        };
         for (auto at = text.begin();;) {
             const auto start = std::find_if_not(at, text.end(), blank);
             if (start == text.end()) return;

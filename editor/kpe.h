@@ -374,8 +374,11 @@ private:
     std::string status_line() const;
     std::pair<int, int> cursor_place() const;  // row and column on the screen, zero-based
     void adjust_view();
+    long long cursor_x(long long gutter, int cols) const;
     void show_cursor_cell(size_t width, size_t gutter);
     void clamp_cursor();
+    // Moves a cursor that stands inside a character to its first byte.
+    void snap_cursor();
     void ring_bell();
 
     // --- Keys: screen/keys.cpp ---
@@ -385,7 +388,7 @@ private:
     bool handle_gold_key(int key);
     bool handle_gold_keypad(int key);
     bool handle_keypad_or_text(int key);
-    void type_character(char c);
+    void type_character(std::string bytes);
     std::string key_debug_name(int key) const;
 
     // --- Motion: editor/motion.cpp ---
@@ -422,6 +425,7 @@ private:
     void replace_select_with_paste();
 
     // --- Editing: editor/editing.cpp ---
+    void insert_character(const std::string& bytes);  // at the cursor, which moves behind it
     void delete_char_left();
     void delete_char_at_cursor();
     void delete_line();

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "buffer/characters.h"
 #include "editor/kpe.h"
 #include "editor/on_screen.h"
 #include "system/ascii.h"
@@ -30,8 +31,10 @@ void Editor::move_down() {
 }
 
 void Editor::move_left() {
-    if (cursor_col_ > 0) {
+    if (cursor_col_ > buffer_.length(cursor_row_)) {
         --cursor_col_;
+    } else if (cursor_col_ > 0) {
+        cursor_col_ = kpe_character_before(buffer_.view(cursor_row_), cursor_col_);
     } else if (cursor_row_ > 0) {
         --cursor_row_;
         cursor_col_ = buffer_.length(cursor_row_);
@@ -40,7 +43,7 @@ void Editor::move_left() {
 
 void Editor::move_right() {
     if (cursor_col_ < buffer_.length(cursor_row_)) {
-        ++cursor_col_;
+        cursor_col_ = kpe_character_end(buffer_.view(cursor_row_), cursor_col_);
     } else if (cursor_row_ + 1 < buffer_.line_count()) {
         ++cursor_row_;
         cursor_col_ = 0;
@@ -66,9 +69,11 @@ void Editor::move_word(Direction d) {
         col = std::min(col, line.size());
         while (col > 0 && is_delim(line[col - 1])) --col;
         while (col > 0 && !is_delim(line[col - 1])) --col;
+        col = kpe_character_start(line, col);
     } else {
         while (col < line.size() && !is_delim(line[col])) ++col;
         while (col < line.size() && is_delim(line[col])) ++col;
+        if (col < line.size()) col = kpe_character_border(line, col);
         if (col >= line.size() && cursor_row_ + 1 < buffer_.line_count()) {
             ++cursor_row_;
             col = 0;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "buffer/characters.h"
 #include "editor/kpe.h"
 #include "system/interrupts.h"
 #include "system/report.h"
@@ -134,7 +135,10 @@ std::optional<std::pair<size_t, size_t>> Editor::search_backward(size_t row, siz
 }
 
 bool Editor::on_last_match() const {
-    return on_match_ && match_needle_ == last_search_ && cursor_row_ == match_row_ && cursor_col_ == match_col_;
+    if (!on_match_ || match_needle_ != last_search_ || cursor_row_ != match_row_) return false;
+    if (cursor_col_ == match_col_) return true;
+    const std::string_view line = buffer_.view(cursor_row_);
+    return match_col_ < line.size() && cursor_col_ == kpe_character_start(line, match_col_);
 }
 
 bool Editor::find_next(Direction d) {
@@ -144,7 +148,7 @@ bool Editor::find_next(Direction d) {
     }
     const auto place = d == Direction::Backup
                            ? previous_place(cursor_row_, cursor_col_)
-                           : next_place(buffer_.lines(), cursor_row_, cursor_col_ + (on_last_match() ? 1 : 0));
+                           : next_place(buffer_.lines(), cursor_row_, on_last_match() ? match_col_ + 1 : cursor_col_);
     if (!place) {
         if (g_kpe_abort_requested)
             message_ = "Abort";

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "buffer/characters.h"
 #include "editor/kpe.h"
 #include "editor/on_screen.h"
 
@@ -18,6 +19,8 @@ bool Editor::select_active() const { return buffer_.has_mark(); }
 std::optional<Editor::SelSpan> Editor::active_select_span() const {
     if (!buffer_.has_mark()) return std::nullopt;
     SelSpan span{buffer_.mark_row(), buffer_.mark_col(), cursor_row_, cursor_col_};
+    const std::string_view line = buffer_.view(span.r1);
+    if (span.c1 < line.size()) span.c1 = kpe_character_start(line, span.c1);
     if (std::pair(span.r1, span.c1) > std::pair(span.r2, span.c2)) {
         std::swap(span.r1, span.r2);
         std::swap(span.c1, span.c2);

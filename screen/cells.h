@@ -7,17 +7,17 @@
 #include <string_view>
 #include <vector>
 
-// Text as the cells of a screen row, in the character set of LC_CTYPE. A character takes one or two cells; a combining
-// character belongs to the cell before it. A tab reaches to the next column of the screen that is a multiple of 8. A
+// Text as the cells of a screen row, in the character set of LC_CTYPE. A character takes one cell or more; what
+// combines with it belongs to its first cell. A tab reaches to the next column of the screen that is a multiple of 8. A
 // control byte shows as ^X. A byte that is no character takes one cell; in a one-byte character set it shows as curses
 // shows it, M-x or ~x. Nothing else of the text reaches the terminal.
 class CellRow {
 public:
     struct Cell {
-        wchar_t base = L' ';     // SECOND_HALF for the right half of the character before
-        std::uint16_t mark = 0;  // 0, or the number of its combining characters, see marks()
+        wchar_t base = L' ';     // SECOND_HALF for the other cells of the character before
+        std::uint16_t mark = 0;  // 0, or the number of what combines with it, see marks()
         bool reverse = false;
-        bool unused = false;  // fills the cell up to 8 bytes, which are compared at once
+        bool doubtful = false;  // some terminals give its character other cells; 8 bytes in all are compared at once
     };
     static constexpr wchar_t SECOND_HALF = L'\0';
 
@@ -31,11 +31,11 @@ public:
     size_t used() const { return used_; }
     // How many cells there are; those behind used() are blank.
     size_t width() const { return cells_.size(); }
-    // Whether every character takes exactly one cell.
+    // Whether every character surely takes exactly one cell.
     bool all_single() const { return all_single_; }
     const Cell& operator[](size_t i) const { return cells_[i]; }
     bool is_second_half(size_t i) const { return cells_[i].base == SECOND_HALF; }
-    // The combining characters of a cell, in the order of the text.
+    // The code points that follow the one in the cell and belong to its character, in the order of the text.
     std::wstring_view marks(size_t i) const;
     // Whether both cells look the same.
     bool same(size_t i, const CellRow& other, size_t j) const {
@@ -51,8 +51,9 @@ public:
     void remove(size_t at, size_t count);
 
 private:
-    bool put(wchar_t c, size_t cells, bool reverse);
+    bool put(wchar_t c, size_t cells, bool reverse, bool doubtful = false);
     void combine(wchar_t c);
+    void combine_all(std::string_view bytes);
 
     std::vector<Cell> cells_;
     std::vector<std::wstring> marks_;
@@ -60,10 +61,10 @@ private:
     bool all_single_ = true;
 };
 
-// The bytes of text from byte column from on, without the rest of a character that begins before it. A from behind the
-// end counts as the end.
-std::string_view kpe_text_from(std::string_view text, size_t from);
-// The first size bytes of text, without the beginning of a character that ends behind them.
-std::string_view kpe_text_until(std::string_view text, size_t size);
+// What can be seen of line if byte column left stands at the left edge and there is room for so many cells: whole
+// characters, at least as many as fill the room. A character that begins before left is left out.
+std::string_view kpe_text_in_view(std::string_view line, size_t left, size_t room);
+// The end of text, whole characters only, as far as it fits into so many cells.
+std::string_view kpe_end_in_view(std::string_view text, size_t room);
 // The screen column of byte column col of the line, if byte column left stands at screen column start.
 size_t kpe_cell_of(std::string_view line, size_t left, size_t col, size_t start);

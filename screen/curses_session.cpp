@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -19,6 +18,7 @@
 #include "screen/shown_rows.h"
 #include "system/input.h"
 #include "system/interrupts.h"
+#include "system/locale.h"
 #include "system/report.h"
 #include "system/signals.h"
 #include "system/terminal.h"
@@ -213,7 +213,7 @@ void take_screen_back() {
 void start_curses() {
     kpe_terminal_taken(give_terminal_back);
     g_curses_active = true;
-    std::setlocale(LC_CTYPE, "");
+    kpe_enter_user_locale();
     keypad_application_mode();
     if (g_screen) delscreen(g_screen);
     const ScreenSize told = size_of_terminal();
@@ -269,7 +269,7 @@ bool CursesSession::started() const { return g_curses_active; }
 CursesSession::~CursesSession() {
     if (!outermost_) return;
     kpe_safe_endwin();
-    std::setlocale(LC_CTYPE, "C");
+    kpe_leave_user_locale();
     kpe_expect_type_ahead();
     give_signals_back();
 }

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <vector>
 
+#include "buffer/characters.h"
 #include "editor/kpe.h"
 #include "editor/on_screen.h"
 #include "screen/cells.h"
@@ -60,6 +61,7 @@ void Editor::compose_screen() {
     const Geometry screen(set_lines_);
     g_shown_rows.begin(screen.rows, screen.cols);
     if (truncate_) left_col_ = 0;
+    snap_cursor();
     adjust_view();
     const auto span = active_select_span();
     const std::vector<std::string_view> lines = buffer_.views(top_line_, static_cast<size_t>(screen.text_rows));
@@ -91,7 +93,7 @@ void Editor::draw_line(int screen_row, size_t row, std::string_view line, size_t
     if (show_line_numbers_) gutter = std::to_string(row + 1) + ' ';
     const size_t left = std::min(truncate_ ? 0 : left_col_, line.size());
     const size_t room = width - std::min(gutter.size(), width);
-    const std::string_view shown = kpe_text_from(kpe_text_until(line, left + room), left);
+    const std::string_view shown = kpe_text_in_view(line, left, room);
     const size_t start = shown.empty() ? 0 : static_cast<size_t>(shown.data() - line.data());
     const auto shown_column = [&](size_t column) { return std::min(column - std::min(column, start), shown.size()); };
     g_shown_rows.show(screen_row, {gutter, shown, shown_column(from), shown_column(to)});
@@ -113,13 +115,15 @@ std::string Editor::status_line() const {
 // shown; or behind the message.
 std::pair<int, int> Editor::cursor_place() const {
     const Geometry screen(set_lines_);
-    const size_t gutter = gutter_width(show_line_numbers_, cursor_row_);
+    const long long gutter = as_signed(gutter_width(show_line_numbers_, cursor_row_));
     const size_t width = screen.width();
-    if (cursor_row_ >= top_line_ && cursor_row_ - top_line_ < static_cast<size_t>(screen.text_rows) &&
-        cursor_col_ + gutter >= left_col_ && cursor_col_ + gutter - left_col_ < width) {
-        const size_t cell = cursor_col_ < left_col_
-                                ? cursor_col_ + gutter - left_col_
-                                : kpe_cell_of(buffer_.view(cursor_row_), left_col_, cursor_col_, gutter);
+    const long long x = cursor_x(gutter, screen.cols);
+    if (cursor_row_ >= top_line_ && cursor_row_ - top_line_ < static_cast<size_t>(screen.text_rows) && x >= 0 &&
+        x < screen.cols) {
+        const auto column = static_cast<size_t>(x);
+        const size_t cell = cursor_col_ < left_col_ ? column
+                                                    : kpe_cell_of(buffer_.view(cursor_row_), left_col_, cursor_col_,
+                                                                  static_cast<size_t>(gutter));
         const int row = static_cast<int>(cursor_row_ - top_line_);
         if (cell < width && row < screen.rows) return {row, static_cast<int>(cell)};
     }
@@ -139,28 +143,47 @@ void Editor::adjust_view() {
     }
     if (truncate_) return;
 
+    const std::string_view line = buffer_.view(cursor_row_);
+    if (left_col_ < line.size()) left_col_ = kpe_character_border(line, left_col_);
     const long long gutter = as_signed(gutter_width(show_line_numbers_, cursor_row_));
-    const long long x = as_signed(cursor_col_) + gutter - as_signed(left_col_);
+    const long long x = cursor_x(gutter, screen.cols);
     if (x < 0) {
-        left_col_ = std::max<size_t>(cursor_col_, 4) - 4;
+        left_col_ = kpe_view_start(line, cursor_col_, 4);
     } else if (x >= screen.cols - 1) {
-        const long long left = as_signed(cursor_col_) - std::max(1LL, screen.cols - gutter - 1) + 1;
-        left_col_ = static_cast<size_t>(std::max(left, 0LL));
+        left_col_ = kpe_view_start(line, cursor_col_, static_cast<size_t>(std::max(1LL, screen.cols - gutter - 1) - 1));
     }
     show_cursor_cell(screen.width(), static_cast<size_t>(gutter));
+}
+
+// How far right of the screen's left edge the cursor is if all of the text and the gutter can be seen; negative left of
+// it. What is further right than the screen is wide is not told apart.
+long long Editor::cursor_x(long long gutter, int cols) const {
+    const std::string_view line = buffer_.view(cursor_row_);
+    const auto most = static_cast<size_t>(gutter + std::max(cols, 1));
+    const bool right = cursor_col_ >= left_col_;
+    const size_t from = right ? left_col_ : cursor_col_, to = right ? cursor_col_ : left_col_;
+    const size_t behind = to - std::min(to, std::max(from, line.size()));  // columns behind the end of the line
+    const long long columns = as_signed(std::min(kpe_view_columns(line, from, to, most) + behind, most + 1));
+    return right ? gutter + columns : gutter - columns;
 }
 
 // Tabs and control bytes take more cells than bytes: scrolls on until the cursor's own cell can be seen.
 void Editor::show_cursor_cell(size_t width, size_t gutter) {
     if (width <= gutter) return;
     const std::string_view line = buffer_.view(cursor_row_);
-    while (left_col_ < cursor_col_ && kpe_cell_of(line, left_col_, cursor_col_, gutter) >= width) ++left_col_;
+    while (left_col_ < cursor_col_ && kpe_cell_of(line, left_col_, cursor_col_, gutter) >= width)
+        left_col_ = std::max(kpe_character_end(line, left_col_), left_col_ + 1);
 }
 
 void Editor::clamp_cursor() {
     if (buffer_.line_count() == 0) return;
     cursor_row_ = std::min(cursor_row_, buffer_.line_count() - 1);
     cursor_col_ = std::min(cursor_col_, buffer_.length(cursor_row_));
+}
+
+void Editor::snap_cursor() {
+    const std::string_view line = buffer_.view(cursor_row_);
+    if (cursor_col_ < line.size()) cursor_col_ = kpe_character_start(line, cursor_col_);
 }
 
 void Editor::ring_bell() {

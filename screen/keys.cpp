@@ -8,6 +8,7 @@
 #include <tuple>
 #include <variant>
 
+#include "buffer/characters.h"
 #include "editor/kpe.h"
 #include "editor/on_screen.h"
 #include "screen/curses_session.h"
@@ -299,21 +300,34 @@ bool Editor::handle_gold_keypad(int key) {
 bool Editor::handle_keypad_or_text(int key) {
     const KeyTable::Row* const row = KeyTable::find(key);
     if (row && KeyTable::run(*this, row->plain.run)) return false;
-    if (key >= ' ' && key <= '~') type_character(static_cast<char>(key));
+    if (key >= ' ' && key <= '~') type_character(std::string(1, static_cast<char>(key)));
+    if (kpe_is_character(key)) type_character(kpe_utf8_of(kpe_code_point(key)));
     return false;
 }
 
-void Editor::type_character(char c) {
+namespace {
+
+// Whether bytes, put at col, become a part of the character before it, as a combining mark does.
+bool combines(std::string_view line, size_t col, const std::string& bytes) {
+    const size_t before = kpe_character_before(line, col);
+    return bytes.size() > 1 &&
+           kpe_character_end(std::string(line.substr(before, col - before)) + bytes, 0) > col - before;
+}
+
+}  // namespace
+
+void Editor::type_character(std::string bytes) {
     last_function_.clear();
     begin_undo_unit();
-    if (case_mode_ == "LOWER") c = kpe_to_lower(c);
-    if (case_mode_ == "UPPER") c = kpe_to_upper(c);
-    if (overstrike_ && cursor_col_ < buffer_.length(cursor_row_)) {
-        buffer_.replace_in_line(cursor_row_, cursor_col_, 1, std::string_view(&c, 1));
+    bytes = apply_case_mode(std::move(bytes));
+    const std::string_view line = buffer_.view(cursor_row_);
+    if (overstrike_ && cursor_col_ < line.size() && !combines(line, cursor_col_, bytes)) {
+        const size_t end = kpe_character_end(line, cursor_col_);
+        buffer_.replace_in_line(cursor_row_, cursor_col_, end - cursor_col_, bytes);
+        cursor_col_ += bytes.size();
     } else {
-        buffer_.insert_char(cursor_row_, cursor_col_, c);
+        insert_character(bytes);
     }
-    ++cursor_col_;
     maybe_wrap_line();
 }
 
@@ -328,6 +342,9 @@ std::string Editor::key_debug_name(int key) const {
             name = {'^', static_cast<char>(key + 64)};
         } else if (key >= ' ' && key <= '~') {
             name = {'\'', static_cast<char>(key), '\''};
+        } else if (kpe_is_character(key)) {
+            key -= KPE_CHARACTER;
+            name = "'" + kpe_utf8_of(static_cast<char32_t>(key)) + "'";
         } else {
             const char* const known = keyname(key);
             name = known ? known : "?";

@@ -43,6 +43,7 @@ void Editor::run_on_screen(void (Editor::*loop)()) {
 
 void Editor::screen_loop() {
     kpe_register_keypad(keypad_mode_ == "PC");
+    snap_cursor();
     for (bool done = false; !done && !input_ended_;) {
         screen_stale_ = true;
         const int key = read_key();
@@ -56,6 +57,7 @@ void Editor::screen_loop() {
         }
         unit_open_ = false;
         clamp_cursor();
+        snap_cursor();
         adjust_view();
     }
 }

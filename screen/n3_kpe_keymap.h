@@ -17,6 +17,7 @@ constexpr int KPE_SHIFT = 0x10000, KPE_CTRL = 0x20000, KPE_ALT = 0x40000;
 // Added to the code point of a character outside of ASCII, which is typed in a UTF-8 locale.
 constexpr int KPE_CHARACTER = 0x1000000;
 constexpr bool kpe_is_character(int key) { return key >= KPE_CHARACTER; }
+constexpr char32_t kpe_code_point(int key) { return static_cast<char32_t>(key - KPE_CHARACTER); }
 
 constexpr int kpe_ctrl(char letter) { return letter - 'A' + 1; }
 constexpr int KPE_BACKSPACE = 8, KPE_TAB = 9, KPE_LINEFEED = 10, KPE_RETURN = 13, KPE_ESCAPE = 27, KPE_DELETE = 127;

@@ -24,6 +24,7 @@ void Editor::nokeypad_loop() {
             check_abort(/*report=*/false);
         }
         clamp_cursor();
+        snap_cursor();
         adjust_view();
     }
 }

@@ -153,6 +153,19 @@ void Painter::send_character(const CellRow& cells, size_t i) {
     for (const wchar_t mark : cells.marks(i)) send_wide(mark);
 }
 
+// What the terminal may leave blank in its cells is blanked first. The next character goes where it belongs, whatever
+// the terminal thinks how far it got.
+void Painter::send_doubtful(int row, const CellRow& cells, size_t from, size_t to) {
+    move_cursor(row, static_cast<int>(from));
+    reverse(cells[from].reverse);
+    out_.append(to - from, ' ');
+    forget_cursor();
+    move_cursor(row, static_cast<int>(from));
+    send_character(cells, from);
+    forget_cursor();
+    if (to < cells.width()) move_cursor(row, static_cast<int>(to));
+}
+
 bool Painter::can_fill(int row) const { return row < rows_ - 1 || !auto_right_margin || eat_newline_glitch; }
 
 void Painter::send_cells(int row, const CellRow& cells, size_t from, size_t to) {
@@ -168,11 +181,18 @@ void Painter::send_cells(int row, const CellRow& cells, size_t from, size_t to) 
     if (from >= to) return;
     move_cursor(row, static_cast<int>(from));
     bool sure = true;
-    for (size_t i = from; i < to; ++i) {
+    for (size_t i = from, next = 0; i < to; i = next) {
+        next = i + 1;
+        while (next < to && cells.is_second_half(next)) ++next;
         if (cells.is_second_half(i)) continue;
+        if (cells[i].doubtful) {
+            send_doubtful(row, cells, i, next);
+            continue;
+        }
         send_character(cells, i);
         sure = sure && cells[i].base < 0x80 && cells[i].mark == 0;
     }
+    if (cells[to - 1].doubtful) return;
     col_ = static_cast<int>(to);
     // Terminals disagree about the width of some characters, and about what follows the last column.
     if (!sure || to >= cells.width()) forget_cursor();

@@ -4,12 +4,15 @@
 #include <string>
 #include <string_view>
 
+#include "buffer/characters.h"
 #include "editor/kpe.h"
 #include "editor/on_screen.h"
+#include "screen/cells.h"
 #include "screen/curses_session.h"
 #include "screen/n3_kpe_keymap.h"
 #include "screen/shown_rows.h"
 #include "system/ascii.h"
+#include "system/locale.h"
 
 namespace {
 
@@ -18,21 +21,22 @@ void show_prompt(const std::string& prompt, const std::string& answer) {
     const std::string text = prompt + answer;
     const ScreenSize screen = kpe_screen_size();
     const auto width = static_cast<size_t>(std::max(screen.cols - 1, 1));
-    const std::string_view shown = std::string_view(text).substr(text.size() - std::min(text.size(), width));
+    const std::string_view shown = kpe_end_in_view(text, width);
     const int row = screen.rows - 1;
     g_shown_rows.show(row, {{}, shown});
-    g_shown_rows.paint(row, std::min(static_cast<int>(shown.size()), screen.cols - 1));
+    g_shown_rows.paint(row, std::min(static_cast<int>(kpe_cell_of(shown, 0, shown.size(), 0)), screen.cols - 1));
 }
 
 bool ends_prompt(int key) {
     return key == KPE_RETURN || key == KPE_LINEFEED || key == KEY_ENTER || key == KPE_KP_ENTER;
 }
 
-// The byte of a code from 0 to 255 in decimal digits.
-std::optional<char> byte_of(const std::string& digits) {
+// The character of a code from 0 to 255 in decimal digits, in the character set of the text.
+std::optional<std::string> character_of(const std::string& digits) {
     const auto code = kpe_all_digits(digits) ? kpe_stoi(digits) : std::nullopt;
     if (!code || *code > 255) return std::nullopt;
-    return static_cast<char>(*code);
+    if (*code > 127 && kpe_utf8_locale()) return kpe_utf8_of(static_cast<char32_t>(*code));
+    return std::string(1, static_cast<char>(*code));
 }
 
 }  // namespace
@@ -59,11 +63,13 @@ std::string Editor::read_prompt(const std::string& prompt, std::optional<Directi
         }
         if (leaves && answer.empty() && key == kpe_ctrl('Z')) return "\032";
         if (key == KEY_BACKSPACE || key == KPE_DELETE || key == KPE_BACKSPACE) {
-            if (!answer.empty()) answer.pop_back();
+            answer.resize(kpe_character_before(answer, answer.size()));
         } else if (key == kpe_ctrl('U')) {
             answer.clear();
         } else if (key >= ' ' && key <= '~') {
             answer += static_cast<char>(key);
+        } else if (kpe_is_character(key)) {
+            answer += kpe_utf8_of(kpe_code_point(key));
         }
     }
 }
@@ -83,9 +89,8 @@ void Editor::prompt_insert_literal() {
     const std::string answer = prompt_line("ASCII: ");
     if (answer.empty()) return;
     begin_undo_unit();
-    if (const auto byte = byte_of(answer)) {
-        buffer_.insert_char(cursor_row_, cursor_col_, *byte);
-        ++cursor_col_;
+    if (const auto character = character_of(answer)) {
+        insert_character(*character);
     } else {
         paste_text(answer);
     }
