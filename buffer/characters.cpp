@@ -1,8 +1,7 @@
 #include "buffer/characters.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <cstring>
+#include <array>
 #include <utf8proc.h>
 
 #include "system/locale.h"
@@ -23,9 +22,7 @@ struct Code {
     size_t bytes = 1;
 };
 
-// text is not empty.
-Code first_code(std::string_view text) {
-    if (is_ascii(text.front())) return {static_cast<utf8proc_int32_t>(text.front()), 1};
+[[gnu::noinline]] Code rare_code(std::string_view text) {
     Code code;
     const auto* const bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
     const auto size = static_cast<utf8proc_ssize_t>(std::min(text.size(), LONGEST));
@@ -33,6 +30,18 @@ Code first_code(std::string_view text) {
     if (taken <= 0) return {};
     code.bytes = static_cast<size_t>(taken);
     return code;
+}
+
+// text is not empty. The library is asked where a sequence is none of those that nearly all text consists of.
+inline Code first_code(std::string_view text) {
+    const auto byte = [&](size_t i) { return static_cast<utf8proc_int32_t>(static_cast<unsigned char>(text[i])); };
+    const utf8proc_int32_t first = byte(0);
+    if (first < 0x80) return {first, 1};
+    if (first > 0xE0 && first < 0xED && text.size() > 2 && is_continuation(text[1]) && is_continuation(text[2]))
+        return {(first & 0x0F) << 12 | (byte(1) & 0x3F) << 6 | (byte(2) & 0x3F), 3};
+    if (first >= 0xC2 && first < 0xE0 && text.size() > 1 && is_continuation(text[1]))
+        return {(first & 0x1F) << 6 | (byte(1) & 0x3F), 2};
+    return rare_code(text);
 }
 
 // Where the code point begins that holds the byte at col; col < text.size().
@@ -46,13 +55,57 @@ size_t code_start(std::string_view text, size_t col) {
     return col;
 }
 
-int boundary_class(utf8proc_int32_t code) { return static_cast<int>(utf8proc_get_property(code)->boundclass); }
+// What the library says of a code point.
+struct Properties {
+    utf8proc_int32_t next_code = 0;  // the code point and one; 0: of none
+    unsigned char boundary = 0, cells = 0;
+    bool doubtful = false;  // terminals disagree about the cells
+};
+
+// Terminals agree on letters, digits and punctuation, and on marks that take no cell.
+bool width_in_doubt(int category) {
+    switch (category) {
+        case UTF8PROC_CATEGORY_CN:
+        case UTF8PROC_CATEGORY_CO:
+        case UTF8PROC_CATEGORY_CF:
+        case UTF8PROC_CATEGORY_MC:
+        case UTF8PROC_CATEGORY_SO:
+        case UTF8PROC_CATEGORY_SK:
+            return true;
+        default:
+            return false;
+    }
+}
+
+[[gnu::noinline]] Properties look_up(utf8proc_int32_t code) {
+    const utf8proc_property_t& found = *utf8proc_get_property(code);
+    // Most terminals give a cell to the signs that stand beside their letter.
+    const bool beside =
+        found.boundclass == UTF8PROC_BOUNDCLASS_SPACINGMARK || found.boundclass == UTF8PROC_BOUNDCLASS_PREPEND;
+    const unsigned cells = beside ? std::max<unsigned>(found.charwidth, 1) : found.charwidth;
+    return {code + 1, static_cast<unsigned char>(found.boundclass), static_cast<unsigned char>(cells),
+            width_in_doubt(found.category)};
+}
+
+std::array<Properties, 1024> g_known;
+
+// Text asks for few code points again and again: those that were asked for last are kept. code is not NO_CODE.
+inline const Properties& properties(utf8proc_int32_t code) {
+    Properties& place = g_known[static_cast<size_t>(code) % g_known.size()];
+    if (place.next_code != code + 1) place = look_up(code);
+    return place;
+}
+
+// Whether it is one of those that stand by themselves among their like: nearly all.
+inline bool is_plain(const Code& code) {
+    return code.value != NO_CODE && properties(code.value).boundary == UTF8PROC_BOUNDCLASS_OTHER;
+}
+
+int boundary_class(utf8proc_int32_t code) { return properties(code).boundary; }
 
 // Whether a character ends between these two; state is 0 at its start, and kept within it.
 bool breaks(utf8proc_int32_t a, utf8proc_int32_t b, utf8proc_int32_t& state) {
     if (a == NO_CODE || b == NO_CODE) return true;
-    if (state == 0 && boundary_class(a) == UTF8PROC_BOUNDCLASS_OTHER && boundary_class(b) == UTF8PROC_BOUNDCLASS_OTHER)
-        return true;  // nearly always
     return utf8proc_grapheme_break_stateful(a, b, &state);
 }
 
@@ -65,6 +118,9 @@ bool surely_breaks(utf8proc_int32_t a, utf8proc_int32_t b) {
     }
     return a != ZERO_WIDTH_JOINER && utf8proc_grapheme_break(a, b);
 }
+
+// The code point in front of col, which is not 0.
+Code code_before(std::string_view line, size_t col) { return first_code(line.substr(code_start(line, col - 1))); }
 
 // The last column up to col where a character surely begins; col is the start of a code point.
 size_t sure_start(std::string_view line, size_t col) {
@@ -97,27 +153,10 @@ bool plain_border(std::string_view line, size_t col) {
     return (col == 0 || is_ascii(line[col - 1])) && (col >= line.size() || is_ascii(line[col]));
 }
 
-size_t cells_of_code(utf8proc_int32_t code) { return static_cast<size_t>(std::max(utf8proc_charwidth(code), 0)); }
-
-// Terminals agree on letters, digits and punctuation, and on marks that take no cell.
-bool width_in_doubt(utf8proc_int32_t code) {
-    switch (utf8proc_get_property(code)->category) {
-        case UTF8PROC_CATEGORY_CN:
-        case UTF8PROC_CATEGORY_CO:
-        case UTF8PROC_CATEGORY_CF:
-        case UTF8PROC_CATEGORY_MC:
-        case UTF8PROC_CATEGORY_SO:
-        case UTF8PROC_CATEGORY_SK:
-            return true;
-        default:
-            return false;
-    }
-}
-
 // Format characters by themselves are among them: they change the order of what follows, or show nothing.
-bool is_control(utf8proc_int32_t code) {
-    return boundary_class(code) == UTF8PROC_BOUNDCLASS_CONTROL || boundary_class(code) == UTF8PROC_BOUNDCLASS_CR ||
-           boundary_class(code) == UTF8PROC_BOUNDCLASS_LF;
+bool is_control(int boundary) {
+    return boundary == UTF8PROC_BOUNDCLASS_CONTROL || boundary == UTF8PROC_BOUNDCLASS_CR ||
+           boundary == UTF8PROC_BOUNDCLASS_LF;
 }
 
 }  // namespace
@@ -126,6 +165,7 @@ size_t kpe_character_start(std::string_view line, size_t col) {
     if (col >= line.size()) return line.size();
     if (!kpe_utf8_locale() || plain_border(line, col)) return col;
     const size_t code = code_start(line, col);
+    if (is_plain(first_code(line.substr(code))) && (code == 0 || is_plain(code_before(line, code)))) return code;
     size_t start = sure_start(line, code);
     for (;;) {
         const size_t end = start + cluster_size(line.substr(start));
@@ -161,26 +201,28 @@ Utf8Character kpe_utf8_character(std::string_view text) {
         found.shown = false;
         return found;
     }
-    found.shown = !is_control(code.value);
-    found.cells = cells_of_code(code.value);
-    found.doubtful = width_in_doubt(code.value);
-    const size_t base_cells = found.cells;
+    const Properties first = properties(code.value);
+    found.shown = !is_control(first.boundary);
+    found.cells = first.cells;
+    found.doubtful = first.doubtful;
+    const std::string_view rest = text.substr(found.bytes);
+    if (first.boundary == UTF8PROC_BOUNDCLASS_OTHER && (rest.empty() || is_plain(first_code(rest)))) return found;
     for (utf8proc_int32_t state = 0; found.bytes < text.size();) {
         const Code next = first_code(text.substr(found.bytes));
         if (breaks(code.value, next.value, state)) break;
         found.bytes += next.bytes;
         code = next;
-        const size_t cells = cells_of_code(code.value);
+        const Properties& more = properties(code.value);
         if (code.value == EMOJI_STYLE && found.cells == 1) {
             found.cells = 2;  // where a terminal shows it in one, the second stays blank
             found.doubtful = true;
         } else {
-            found.cells += cells;
-            found.doubtful = found.doubtful || cells > 0 || width_in_doubt(code.value) || code.value == TEXT_STYLE;
+            found.cells += more.cells;
+            found.doubtful = found.doubtful || more.cells > 0 || more.doubtful || code.value == TEXT_STYLE;
         }
     }
-    if (g_joined && found.cells > 2) found.cells = std::max<size_t>(base_cells, 2);
-    found.lone_mark = base_cells == 0;
+    if (g_joined && found.cells > 2) found.cells = std::max<size_t>(first.cells, 2);
+    found.lone_mark = first.cells == 0;
     found.cells = std::max<size_t>(found.cells, 1);
     return found;
 }
@@ -205,8 +247,13 @@ struct Before {
     size_t start, columns;
 };
 Before character_before(std::string_view line, size_t at) {
-    if (!kpe_utf8_locale() || (is_ascii(line[at - 1]) && plain_border(line, at))) return {at - 1, 1};
-    const size_t start = kpe_character_before(line, at);
+    if (!kpe_utf8_locale()) return {at - 1, 1};
+    size_t start = code_start(line, at - 1);
+    const Code code = first_code(line.substr(start));
+    if (is_plain(code) && (start == 0 || is_plain(code_before(line, start)))) {
+        return {start, is_ascii(line[start]) ? size_t{1} : properties(code.value).cells};
+    }
+    start = kpe_character_before(line, at);
     if (is_ascii(line[start])) return {start, 1};
     return {start, kpe_utf8_character(line.substr(start)).cells};
 }

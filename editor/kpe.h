@@ -374,8 +374,8 @@ private:
     std::string status_line() const;
     std::pair<int, int> cursor_place() const;  // row and column on the screen, zero-based
     void adjust_view();
-    long long cursor_x(long long gutter, int cols) const;
-    void show_cursor_cell(size_t width, size_t gutter);
+    long long cursor_x(std::string_view line, long long gutter, int cols) const;
+    void show_cursor_cell(std::string_view line, size_t width, size_t gutter);
     void clamp_cursor();
     // Moves a cursor that stands inside a character to its first byte.
     void snap_cursor();

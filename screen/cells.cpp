@@ -224,9 +224,11 @@ void CellRow::combine_all(std::string_view bytes) {
 }
 
 std::string_view kpe_text_in_view(std::string_view line, size_t left, size_t room) {
-    left = kpe_character_border(line, left);
-    std::string_view text = line.substr(left);
-    if (!kpe_utf8_locale()) return text.substr(0, room);
+    if (left > 0) left = kpe_character_border(line, left);
+    const std::string_view text = line.substr(left);
+    const size_t most = std::min(room, text.size());
+    if (!kpe_utf8_locale() || ascii_run(text.substr(0, most + 1)) == std::min(most + 1, text.size()))
+        return text.substr(0, most);
     size_t at = 0;
     while (at < text.size() && room > 0) {
         size_t plain = ascii_run(text.substr(at, room));

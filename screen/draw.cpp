@@ -10,6 +10,7 @@
 #include "screen/cells.h"
 #include "screen/curses_session.h"
 #include "screen/shown_rows.h"
+#include "system/locale.h"
 #include "system/report.h"
 #include "system/terminal.h"
 
@@ -93,7 +94,7 @@ void Editor::draw_line(int screen_row, size_t row, std::string_view line, size_t
     if (show_line_numbers_) gutter = std::to_string(row + 1) + ' ';
     const size_t left = std::min(truncate_ ? 0 : left_col_, line.size());
     const size_t room = width - std::min(gutter.size(), width);
-    const std::string_view shown = kpe_text_in_view(line, left, room);
+    const std::string_view shown = g_shown_rows.text_in_view(screen_row, line, left, room);
     const size_t start = shown.empty() ? 0 : static_cast<size_t>(shown.data() - line.data());
     const auto shown_column = [&](size_t column) { return std::min(column - std::min(column, start), shown.size()); };
     g_shown_rows.show(screen_row, {gutter, shown, shown_column(from), shown_column(to)});
@@ -117,13 +118,14 @@ std::pair<int, int> Editor::cursor_place() const {
     const Geometry screen(set_lines_);
     const long long gutter = as_signed(gutter_width(show_line_numbers_, cursor_row_));
     const size_t width = screen.width();
-    const long long x = cursor_x(gutter, screen.cols);
+    const std::string_view line = buffer_.view(cursor_row_);
+    const bool in_view = cursor_col_ >= left_col_ && !truncate_;  // adjust_view has seen to it
+    const long long x = in_view ? 0 : cursor_x(line, gutter, screen.cols);
     if (cursor_row_ >= top_line_ && cursor_row_ - top_line_ < static_cast<size_t>(screen.text_rows) && x >= 0 &&
         x < screen.cols) {
         const auto column = static_cast<size_t>(x);
-        const size_t cell = cursor_col_ < left_col_ ? column
-                                                    : kpe_cell_of(buffer_.view(cursor_row_), left_col_, cursor_col_,
-                                                                  static_cast<size_t>(gutter));
+        const size_t cell =
+            cursor_col_ < left_col_ ? column : kpe_cell_of(line, left_col_, cursor_col_, static_cast<size_t>(gutter));
         const int row = static_cast<int>(cursor_row_ - top_line_);
         if (cell < width && row < screen.rows) return {row, static_cast<int>(cell)};
     }
@@ -144,21 +146,20 @@ void Editor::adjust_view() {
     if (truncate_) return;
 
     const std::string_view line = buffer_.view(cursor_row_);
-    if (left_col_ < line.size()) left_col_ = kpe_character_border(line, left_col_);
+    if (left_col_ > 0 && left_col_ < line.size()) left_col_ = kpe_character_border(line, left_col_);
     const long long gutter = as_signed(gutter_width(show_line_numbers_, cursor_row_));
-    const long long x = cursor_x(gutter, screen.cols);
+    const long long x = cursor_x(line, gutter, screen.cols);
     if (x < 0) {
         left_col_ = kpe_view_start(line, cursor_col_, 4);
     } else if (x >= screen.cols - 1) {
         left_col_ = kpe_view_start(line, cursor_col_, static_cast<size_t>(std::max(1LL, screen.cols - gutter - 1) - 1));
     }
-    show_cursor_cell(screen.width(), static_cast<size_t>(gutter));
+    show_cursor_cell(line, screen.width(), static_cast<size_t>(gutter));
 }
 
 // How far right of the screen's left edge the cursor is if all of the text and the gutter can be seen; negative left of
 // it. What is further right than the screen is wide is not told apart.
-long long Editor::cursor_x(long long gutter, int cols) const {
-    const std::string_view line = buffer_.view(cursor_row_);
+long long Editor::cursor_x(std::string_view line, long long gutter, int cols) const {
     const auto most = static_cast<size_t>(gutter + std::max(cols, 1));
     const bool right = cursor_col_ >= left_col_;
     const size_t from = right ? left_col_ : cursor_col_, to = right ? cursor_col_ : left_col_;
@@ -168,9 +169,8 @@ long long Editor::cursor_x(long long gutter, int cols) const {
 }
 
 // Tabs and control bytes take more cells than bytes: scrolls on until the cursor's own cell can be seen.
-void Editor::show_cursor_cell(size_t width, size_t gutter) {
+void Editor::show_cursor_cell(std::string_view line, size_t width, size_t gutter) {
     if (width <= gutter) return;
-    const std::string_view line = buffer_.view(cursor_row_);
     while (left_col_ < cursor_col_ && kpe_cell_of(line, left_col_, cursor_col_, gutter) >= width)
         left_col_ = std::max(kpe_character_end(line, left_col_), left_col_ + 1);
 }
@@ -182,6 +182,7 @@ void Editor::clamp_cursor() {
 }
 
 void Editor::snap_cursor() {
+    if (cursor_col_ == 0 || !kpe_utf8_locale()) return;
     const std::string_view line = buffer_.view(cursor_row_);
     if (cursor_col_ < line.size()) cursor_col_ = kpe_character_start(line, cursor_col_);
 }

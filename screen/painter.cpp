@@ -143,27 +143,51 @@ void Painter::send_wide(wchar_t c) {
 void Painter::send_character(const CellRow& cells, size_t i) {
     const CellRow::Cell& cell = cells[i];
     reverse(cell.reverse);
-    if (cell.base == L'~' && tilde_glitch) {
-        out_ += '`';  // such a terminal takes it for the start of a command
-    } else if (cell.base < 0x80) {
-        out_ += static_cast<char>(cell.base);
-    } else {
-        send_wide(cell.base);
-    }
+    send_wide(cell.base);
     for (const wchar_t mark : cells.marks(i)) send_wide(mark);
 }
 
-// What the terminal may leave blank in its cells is blanked first. The next character goes where it belongs, whatever
-// the terminal thinks how far it got.
-void Painter::send_doubtful(int row, const CellRow& cells, size_t from, size_t to) {
-    move_cursor(row, static_cast<int>(from));
-    reverse(cells[from].reverse);
-    out_.append(to - from, ' ');
+namespace {
+
+// The column behind the character in cell i.
+size_t end_of_character(const CellRow& cells, size_t i) {
+    size_t end = i + 1;
+    while (end < cells.width() && cells.is_second_half(end)) ++end;
+    return end;
+}
+
+}  // namespace
+
+// Before a character of doubtful width: the terminal may leave some of its cells as they are.
+void Painter::blank_before(int row, const CellRow& cells, size_t i) {
+    reverse(cells[i].reverse);
+    out_.append(end_of_character(cells, i) - i, ' ');
     forget_cursor();
-    move_cursor(row, static_cast<int>(from));
-    send_character(cells, from);
+    move_cursor(row, static_cast<int>(i));
+}
+
+// After it: what follows goes where it belongs, however far the terminal thinks that it got.
+void Painter::place_after(int row, const CellRow& cells, size_t i) {
     forget_cursor();
-    if (to < cells.width()) move_cursor(row, static_cast<int>(to));
+    if (const size_t end = end_of_character(cells, i); end < cells.width()) move_cursor(row, static_cast<int>(end));
+}
+
+// ASCII from cell i on, up to column to at most, that has no marks and looks alike. Returns in how many cells.
+size_t Painter::send_plain(const CellRow& cells, size_t i, size_t to) {
+    const bool reversed = cells[i].reverse;
+    const auto plain = [&](const CellRow::Cell& cell) {
+        return cell.base < 0x80 && cell.base != CellRow::SECOND_HALF && cell.mark == 0 && cell.reverse == reversed;
+    };
+    size_t end = i;
+    while (end < to && plain(cells[end])) ++end;
+    if (end == i) return 0;
+    reverse(reversed);
+    const size_t size = out_.size();
+    out_.resize(size + (end - i));
+    for (size_t at = i; at < end; ++at) out_[size + (at - i)] = static_cast<char>(cells[at].base);
+    // Such a terminal takes a tilde for the start of a command.
+    if (tilde_glitch) std::replace(out_.begin() + static_cast<std::ptrdiff_t>(size), out_.end(), '~', '`');
+    return end - i;
 }
 
 bool Painter::can_fill(int row) const { return row < rows_ - 1 || !auto_right_margin || eat_newline_glitch; }
@@ -181,16 +205,17 @@ void Painter::send_cells(int row, const CellRow& cells, size_t from, size_t to) 
     if (from >= to) return;
     move_cursor(row, static_cast<int>(from));
     bool sure = true;
-    for (size_t i = from, next = 0; i < to; i = next) {
-        next = i + 1;
-        while (next < to && cells.is_second_half(next)) ++next;
-        if (cells.is_second_half(i)) continue;
-        if (cells[i].doubtful) {
-            send_doubtful(row, cells, i, next);
+    for (size_t i = from; i < to; ++i) {
+        if (const size_t plain = send_plain(cells, i, to); plain > 0) {
+            i += plain - 1;
             continue;
         }
+        if (cells.is_second_half(i)) continue;
+        const bool doubtful = cells[i].doubtful;
+        if (doubtful) blank_before(row, cells, i);
         send_character(cells, i);
-        sure = sure && cells[i].base < 0x80 && cells[i].mark == 0;
+        if (doubtful) place_after(row, cells, i);
+        sure = false;
     }
     if (cells[to - 1].doubtful) return;
     col_ = static_cast<int>(to);

@@ -33,7 +33,9 @@ private:
     void clear();
     void send_cells(int row, const CellRow& cells, size_t from, size_t to);
     void send_character(const CellRow& cells, size_t i);
-    void send_doubtful(int row, const CellRow& cells, size_t from, size_t to);
+    size_t send_plain(const CellRow& cells, size_t i, size_t to);
+    void blank_before(int row, const CellRow& cells, size_t i);
+    void place_after(int row, const CellRow& cells, size_t i);
     void send_wide(wchar_t c);
     void reverse(bool on);
     void forget_cursor() { row_ = col_ = UNKNOWN; }

@@ -4,6 +4,8 @@
 #include <functional>
 #include <utility>
 
+#include "buffer/characters.h"
+
 ShownRows g_shown_rows;
 
 namespace {
@@ -24,7 +26,7 @@ void ShownRows::begin(int rows, int cols) {
     if (!lost_) return;
     lost_ = false;
     cols_ = width;
-    rows_.assign(height, Row{{}, {}, CellRow(width), false});
+    rows_.assign(height, Row{{}, {}, CellRow(width)});
     painter_.begin(rows, cols);
 }
 
@@ -41,6 +43,21 @@ void ShownRows::show(int row, const Content& content) {
     shown.wanted.reverse_from = content.reverse_from;
     shown.wanted.reverse_to = content.reverse_to;
     shown.wanted.hash = hash_of(content);
+}
+
+std::string_view ShownRows::text_in_view(int row, std::string_view line, size_t left, size_t room) {
+    if (static_cast<size_t>(row) >= rows_.size()) return kpe_text_in_view(line, left, room);
+    Row& shown = rows_[static_cast<size_t>(row)];
+    const std::string_view text = left > 0 ? line.substr(kpe_character_border(line, left)) : line;
+    const size_t size = shown.in_view.size();
+    if (size > 0 && shown.room == room && text.starts_with(shown.in_view) && kpe_character_start(text, size) == size &&
+        (size == text.size() || shown.full))
+        return text.substr(0, size);
+    const std::string_view found = kpe_text_in_view(text, 0, room);
+    shown.in_view = found;
+    shown.room = room;
+    shown.full = found.size() < text.size();
+    return found;
 }
 
 // Where rows that change want what other rows show now, an equal way up or down, has the terminal move them.

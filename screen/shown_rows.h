@@ -22,6 +22,8 @@ public:
     // Sets what a row shows. A row that the screen does not have is ignored. A second call for a row replaces the
     // first.
     void show(int row, const Content& content);
+    // kpe_text_in_view for a row of the screen: faster where that row has shown the same before.
+    std::string_view text_in_view(int row, std::string_view line, size_t left, size_t room);
     // Sends what has changed, and leaves the cursor at row and col, which must be on the screen.
     void paint(int row, int col);
     // Notes that the terminal shows something else by now, so that all of the next picture is sent.
@@ -38,6 +40,9 @@ private:
         Text shown, wanted;
         CellRow cells;
         bool changes = false;
+        std::string in_view = {};  // the last answer of text_in_view, for so much room
+        size_t room = 0;
+        bool full = false;  // it was cut at the right edge
     };
     void scroll_rows();
     void take_over(int first, int last, int distance);

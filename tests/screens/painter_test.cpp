@@ -71,9 +71,10 @@ struct Row {
         for (size_t i = 0; i < text.size() && room; ++i) {
             const Glyph& glyph = GLYPHS[static_cast<unsigned char>(text[i])];
             room = used + glyph.least <= cols;
+            const bool left_out = glyph.least > 1 && used + glyph.least == cols && !can_fill;
             do {
                 for (const std::string& shown : glyph.shown)
-                    room = room && put(shown, glyph.cells, from <= i && i < to);
+                    room = room && put(left_out ? " " : shown, glyph.cells, from <= i && i < to && !left_out);
             } while (glyph.bytes == "\t" && used % 8 != 0 && room);
         }
         return row.append(static_cast<size_t>(cols - used), ' ');
