@@ -389,6 +389,7 @@ private:
     bool handle_gold_keypad(int key);
     bool handle_keypad_or_text(int key);
     void type_character(std::string bytes);
+    void paste_typed(const std::string& text);
     std::string key_debug_name(int key) const;
 
     // --- Motion: editor/motion.cpp ---

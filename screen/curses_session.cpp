@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "editor/on_screen.h"
+#include "screen/key_modes.h"
 #include "screen/key_reader.h"
 #include "screen/n3_kpe_keymap.h"
 #include "screen/shown_rows.h"
@@ -185,6 +186,8 @@ int print_byte(int c) {
 
 // Ends curses, which is active.
 void leave_screen() {
+    kpe_await_answers();
+    kpe_key_modes_off();
     const bool ended = endwin() != ERR;
     g_curses_active = false;
     // Where no other screen comes back, what is printed next would stand in the old message.
@@ -204,6 +207,7 @@ void take_screen_back() {
     reset_prog_mode();
     send_gathered();
     keypad(stdscr, TRUE);  // leaving the screen ended it
+    kpe_key_modes_on();
     kpe_expect_typed_before(kpe_end_type_ahead());
     adopt_size();
     kpe_repaint();
@@ -223,12 +227,13 @@ void start_curses() {
         kpe_safe_endwin();
         return;
     }
-    kpe_set_leaving_bytes((exit_ca_mode ? exit_ca_mode : "") + std::string("\033>"));
+    kpe_prepare_leaving();
     raw();
     noecho();
     keypad(stdscr, TRUE);
     if (!keypad_xmit) send_gathered();  // else keypad() did
     nonl();
+    kpe_key_modes_on();
     kpe_expect_typed_before(kpe_end_type_ahead());
     kpe_repaint();
     kpe_clear_keys();
@@ -298,10 +303,15 @@ InterruptKey::InterruptKey() {
         modes.c_cc[VINTR] = static_cast<cc_t>(kpe_ctrl('C'));
         modes.c_cc[VQUIT] = modes.c_cc[VSUSP] = _POSIX_VDISABLE;
     });
+    kpe_pause_protocol();
 }
 
 InterruptKey::~InterruptKey() {
-    if (modes_ && !g_curses_active) modes_->keep();  // the modes are not the screen's any more
+    if (!modes_) return;
+    if (g_curses_active)
+        kpe_continue_protocol();
+    else
+        modes_->keep();  // the modes are not the screen's any more
 }
 
 void kpe_beep() {

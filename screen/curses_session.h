@@ -8,9 +8,10 @@
 // This folder, screen/, is screen mode: it makes keys of what the terminal sends, says what each key does, and sends
 // the terminal what has changed in the picture.
 
-// Curses has the terminal for as long as the object lives: in raw mode, with keypad application mode on, and with the
-// user's character set (LC_CTYPE; outside a session it is that of the C locale). Sessions nest: an inner one uses the
-// screen of the outer one. Meanwhile an interrupt signal only sets g_kpe_abort_requested.
+// Curses has the terminal for as long as the object lives: in raw mode, with keypad application mode and the
+// modes of key_modes.h on, and with the user's character set (LC_CTYPE; outside a session it is that of the C locale).
+// Sessions nest: an inner one uses the screen of the outer one. Meanwhile an interrupt signal only sets
+// g_kpe_abort_requested.
 class CursesSession {
 public:
     // Says why there can be no session, as a message without its "?". Nothing if there can be one.

@@ -1,29 +1,44 @@
 #include "screen/key_reader.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <curses.h>
+#include <new>
 #include <optional>
 #include <poll.h>
 #include <string>
+#include <string_view>
 #include <unistd.h>
 #include <utility>
 
+#include "editor/on_screen.h"
 #include "screen/curses_session.h"
+#include "screen/key_decoder.h"
+#include "screen/key_modes.h"
 #include "screen/n3_kpe_keymap.h"
 #include "system/idle.h"
+#include "system/input.h"
 #include "system/interrupts.h"
+#include "system/locale.h"
 #include "system/signals.h"
 #include "system/terminal.h"
 #include "system/wait.h"
 
 namespace {
 
-// After this time the bytes of a sequence are no sequence any more: Escape was pressed by itself.
-constexpr timespec ESCAPE_DELAY = {0, 25'000'000};
+using namespace std::chrono_literals;
 
-std::string g_paste;
+// So long a terminal may take to answer before the screen is given back: otherwise its answer comes to line mode.
+constexpr auto ANSWERS_COME = 100ms;
+// So long an answer is taken for one at the start of a line.
+constexpr auto ANSWERS_COME_LATE = 60s;
+// In a paste, a Ctrl/C behind so long a silence was typed: the end of the paste was lost.
+constexpr auto PASTE_SILENCE = 100ms;
+
+PasteText g_paste;
 size_t g_keys_read = 0, g_cancels_read = 0, g_typed_before = 0;
 
 int counted(int key) {
@@ -32,57 +47,30 @@ int counted(int key) {
     return key;
 }
 
-// Makes keys of bytes by the sequences that curses knows. Curses could read them itself, but not without asking
-// the terminal twice more for every byte.
-class KeyDecoder {
-public:
-    void add(char byte) { bytes_ += byte; }
-    // Whether bytes wait for others.
-    bool begun() const { return !bytes_.empty(); }
-    // The next key; nothing when there is none, or while it may become a longer sequence, unless no more bytes come.
-    std::optional<int> key(bool no_more) {
-        if (bytes_.empty()) return std::nullopt;
-        const size_t end = std::min(bytes_.find('\0'), bytes_.size());  // a NUL ends what curses looks at
-        for (size_t size = 1; size <= end; ++size) {
-            const std::string start = bytes_.substr(0, size);
-            const int code = key_defined(start.c_str());
-            if (code == ERR) continue;  // it begins longer sequences
-            return code == OK ? take_byte() : take(kpe_length_of(code, start), code);
-        }
-        if (end == bytes_.size() && !no_more) return std::nullopt;
-        for (size_t size = end; size > 0; --size) {
-            if (const int code = kpe_code_of(bytes_.substr(0, size)); code != 0) return take(size, code);
-        }
-        return take_byte();
-    }
-
-private:
-    int take(size_t size, int code) {
-        bytes_.erase(0, size);
-        return code;
-    }
-    int take_byte() { return take(1, static_cast<unsigned char>(bytes_.front())); }
-
-    std::string bytes_;
-};
-
-KeyDecoder g_decoder;
+KeyDecoder g_decoder({key_defined, kpe_length_of, kpe_code_of});
 
 bool signal_noted() { return kpe_terminal_signal_noted() || g_kpe_abort_requested || g_kpe_end_signal; }
 
 bool byte_waits() {
+    if (kpe_raw_waits()) return true;
     pollfd input = {STDIN_FILENO, POLLIN, 0};
     return poll(&input, 1, 0) > 0;
 }
 
 Waited wait_at_most(const timespec* limit) {
     static const sigset_t signals = kpe_ending_signals_and({SIGWINCH, SIGTSTP, SIGCONT});
+    if (kpe_raw_waits()) return Waited::Input;
     return kpe_wait({.signals = signals, .noted = signal_noted, .limit = limit});
 }
 
-// Without a limit, does what was put off until nothing is typed.
-Waited wait_for_byte(const timespec* limit) {
-    if (limit) return wait_at_most(limit);
+Waited wait_at_most(std::chrono::milliseconds limit) {
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(limit);
+    const timespec time = {seconds.count(), std::chrono::nanoseconds(limit - seconds).count()};
+    return wait_at_most(&time);
+}
+
+// Does what was put off until nothing is typed.
+Waited wait_for_byte() {
     for (;;) {
         const std::optional<timespec> idle = IdleWork::longest_wait();
         const Waited waited = wait_at_most(idle ? &*idle : nullptr);
@@ -91,13 +79,21 @@ Waited wait_for_byte(const timespec* limit) {
     }
 }
 
+// Into bytes, which is size long: 0 when nothing came, nothing when there will be no more.
+std::optional<size_t> read_some(char* bytes, size_t size) {
+    const ssize_t n = kpe_read_raw(bytes, size);
+    if (n < 0 && (errno == EINTR || errno == EAGAIN)) return 0;
+    if (n <= 0) return std::nullopt;
+    return static_cast<size_t>(n);
+}
+
 // One byte and no more: what was typed ahead stays the terminal's, for a command that reads lines. false: there
 // will be no more.
 bool read_byte() {
     char byte = 0;
-    const ssize_t n = read(STDIN_FILENO, &byte, 1);
-    if (n < 0 && (errno == EINTR || errno == EAGAIN)) return true;
-    if (n <= 0) return false;
+    const auto read = read_some(&byte, 1);
+    if (!read) return false;
+    if (*read == 0) return true;
     if (g_typed_before > 0) {
         --g_typed_before;
         if (byte == KPE_LINEFEED) byte = KPE_RETURN;
@@ -106,9 +102,102 @@ bool read_byte() {
     return true;
 }
 
+std::optional<int> decoded_key(bool no_more) {
+    const auto key = g_decoder.key(no_more);
+    kpe_note_answers(g_decoder.answers());
+    if (g_decoder.take_broken()) kpe_beep();
+    return key;
+}
+
+// --- Pastes ---
+
+// Whether the bytes are Ctrl/C, in one of the forms in which it comes.
+bool is_cancel(std::string_view bytes) {
+    KeyDecoder decoder({key_defined, kpe_length_of, kpe_code_of});
+    for (const char byte : bytes) decoder.add(byte);
+    const bool cancel = decoder.key(/*no_more=*/true) == kpe_ctrl('C');
+    return cancel && !decoder.begun();
+}
+
+// What the wait in a paste that is not complete has brought.
+enum class PasteEvent { Input, Silence, Ends };
+
+PasteEvent wait_in_paste(bool silence, const KpeDraw& draw) {
+    const Waited waited = silence ? wait_for_byte() : wait_at_most(PASTE_SILENCE);
+    if (waited == Waited::Input) return PasteEvent::Input;
+    if (waited == Waited::TimeUp) return PasteEvent::Silence;
+    if (g_kpe_end_signal) return PasteEvent::Ends;
+    if (kpe_terminal_signal_noted() && kpe_follow_terminal()) draw(/*anew=*/true);
+    if (!g_kpe_abort_requested) return silence ? PasteEvent::Silence : PasteEvent::Input;
+    kpe_forget_interrupt();
+    return PasteEvent::Ends;
+}
+
+// Reads the text up to its end, in blocks; what came behind it is given back.
+void read_paste(const KpeDraw& draw) {
+    static char block[KPE_RAW_BLOCK];
+    g_paste = {};
+    g_typed_before = 0;
+    for (bool silence = false; !g_paste.ended();) {
+        const PasteEvent event = wait_in_paste(silence, draw);
+        if (event == PasteEvent::Ends) return;
+        if (event == PasteEvent::Silence) {
+            silence = true;
+            continue;
+        }
+        if (!byte_waits()) continue;
+        const auto read = read_some(block, sizeof block);
+        if (!read) return;
+        const std::string_view bytes(block, *read);
+        if (silence && is_cancel(bytes)) return;
+        silence = silence && bytes.empty();
+        kpe_give_back(bytes.substr(g_paste.add(bytes)));
+    }
+}
+
+// --- Answers ---
+
+// Has the decoder take the answers out of bytes. Returns what is left.
+std::string without_answers(std::string_view bytes) {
+    std::string left;
+    while (!bytes.empty()) {
+        const size_t size = kpe_answer_size(bytes);
+        if (size == 0) {
+            const size_t next = std::min(bytes.find('\033', 1), bytes.size());
+            left += bytes.substr(0, next);
+            bytes.remove_prefix(next);
+            continue;
+        }
+        for (const char byte : bytes.substr(0, size)) g_decoder.add(byte);
+        g_decoder.key(/*no_more=*/true);
+        bytes.remove_prefix(size);
+    }
+    kpe_note_answers(g_decoder.answers());
+    return left;
+}
+
 }  // namespace
 
-std::string kpe_take_paste() { return std::exchange(g_paste, {}); }
+void kpe_await_answers() {
+    constexpr int POLL_MILLISECONDS = 10;
+    std::string bytes = kpe_terminal_owes_answer(ANSWERS_COME) ? g_decoder.take_bytes() : "";
+    while (kpe_terminal_owes_answer(ANSWERS_COME)) {
+        std::array<char, 4096> block;
+        pollfd input = {STDIN_FILENO, POLLIN, 0};
+        if (!kpe_raw_waits() && poll(&input, 1, POLL_MILLISECONDS) <= 0) continue;
+        const auto read = read_some(block.data(), block.size());
+        if (!read) break;
+        bytes.append(block.data(), *read);
+        bytes = without_answers(bytes);
+    }
+    kpe_give_back(bytes);
+    kpe_expect_answers(kpe_terminal_owes_answer(ANSWERS_COME_LATE));
+}
+
+std::string kpe_take_paste() {
+    if (g_paste.lost()) throw std::bad_alloc();
+    return g_paste.take();
+}
 
 size_t kpe_keys_read() { return g_keys_read; }
 
@@ -122,6 +211,7 @@ bool kpe_terminal_gone() {
 }
 
 int kpe_read_key(bool pc_keypad, const KpeDraw& draw) {
+    g_decoder.set_utf8(kpe_utf8_locale());
     bool drawn = false;
     for (bool no_more = false;;) {
         if (signal_noted()) {
@@ -135,15 +225,21 @@ int kpe_read_key(bool pc_keypad, const KpeDraw& draw) {
                 return counted(kpe_ctrl('C'));
             }
         }
-        if (const auto key = g_decoder.key(no_more)) return counted(kpe_normalize_key(*key, pc_keypad));
+        if (const auto key = decoded_key(no_more)) {
+            if (*key == KPE_PASTE) read_paste(draw);
+            return counted(kpe_normalize_key(*key, pc_keypad));
+        }
         const bool inside = g_decoder.begun();
         if (inside || drawn || !byte_waits()) {
             if (!inside && !drawn) draw(/*anew=*/false);
             drawn = drawn || !inside;
-            const Waited waited = wait_for_byte(inside ? &ESCAPE_DELAY : nullptr);
+            const Waited waited =
+                inside ? wait_at_most(g_decoder.patience(kpe_terminal_owes_answer(ANSWERS_COME))) : wait_for_byte();
             no_more = waited == Waited::TimeUp;
             if (waited != Waited::Input) continue;
         }
-        if (!read_byte()) return ERR;
+        if (read_byte()) continue;
+        if (!g_decoder.begun()) return ERR;
+        no_more = true;
     }
 }

@@ -14,7 +14,11 @@
 using KpeDraw = std::function<void(bool anew)>;
 int kpe_read_key(bool pc_keypad, const KpeDraw& draw);
 // The text of the paste for which kpe_read_key has returned KPE_PASTE, as it came, but with each line break as "\n".
+// Throws std::bad_alloc if there was not enough memory for it.
 std::string kpe_take_paste();
+// To be called before the screen gives the terminal back. Waits for a moment if the terminal still owes an answer, and
+// gives all other bytes that come to whoever reads next.
+void kpe_await_answers();
 // How many keys were read since the start, and how many of them were Ctrl/C.
 size_t kpe_keys_read();
 size_t kpe_cancels_read();

@@ -70,13 +70,13 @@ void kpe_clear_keys() {
     };
     for (char c = 1; c < ' '; ++c) clear(c);
     clear(KPE_DELETE);
-    for (int code = KPE_KP0; code <= KPE_KP_ENTER; ++code) {
+    for (int code = KPE_KP0; code <= KPE_NUM_LOCK; ++code) {
         for (const std::string& bytes : bound_to(code)) define_key(bytes.c_str(), UNUSED_CODES + code);
     }
 }
 
 int kpe_code_of(const std::string& bytes) {
-    for (int code = KEY_MIN; code <= UNUSED_CODES + KPE_KP_ENTER; ++code) {
+    for (int code = KEY_MIN; code <= UNUSED_CODES + KPE_NUM_LOCK; ++code) {
         const Sequences bound = bound_to(code);
         if (std::find(bound.begin(), bound.end(), bytes) != bound.end()) return code;
     }

@@ -232,6 +232,10 @@ auto effect_of_keys(size_t row, size_t col, Editor::Direction direction, bool nu
 }  // namespace
 
 bool Editor::handle_screen_key(int key) {
+    if (key == KPE_PASTE) {
+        paste_typed(kpe_take_paste());
+        return false;
+    }
     if (gold_pending_) {
         if (autorepeat_ && repeat_enabled_ && is_digit(key)) {
             gold_repeat_count_ = with_digit(gold_repeat_count_, key);
@@ -329,6 +333,16 @@ void Editor::type_character(std::string bytes) {
         insert_character(bytes);
     }
     maybe_wrap_line();
+}
+
+// As it is: without case mode and wrapping, and whatever keys are defined.
+void Editor::paste_typed(const std::string& text) {
+    gold_pending_ = false;
+    gold_repeat_count_ = 0;
+    last_function_.clear();
+    if (text.empty()) return;
+    begin_undo_unit();
+    buffer_.insert_text(cursor_row_, cursor_col_, text);
 }
 
 std::string Editor::key_debug_name(int key) const {

@@ -12,6 +12,8 @@ constexpr int KPE_KP_MINUS = 522, KPE_KP_COMMA = 523, KPE_KP_PERIOD = 524, KPE_K
 
 // A bracketed paste; kpe_take_paste() returns its text.
 constexpr int KPE_PASTE = 526;
+// The Num Lock key, which only some terminals report.
+constexpr int KPE_NUM_LOCK = 527;
 // Added to the code of a key that was pressed together with Shift, Ctrl or Alt.
 constexpr int KPE_SHIFT = 0x10000, KPE_CTRL = 0x20000, KPE_ALT = 0x40000;
 // Added to the code point of a character outside of ASCII, which is typed in a UTF-8 locale.

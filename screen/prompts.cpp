@@ -9,6 +9,7 @@
 #include "editor/on_screen.h"
 #include "screen/cells.h"
 #include "screen/curses_session.h"
+#include "screen/key_reader.h"
 #include "screen/n3_kpe_keymap.h"
 #include "screen/shown_rows.h"
 #include "system/ascii.h"
@@ -29,6 +30,14 @@ void show_prompt(const std::string& prompt, const std::string& answer) {
 
 bool ends_prompt(int key) {
     return key == KPE_RETURN || key == KPE_LINEFEED || key == KEY_ENTER || key == KPE_KP_ENTER;
+}
+
+// Line breaks become blanks; other control bytes are left out.
+void add_pasted(std::string& answer, const std::string& text) {
+    for (const char c : text) {
+        if (c == '\n') answer += ' ';
+        if (static_cast<unsigned char>(c) >= ' ' && c != KPE_DELETE) answer += c;
+    }
 }
 
 // The character of a code from 0 to 255 in decimal digits, in the character set of the text.
@@ -66,6 +75,8 @@ std::string Editor::read_prompt(const std::string& prompt, std::optional<Directi
             answer.resize(kpe_character_before(answer, answer.size()));
         } else if (key == kpe_ctrl('U')) {
             answer.clear();
+        } else if (key == KPE_PASTE) {
+            add_pasted(answer, kpe_take_paste());
         } else if (key >= ' ' && key <= '~') {
             answer += static_cast<char>(key);
         } else if (kpe_is_character(key)) {

@@ -1,5 +1,6 @@
 #include "system/input.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -26,11 +27,16 @@ InputFrom::Source g_source = InputFrom::Standard;
 size_t g_type_ahead = 0;  // bytes yet to be read that were typed while the terminal was raw
 std::string g_unshown;    // of these, what was read and belongs to a line that is not shown yet
 
+char g_given_back[KPE_RAW_BLOCK];
+size_t g_given_back_next = KPE_RAW_BLOCK;  // the bytes from here to the end wait
+bool g_answers_expected = false;
+
 int g_ctrl_z_ends_lines = 0;
 
 size_t unread_bytes() {
     int n = 0;
-    return ioctl(STDIN_FILENO, FIONREAD, &n) == 0 && n > 0 ? static_cast<size_t>(n) : 0;
+    const bool told = ioctl(STDIN_FILENO, FIONREAD, &n) == 0 && n > 0;
+    return KPE_RAW_BLOCK - g_given_back_next + (told ? static_cast<size_t>(n) : 0);
 }
 
 // A byte that was typed while the terminal was raw: ends lines and shows them as the terminal would have.
@@ -49,6 +55,7 @@ bool abort_requested() { return g_kpe_abort_requested != 0; }
 // Waits until there is something to read, and does what was put off until then. false: a signal asked to stop.
 bool wait_for_input() {
     while (!g_kpe_abort_requested) {
+        if (kpe_raw_waits()) break;
         const std::optional<timespec> idle = IdleWork::longest_wait();
         const Waited waited =
             kpe_wait({.signals = kpe_ending_signals(), .noted = abort_requested, .limit = idle ? &*idle : nullptr});
@@ -63,7 +70,7 @@ bool fill_input() {
     kpe_flush();
     while (wait_for_input()) {
         // Byte by byte, so that what follows a command that enters screen mode is left to that.
-        const ssize_t n = read(STDIN_FILENO, g_input, g_type_ahead > 0 ? 1 : INPUT_SIZE);
+        const ssize_t n = kpe_read_raw(g_input, g_type_ahead > 0 ? 1 : INPUT_SIZE);
         if (n > 0) {
             if (g_type_ahead > 0) take_typed(g_input[0]);
             g_input_next = 0;
@@ -80,10 +87,7 @@ bool ended_by_ctrl_z(std::string_view line) {
     return g_ctrl_z_ends_lines > 0 && line.ends_with(CTRL_Z) && line.find_first_not_of(" \t\032") == line.npos;
 }
 
-}  // namespace
-
-std::optional<std::string> kpe_read_line() {
-    if (g_source == InputFrom::Nowhere) return std::nullopt;
+std::optional<std::string> read_line() {
     std::string line;
     for (;;) {
         if (g_input_next == g_input_end && !fill_input()) {
@@ -103,6 +107,44 @@ std::optional<std::string> kpe_read_line() {
         }
     }
 }
+
+}  // namespace
+
+std::optional<std::string> kpe_read_line() {
+    if (g_source == InputFrom::Nowhere) return std::nullopt;
+    std::optional<std::string> line = read_line();
+    while (g_answers_expected && line) {
+        const size_t size = kpe_answer_size(*line);
+        if (size == 0) break;
+        line->erase(0, size);
+    }
+    return line;
+}
+
+ssize_t kpe_read_raw(char* to, size_t size) {
+    if (!kpe_raw_waits()) return read(STDIN_FILENO, to, size);
+    const size_t taken = std::min(size, KPE_RAW_BLOCK - g_given_back_next);
+    std::memcpy(to, g_given_back + g_given_back_next, taken);
+    g_given_back_next += taken;
+    return static_cast<ssize_t>(taken);
+}
+
+void kpe_give_back(std::string_view bytes) {
+    bytes = bytes.substr(0, g_given_back_next);
+    g_given_back_next -= bytes.size();
+    std::memcpy(g_given_back + g_given_back_next, bytes.data(), bytes.size());
+}
+
+bool kpe_raw_waits() { return g_given_back_next < KPE_RAW_BLOCK; }
+
+size_t kpe_answer_size(std::string_view bytes) {
+    constexpr std::string_view BEGINS = "\033[?", INSIDE = "0123456789;:$", FINALS = "cuy";
+    if (!bytes.starts_with(BEGINS)) return 0;
+    const size_t end = bytes.find_first_not_of(INSIDE, BEGINS.size());
+    return end != bytes.npos && FINALS.find(bytes[end]) != FINALS.npos ? end + 1 : 0;
+}
+
+void kpe_expect_answers(bool expected) { g_answers_expected = expected; }
 
 InputFrom::InputFrom(Source source) : before_(std::exchange(g_source, source)) {}
 

@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <sys/types.h>
 
 #include "system/terminal.h"
 
@@ -29,6 +31,21 @@ private:
 void kpe_expect_type_ahead();
 // Ends that state, as the terminal becomes raw again. Returns how many bytes wait that were typed in its usual mode.
 size_t kpe_end_type_ahead();
+
+// Reads at most size bytes of the terminal's input while it is raw, like read(): those that were given back come first.
+ssize_t kpe_read_raw(char* to, size_t size);
+// Gives back bytes that were read so and not used: whoever reads next gets them before all others. They are at most as
+// many as KPE_RAW_BLOCK; what is more is lost.
+constexpr size_t KPE_RAW_BLOCK = size_t{64} << 10;
+void kpe_give_back(std::string_view bytes);
+// Whether bytes that were given back wait.
+bool kpe_raw_waits();
+
+// How many bytes the answer has, at the start of bytes, that a terminal gives to a question about itself. 0: there is
+// none, or not all of it.
+size_t kpe_answer_size(std::string_view bytes);
+// Says whether such an answer may still come. Then kpe_read_line drops answers at the start of a line.
+void kpe_expect_answers(bool expected);
 
 // As long as the object lives, Ctrl/Z typed on a terminal ends the line at once instead of suspending the program.
 // Without a terminal it does nothing.

@@ -18,7 +18,9 @@ termios g_first_modes;
 volatile std::sig_atomic_t g_changes = 0;
 
 void (*g_leave)() = nullptr;
-char g_leaving[64];
+// Two, so that a handler never reads one that is being written.
+char g_leaving_bytes[2][128];
+const char* volatile g_leaving = g_leaving_bytes[0];
 volatile std::sig_atomic_t g_diverted = 0;
 
 // Whether there is a terminal.
@@ -42,7 +44,10 @@ void kpe_terminal_taken(void (*leave)()) {
 }
 
 void kpe_set_leaving_bytes(const std::string& leaving) {
-    g_leaving[leaving.copy(g_leaving, sizeof g_leaving - 1)] = '\0';
+    char(&next)[sizeof g_leaving_bytes[0]] = g_leaving_bytes[g_leaving == g_leaving_bytes[0] ? 1 : 0];
+    next[leaving.copy(next, sizeof next - 1)] = '\0';
+    std::atomic_signal_fence(std::memory_order_release);
+    g_leaving = next;
 }
 
 void kpe_terminal_given_back() {
@@ -96,7 +101,8 @@ void kpe_restore_modes() {
 void kpe_give_terminal_back() {
     kpe_restore_modes();
     if (!g_curses_active || !kpe_takes_output(STDOUT_FILENO)) return;
-    const ssize_t ignored = write(STDOUT_FILENO, g_leaving, strlen(g_leaving));
+    const char* const leaving = g_leaving;
+    const ssize_t ignored = write(STDOUT_FILENO, leaving, strlen(leaving));
     static_cast<void>(ignored);
 }
 
