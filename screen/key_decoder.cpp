@@ -212,7 +212,6 @@ std::optional<int> KeyDecoder::key(bool no_more) {
         next_ = 0;
         if (bytes_.empty() || !decode(no_more)) return std::nullopt;
     }
-    in_broken_ = false;
     return ready_[next_++];
 }
 
@@ -235,8 +234,7 @@ void KeyDecoder::take_key(size_t size, int key) {
 
 void KeyDecoder::drop_broken(size_t size) {
     take(size);
-    broken_ = broken_ || !in_broken_;
-    in_broken_ = true;
+    broken_ = true;
 }
 
 // Takes something off the bytes. false: it has to wait for more.

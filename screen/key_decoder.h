@@ -44,7 +44,8 @@ public:
     std::optional<int> key(bool no_more);
     // The bytes that wait. They are the caller's from now on.
     std::string take_bytes();
-    // Whether bytes were dropped that are no character, since this was asked last; true once for a row of them.
+    // Whether bytes that are no character were dropped, since take_broken() was called last.
+    bool broken() const { return broken_; }
     bool take_broken();
     // All that was answered up to now.
     const TerminalAnswers& answers() const { return answers_; }
@@ -78,7 +79,7 @@ private:
     std::string bytes_;
     std::vector<int> ready_;
     size_t next_ = 0;
-    bool in_broken_ = false, broken_ = false;
+    bool broken_ = false;
     TerminalAnswers answers_;
 };
 

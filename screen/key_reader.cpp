@@ -102,10 +102,14 @@ bool read_byte() {
     return true;
 }
 
+// Once for all that was dropped since a key was read, or since nothing was typed.
+void ring_for_broken() {
+    if (g_decoder.take_broken()) kpe_beep();
+}
+
 std::optional<int> decoded_key(bool no_more) {
     const auto key = g_decoder.key(no_more);
     kpe_note_answers(g_decoder.answers());
-    if (g_decoder.take_broken()) kpe_beep();
     return key;
 }
 
@@ -226,11 +230,13 @@ int kpe_read_key(bool pc_keypad, const KpeDraw& draw) {
             }
         }
         if (const auto key = decoded_key(no_more)) {
+            ring_for_broken();
             if (*key == KPE_PASTE) read_paste(draw);
             return counted(kpe_normalize_key(*key, pc_keypad));
         }
         const bool inside = g_decoder.begun();
         if (inside || drawn || !byte_waits()) {
+            if (!inside && g_decoder.broken() && !byte_waits()) ring_for_broken();
             if (!inside && !drawn) draw(/*anew=*/false);
             drawn = drawn || !inside;
             const Waited waited =
@@ -239,7 +245,10 @@ int kpe_read_key(bool pc_keypad, const KpeDraw& draw) {
             if (waited != Waited::Input) continue;
         }
         if (read_byte()) continue;
-        if (!g_decoder.begun()) return ERR;
+        if (!g_decoder.begun()) {
+            ring_for_broken();
+            return ERR;
+        }
         no_more = true;
     }
 }

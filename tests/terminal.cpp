@@ -4,12 +4,28 @@
 
 namespace {
 
+// The last question about itself that a terminal is asked.
+constexpr std::string_view LAST_QUESTION = "\033[c";
+
+struct KeyMode {
+    const char* name;
+    std::string_view on, off;
+};
+constexpr KeyMode KEY_MODES[] = {
+    {"digits", "\033[?1035h", "\033[?1035l"},  // the keypad sends digits when Num Lock is on
+    {"keypad", "\033=", "\033>"},
+    {"paste", "\033[?2004h", "\033[?2004l"},
+    {"protocol", "\033[>25u", "\033[<u"},
+};
+constexpr size_t LONGEST_MODE = 8;
+
 void cut_trailing(std::string& text, char c) { text.erase(text.find_last_not_of(c) + 1); }
 
 }  // namespace
 
-Terminal::Terminal(const Command& command, bool utf8)
+Terminal::Terminal(const Command& command, bool utf8, std::optional<std::string> answers)
     : PseudoTerminal(command),
+      answers_(std::move(answers)),
       emulator_(vterm_new(command.rows, command.cols)),
       screen_(vterm_obtain_screen(emulator_)) {
     static const VTermScreenCallbacks CALLBACKS = [] {
@@ -19,7 +35,8 @@ Terminal::Terminal(const Command& command, bool utf8)
         return result;
     }();
     const auto reply = [](const char* bytes, size_t n, void* self) {
-        static_cast<Terminal*>(self)->replies_.append(bytes, n);
+        auto& terminal = *static_cast<Terminal*>(self);
+        if (!terminal.answers_) terminal.replies_.append(bytes, n);
     };
     vterm_set_utf8(emulator_, utf8);
     vterm_output_set_callback(emulator_, reply, this);
@@ -36,9 +53,30 @@ int Terminal::on_property(VTermProp prop, VTermValue* value, void* self) {
     return 1;
 }
 
+// Of two sequences for a mode the later one holds.
+void Terminal::note_modes(const std::string& piece) {
+    last_output_ += piece;
+    for (const KeyMode& mode : KEY_MODES) {
+        const size_t on = last_output_.rfind(mode.on), off = last_output_.rfind(mode.off);
+        if (on == off) continue;
+        key_modes_[mode.name] = off == std::string::npos || (on != std::string::npos && on > off);
+    }
+    if (answers_ && last_output_.find(LAST_QUESTION) != std::string::npos) replies_ += *answers_;
+    last_output_.erase(0, last_output_.size() - std::min(last_output_.size(), LONGEST_MODE - 1));
+}
+
+std::string Terminal::key_modes() const {
+    std::string names;
+    for (const auto& [name, on] : key_modes_) {
+        if (on) names += (names.empty() ? "" : " ") + name;
+    }
+    return names;
+}
+
 void Terminal::draw() {
     for (std::string piece; reading_ && read(piece) > 0; piece.clear()) {
         output_ += piece;
+        note_modes(piece);
         vterm_input_write(emulator_, piece.data(), piece.size());
     }
     if (!replies_.empty()) replies_.erase(0, write(replies_));
@@ -133,9 +171,4 @@ size_t Terminal::sent(std::string_view bytes) const {
     size_t count = 0;
     for (size_t from = 0; (from = output().find(bytes, from)) != std::string::npos; from += bytes.size()) ++count;
     return count;
-}
-
-bool Terminal::has_its_keypad_back() const {
-    const size_t taken = output_.rfind("\033="), back = output_.rfind("\033>");
-    return taken == std::string::npos || (back != std::string::npos && back > taken);
 }

@@ -3,6 +3,7 @@
 #include <vterm.h>
 
 #include <functional>
+#include <map>
 #include <optional>
 
 #include "pseudo_terminal.h"
@@ -17,7 +18,8 @@ public:
     // At most this long for a state to arrive; never waited out otherwise.
     static constexpr std::chrono::milliseconds PATIENCE{20000};
 
-    Terminal(const Command& command, bool utf8);
+    // What it answers when it is asked about itself; none: what the emulator does.
+    Terminal(const Command& command, bool utf8, std::optional<std::string> answers = std::nullopt);
     ~Terminal() { vterm_free(emulator_); }
 
     // These throw std::runtime_error after PATIENCE.
@@ -42,17 +44,21 @@ public:
     std::string_view output() const { return std::string_view(output_).substr(forgotten_); }
     size_t sent(std::string_view bytes) const;
     void forget_output() { forgotten_ = output_.size(); }
-    // Whether a program that made the keypad send sequences made it send digits again. True for one that did not.
-    bool has_its_keypad_back() const;
+    // The names of those modes for keys that are on, as "keypad paste", in the order of the alphabet.
+    std::string key_modes() const;
 
 private:
+    void note_modes(const std::string& piece);
     void draw();  // reads what the program wrote; never waits
     static int on_property(VTermProp prop, VTermValue* value, void* self);
     VTermPos size() const;
 
+    std::optional<std::string> answers_;
     VTerm* emulator_;
     VTermScreen* screen_;
     std::string output_, replies_;  // from the program, and to it
     size_t forgotten_ = 0, bells_ = 0, flashes_ = 0;
+    std::map<std::string, bool> key_modes_;
+    std::string last_output_;  // as much as may be the beginning of a sequence that changes one of them
     bool flashing_ = false, reading_ = true;
 };
