@@ -47,6 +47,8 @@ public:
     // Whether bytes that are no character were dropped, since take_broken() was called last.
     bool broken() const { return broken_; }
     bool take_broken();
+    // Takes an answer that was found elsewhere, as kpe_answer_size finds it.
+    void take_answer(std::string_view sequence) { understand(sequence, /*alt=*/false); }
     // All that was answered up to now.
     const TerminalAnswers& answers() const { return answers_; }
 

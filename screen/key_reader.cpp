@@ -124,15 +124,16 @@ bool is_cancel(std::string_view bytes) {
 }
 
 // What the wait in a paste that is not complete has brought.
-enum class PasteEvent { Input, Silence, Ends };
+enum class PasteEvent { Input, Silence, Signal, Ends };
 
 PasteEvent wait_in_paste(bool silence, const KpeDraw& draw) {
+    if (!signal_noted() && byte_waits()) return PasteEvent::Input;
     const Waited waited = silence ? wait_for_byte() : wait_at_most(PASTE_SILENCE);
     if (waited == Waited::Input) return PasteEvent::Input;
     if (waited == Waited::TimeUp) return PasteEvent::Silence;
     if (g_kpe_end_signal) return PasteEvent::Ends;
     if (kpe_terminal_signal_noted() && kpe_follow_terminal()) draw(/*anew=*/true);
-    if (!g_kpe_abort_requested) return silence ? PasteEvent::Silence : PasteEvent::Input;
+    if (!g_kpe_abort_requested) return PasteEvent::Signal;
     kpe_forget_interrupt();
     return PasteEvent::Ends;
 }
@@ -145,11 +146,8 @@ void read_paste(const KpeDraw& draw) {
     for (bool silence = false; !g_paste.ended();) {
         const PasteEvent event = wait_in_paste(silence, draw);
         if (event == PasteEvent::Ends) return;
-        if (event == PasteEvent::Silence) {
-            silence = true;
-            continue;
-        }
-        if (!byte_waits()) continue;
+        if (event == PasteEvent::Silence) silence = true;
+        if (event != PasteEvent::Input) continue;
         const auto read = read_some(block, sizeof block);
         if (!read) return;
         const std::string_view bytes(block, *read);
@@ -172,8 +170,7 @@ std::string without_answers(std::string_view bytes) {
             bytes.remove_prefix(next);
             continue;
         }
-        for (const char byte : bytes.substr(0, size)) g_decoder.add(byte);
-        g_decoder.key(/*no_more=*/true);
+        g_decoder.take_answer(bytes.substr(0, size));
         bytes.remove_prefix(size);
     }
     kpe_note_answers(g_decoder.answers());
@@ -182,7 +179,8 @@ std::string without_answers(std::string_view bytes) {
 
 }  // namespace
 
-void kpe_await_answers() {
+// Memory that ends meanwhile is no reason not to leave the screen.
+void kpe_await_answers() try {
     constexpr int POLL_MILLISECONDS = 10;
     std::string bytes = kpe_terminal_owes_answer(ANSWERS_COME) ? g_decoder.take_bytes() : "";
     while (kpe_terminal_owes_answer(ANSWERS_COME)) {
@@ -196,6 +194,7 @@ void kpe_await_answers() {
     }
     kpe_give_back(bytes);
     kpe_expect_answers(kpe_terminal_owes_answer(ANSWERS_COME_LATE));
+} catch (const std::bad_alloc&) {
 }
 
 std::string kpe_take_paste() {
