@@ -259,6 +259,7 @@ private:
     void define_key_command(const std::string& args, bool report);
     std::string normalize_key_spec(const std::string& spec) const;
     std::string key_id_from_input(int key, bool gold) const;
+    bool is_defined_key(int key, bool gold) const;
     bool try_defined_key(int key, bool gold);
     void show_key_command(const std::string& filter, bool report);
 
@@ -383,6 +384,8 @@ private:
 
     // --- Keys: screen/keys.cpp ---
     bool handle_screen_key(int key);
+    bool handle_modified_key(int key);
+    bool handle_plain_key(int key);
     bool run_defined_key(int key, bool gold);
     void repeat_gold_key(int key, int count);
     bool handle_gold_key(int key);
@@ -495,7 +498,7 @@ private:
     size_t cursor_row_ = 0, cursor_col_ = 0, top_line_ = 0, left_col_ = 0;
     bool overstrike_ = false;
     Direction direction_ = Direction::Advance;
-    bool gold_pending_ = false;
+    bool gold_pending_ = false, gold_twice_ = false;  // the second: GOLD was pressed once more
     int gold_repeat_count_ = 0;
     bool show_line_numbers_ = false;
     int screen_depth_ = 0;       // how deep sessions on the screen nest: a key or a command may begin another
@@ -547,6 +550,7 @@ private:
     bool fnf_ = true;
     std::string help_name_ = "KPEHELP";
     std::string keypad_mode_ = "KPE";
+    std::string num_lock_ = "NONE";
     int set_lines_ = 0;
     std::string paragraph_mode_ = "NOWPS";
     int screen_width_ = 0;

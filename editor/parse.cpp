@@ -78,6 +78,7 @@ constexpr Spelling SPELLINGS[] = {
     {"SHOW SEARCH", "SHOW-SEARCH"},         {"SHOW PROMPT", "SHOW-PROMPT"},    {"SHOW TAB", "SHOW-TAB"},
     {"SHOW KEY", "SHOW-KEY"},               {"SHOW KEYS", "SHOW-KEY"},         {"SHOW ENTITY", "SHOW-ENTITY"},
     {"SHOW WORD", "SHOW-ENTITY"},           {"SHOW RMS", "SHOW-RMS"},          {"SHOW VERSIONING", "SHOW-VERSIONING"},
+    {"SHOW NUMLOCK", "SHOW-NUMLOCK"},
 };
 
 // The beginning of a line; the arguments are what follows it. The first row that fits wins, and the rules for
@@ -98,7 +99,7 @@ constexpr Prefix LATE_PREFIXES[] = {
     {"SET HELP ", "SET-HELP"},           {"SET KEYPAD ", "SET-KEYPAD"},       {"SET LINES ", "SET-LINES"},
     {"SET PARAGRAPH ", "SET-PARAGRAPH"}, {"SET SCREEN ", "SET-SCREEN"},       {"SET TERMINAL ", "SET-TERMINAL"},
     {"SET TEXT ", "SET-TEXT"},           {"SET SEARCH ", "SET-SEARCH"},       {"SET RMS ", "SET-RMS"},
-    {"SET VERSIONING ", "SET-VERSIONING"},
+    {"SET VERSIONING ", "SET-VERSIONING"}, {"SET NUMLOCK ", "SET-NUMLOCK"},
     {"CHGL ", "CHGL"},                   {"CHGU ", "CHGU"},
     {"SET TAB ", "SET-TAB"},             {"SET PROMPT ", "SET-PROMPT"},       {"SHOW KEY ", "SHOW-KEY"},
     {"SET ENTITY WORD ", "SET-ENTITY"},  {"SET ENTITY ", "SET-ENTITY"},       {"SET WORD ", "SET-ENTITY"},

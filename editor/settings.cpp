@@ -17,7 +17,8 @@ struct Editor::SettingTable {
         std::string_view name;
         std::string Editor::*field;
         std::string_view label, choices;
-        bool confirm_refused;  // whether the value that stays is shown after a refusal
+        bool confirm_refused;   // whether the value that stays is shown after a refusal
+        std::string_view more;  // a choice that the refusal does not name
     };
     // A number of at least 0; note is shown beside 0.
     struct Number {
@@ -48,9 +49,10 @@ struct Editor::SettingTable {
         {"TRUNCATE",   &Editor::truncate_,       "Truncate"},
     };
     static constexpr Word WORDS[] = {
-        {"CASE",      &Editor::case_mode_,      "Case",      "NONE|LOWER|UPPER",    true},
-        {"KEYPAD",    &Editor::keypad_mode_,    "Keypad",    "KPE|NOKEYPAD|WPS|PC", false},
-        {"PARAGRAPH", &Editor::paragraph_mode_, "Paragraph", "WPS|NOWPS",           true},
+        {"CASE",      &Editor::case_mode_,      "Case",      "NONE|LOWER|UPPER",    true,  ""},
+        {"KEYPAD",    &Editor::keypad_mode_,    "Keypad",    "KPE|NOKEYPAD|WPS|PC", false, "EDITING"},
+        {"NUMLOCK",   &Editor::num_lock_,       "Numlock",   "GOLD|NONE",           false, ""},
+        {"PARAGRAPH", &Editor::paragraph_mode_, "Paragraph", "WPS|NOWPS",           true,  ""},
     };
     static constexpr Number NUMBERS[] = {
         {"TAB",    &Editor::tab_width_,    "Tab width",    8, ""},
@@ -240,7 +242,7 @@ struct Editor::SettingTable {
         for (const Word& row : WORDS) {
             if (row.name != name) continue;
             const std::string word = upper(trim(args));
-            const std::string choices = "|" + std::string(row.choices) + "|";
+            const std::string choices = "|" + std::string(row.choices) + "|" + std::string(row.more) + "|";
             const bool known = word.find('|') == std::string::npos && !word.empty() &&
                                choices.find("|" + word + "|") != std::string::npos;
             if (known) e.*row.field = word;

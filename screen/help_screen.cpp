@@ -3,11 +3,13 @@
 #include <cstdio>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "editor/kpe.h"
 #include "editor/on_screen.h"
 #include "screen/curses_session.h"
+#include "screen/key_layers.h"
 #include "screen/shown_rows.h"
 #include "system/version.h"
 
@@ -57,6 +59,39 @@ void write_in_full(std::vector<std::string>& rows, size_t row, std::string_view 
     }
 }
 
+// The entries in columns, as many to a row as fit into the width of the page above.
+std::vector<std::string> in_columns(const std::vector<std::string>& entries) {
+    constexpr size_t WIDTH = 80;
+    size_t column = 0;
+    for (const std::string& entry : entries) column = std::max(column, entry.size() + 2);
+    std::vector<std::string> rows;
+    for (const std::string& entry : entries) {
+        if (rows.empty() || rows.back().size() + entry.size() > WIDTH) rows.emplace_back();
+        rows.back() += entry + std::string(column - entry.size(), ' ');
+    }
+    return rows;
+}
+
+// As in "Alt/u KP7 PAGE".
+std::string entry(const std::string& pressed, int stands_for) {
+    const std::string keypad = kpe_is_modified(stands_for) ? "" : std::string(kpe_key_label(stands_for)) + " ";
+    return pressed + " " + keypad + kpe_function_name(stands_for, /*gold=*/false);
+}
+
+// What stands below the page on a terminal that has rows left.
+std::vector<std::string> layers() {
+    std::vector<std::string> alt, editing;
+    for (const auto [key, stands_for] : kpe_alt_layer()) alt.push_back(entry(kpe_key_name(key), stands_for));
+    for (const auto [key, stands_for] : kpe_editing_layer()) editing.push_back(entry(kpe_key_name(key), stands_for));
+    for (const auto [key, stands_for] : kpe_gold_arrows())
+        editing.push_back(entry("GOLD+" + kpe_key_name(key), stands_for));
+    std::vector<std::string> rows = {"", "Without a keypad, press Alt and:"};
+    for (std::string& row : in_columns(alt)) rows.push_back(std::move(row));
+    rows.emplace_back("After SET KEYPAD EDITING:");
+    for (std::string& row : in_columns(editing)) rows.push_back(std::move(row));
+    return rows;
+}
+
 void draw_page() {
     const ScreenSize screen = kpe_screen_size();
     std::array<char, 96> title{};
@@ -66,9 +101,10 @@ void draw_page() {
     size_t row = 0;
     write_in_full(rows, row++, title.data());
     for (const char* const line : PAGE) write_in_full(rows, row++, line);
+    const size_t last = std::min(row, rows.size()) - 1;
+    for (const std::string& line : layers()) write_in_full(rows, row++, line);
     g_shown_rows.begin(screen.rows, screen.cols);
     for (size_t i = 0; i < rows.size(); ++i) g_shown_rows.show(static_cast<int>(i), {{}, rows[i]});
-    const size_t last = std::min(row, rows.size()) - 1;
     g_shown_rows.paint(static_cast<int>(last), std::min(static_cast<int>(rows[last].size()), screen.cols - 1));
 }
 

@@ -12,6 +12,7 @@
 #include "editor/kpe.h"
 #include "editor/on_screen.h"
 #include "screen/curses_session.h"
+#include "screen/key_layers.h"
 #include "screen/key_reader.h"
 #include "screen/n3_kpe_keymap.h"
 #include "system/ascii.h"
@@ -36,10 +37,11 @@ struct Editor::KeyTable {
 
     static void gold_prefix(Editor& e) {
         e.gold_pending_ = true;
+        e.gold_twice_ = false;
         e.gold_repeat_count_ = 0;
         e.message_ = "GOLD";
     }
-    static void gold_again(Editor& e) { e.gold_pending_ = true; }
+    static void gold_again(Editor& e) { e.gold_pending_ = e.gold_twice_ = true; }
     static void start_of_line(Editor& e) { e.cursor_col_ = 0; }
     static void end_of_line(Editor& e) { e.cursor_col_ = e.buffer_.length(e.cursor_row_); }
     static void split_line(Editor& e) {
@@ -149,6 +151,8 @@ constexpr Editor::KeyTable::Row Editor::KeyTable::ROWS[] = {
     {kpe_ctrl('U'), "",          {"delete to beginning of line", &rub_out_line}},
     {kpe_ctrl('W'), "",          {"refresh screen", &refresh_screen}},
     {kpe_ctrl('Z'), "",          {"return to line mode", &leave}},
+    {KPE_ALT + 'z', "Alt/z",     {"UNDO", "UNDO"}},
+    {KPE_ALT + 'y', "Alt/y",     {"REDO", "REDO"}},
     {'N',           "",          {},                                          {"Line numbers", &Editor::toggle_line_numbers}},
     {'n',           "",          {},                                          {"Line numbers", &Editor::toggle_line_numbers}},
     {'Q',           "",          {},                                          {"QUIT", "QUIT"}},
@@ -231,10 +235,28 @@ auto effect_of_keys(size_t row, size_t col, Editor::Direction direction, bool nu
 
 }  // namespace
 
+// A modified key without a definition acts as the plain key. Alt and a character is a key of the Alt layer, or else
+// what most terminals send for it: Escape, and then the character.
+bool Editor::handle_modified_key(int key) {
+    if (const int meant = kpe_in_layer(kpe_alt_layer(), key)) return handle_plain_key(meant);
+    const char typed = kpe_alt_character(key);
+    if (typed == '\0') return handle_plain_key(kpe_plain_key(key));
+    handle_plain_key(KPE_ESCAPE);
+    return handle_plain_key(typed);
+}
+
 bool Editor::handle_screen_key(int key) {
     if (key == KPE_PASTE) {
         paste_typed(kpe_take_paste());
         return false;
+    }
+    if (kpe_is_modified(key) && !is_defined_key(key, gold_pending_)) return handle_modified_key(key);
+    return handle_plain_key(key);
+}
+
+bool Editor::handle_plain_key(int key) {
+    if (keypad_mode_ == "EDITING") {
+        if (const int meant = kpe_in_layer(kpe_editing_layer(), key)) key = meant;
     }
     if (gold_pending_) {
         if (autorepeat_ && repeat_enabled_ && is_digit(key)) {
@@ -291,6 +313,13 @@ void Editor::repeat_gold_key(int key, int count) {
 }
 
 bool Editor::handle_gold_key(int key) {
+    if (const int meant = keypad_mode_ == "EDITING" ? kpe_in_layer(kpe_gold_arrows(), key) : 0) {
+        if (!gold_twice_) {
+            last_function_ = kpe_function_name(meant, /*gold=*/false);
+            return handle_keypad_or_text(meant);
+        }
+        key = meant;
+    }
     if (const char* const name = gold_function_name(key); *name) last_function_ = name;
     return handle_gold_keypad(key);
 }
@@ -346,25 +375,8 @@ void Editor::paste_typed(const std::string& text) {
 }
 
 std::string Editor::key_debug_name(int key) const {
-    std::string name = kpe_key_label(key);
-    if (name.empty()) {
-        if (key == KPE_RETURN || key == KPE_LINEFEED) {
-            name = "RETURN";
-        } else if (key == KPE_TAB) {
-            name = "TAB";
-        } else if (key >= 1 && key <= 26) {
-            name = {'^', static_cast<char>(key + 64)};
-        } else if (key >= ' ' && key <= '~') {
-            name = {'\'', static_cast<char>(key), '\''};
-        } else if (kpe_is_character(key)) {
-            key -= KPE_CHARACTER;
-            name = "'" + kpe_utf8_of(static_cast<char32_t>(key)) + "'";
-        } else {
-            const char* const known = keyname(key);
-            name = known ? known : "?";
-        }
-    }
     std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "%s  (code %d / 0x%X)", name.c_str(), key, static_cast<unsigned>(key));
+    std::snprintf(text.data(), text.size(), "%s  (code %d / 0x%X)", kpe_key_name(key).c_str(), key,
+                  static_cast<unsigned>(key));
     return text.data();
 }

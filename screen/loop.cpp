@@ -68,7 +68,10 @@ int Editor::read_key(const std::function<void(bool anew)>& draw) {
         draw(anew);
         free_dropped_states();
     };
-    const int key = kpe_read_key(keypad_mode_ == "PC", draw_first);
+    int key = 0;
+    do {
+        key = kpe_read_key(keypad_mode_ == "PC", draw_first);
+    } while (key == KPE_NUM_LOCK && num_lock_ != "GOLD");
     if (key == ERR) input_ended_ = true;
-    return key;
+    return key == KPE_NUM_LOCK ? KEY_F(1) : key;
 }

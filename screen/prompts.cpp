@@ -9,6 +9,7 @@
 #include "editor/on_screen.h"
 #include "screen/cells.h"
 #include "screen/curses_session.h"
+#include "screen/key_layers.h"
 #include "screen/key_reader.h"
 #include "screen/n3_kpe_keymap.h"
 #include "screen/shown_rows.h"
@@ -63,7 +64,7 @@ std::string Editor::read_prompt(const std::string& prompt, std::optional<Directi
         show_prompt(prompt, answer);
     };
     for (;;) {
-        const int key = read_key(draw);
+        const int key = kpe_plain_key(read_key(draw));
         if (key == ERR) return {};  // an answer that was cut off is none
         if (ends_prompt(key)) return answer;
         if (dir && (key == KPE_KP4 || key == KPE_KP5)) {
