@@ -139,6 +139,7 @@ struct Editor::VerbTable {
         {"SHOW-VERSION",    &show_version},
         {"CLEAR",           &Editor::clear_buffer_command},
         {"COPY",            &copy},
+        {"COPY-CLIPBOARD",  &Editor::copy_to_clipboard},
         {"MOVE",            &move},
         {"INCLUDE",         &Editor::include_file_command},
         {"WRITE",           &Editor::write_command},

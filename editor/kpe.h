@@ -233,6 +233,12 @@ private:
     void clear_buffer_command(const std::string& args, bool report);
     void copy_move_command(const std::string& args, bool move, bool report);
 
+    // --- The user's own clipboard: editor/clipboard.cpp ---
+    // Asks the terminal to put the text there. Returns false if standard output is no terminal, or if the text is too
+    // long; the user is told of that. With SET CLIPBOARD on, CUT and APPEND send the text of PASTE.
+    bool send_to_clipboard(std::string_view text);
+    void copy_to_clipboard(bool report);  // the select range, or the line of the cursor
+
     // --- Typed lines: editor/typing.cpp ---
     // The line with text_formfeed_ in place of each form feed.
     std::string expand_formfeed_display(std::string line) const;
@@ -551,6 +557,7 @@ private:
     std::string help_name_ = "KPEHELP";
     std::string keypad_mode_ = "KPE";
     std::string num_lock_ = "NONE";
+    bool clipboard_ = false;
     int set_lines_ = 0;
     std::string paragraph_mode_ = "NOWPS";
     int screen_width_ = 0;

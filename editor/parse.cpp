@@ -29,6 +29,7 @@ constexpr Spelling SPELLINGS[] = {
     {"DL", "DEL-L"},              {"DELETE LINE", "DEL-L"},     {"UND L", "UND-L"},           {"UNDELETE LINE", "UND-L"},
     {"DEL C", "DEL-C"},           {"DC", "DEL-C"},              {"DELETE CHARACTER", "DEL-C"},
     {"UND C", "UND-C"},           {"UNDELETE CHARACTER", "UND-C"},
+    {"COPY TO CLIPBOARD", "COPY-CLIPBOARD"},
     {"DEL W", "DEL-W"},           {"DW", "DEL-W"},              {"DELETE WORD", "DEL-W"},     {"UND W", "UND-W"},
     {"UNDELETE WORD", "UND-W"},   {"DEL EOL", "DEL-EOL"},       {"DELETE EOL", "DEL-EOL"},
     {"DELETE TO END OF LINE", "DEL-EOL"},
@@ -63,6 +64,8 @@ constexpr Spelling SPELLINGS[] = {
     {"SET WORD NODELIMITER", "SET-WORD-DELIM", "OFF"},
     {"SET WORD NODELIMITERS", "SET-WORD-DELIM", "OFF"},
     {"SET TAB", "SET-TAB", "8"},                  {"SET NOTAB", "SET-TAB", "0"},
+    {"SET CLIPBOARD", "SET-CLIPBOARD"},           {"SET NOCLIPBOARD", "SET-NOCLIPBOARD"},
+    {"SET CLIPBOARD ON", "SET-CLIPBOARD"},        {"SET CLIPBOARD OFF", "SET-NOCLIPBOARD"},
     {"SET VERSIONING", "SET-VERSIONING", "ON"},   {"SET NOVERSIONING", "SET-VERSIONING", "OFF"},
     // SHOW
     {"SHOW NUMBERS", "SHOW-NUMBERS"},       {"SHOW NUMBER", "SHOW-NUMBERS"},   {"SHOW BUFFER", "SHOW-BUFFER"},
@@ -78,7 +81,7 @@ constexpr Spelling SPELLINGS[] = {
     {"SHOW SEARCH", "SHOW-SEARCH"},         {"SHOW PROMPT", "SHOW-PROMPT"},    {"SHOW TAB", "SHOW-TAB"},
     {"SHOW KEY", "SHOW-KEY"},               {"SHOW KEYS", "SHOW-KEY"},         {"SHOW ENTITY", "SHOW-ENTITY"},
     {"SHOW WORD", "SHOW-ENTITY"},           {"SHOW RMS", "SHOW-RMS"},          {"SHOW VERSIONING", "SHOW-VERSIONING"},
-    {"SHOW NUMLOCK", "SHOW-NUMLOCK"},
+    {"SHOW CLIPBOARD", "SHOW-CLIPBOARD"},   {"SHOW NUMLOCK", "SHOW-NUMLOCK"},
 };
 
 // The beginning of a line; the arguments are what follows it. The first row that fits wins, and the rules for

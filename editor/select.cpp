@@ -65,6 +65,7 @@ void Editor::cut_select() {
     if (!removed) return;
     set_paste_text(*removed);  // replaces the text when PASTE itself is being edited
     leave_select();
+    if (clipboard_) send_to_clipboard(*removed);
 }
 
 void Editor::append_select() {
@@ -72,6 +73,7 @@ void Editor::append_select() {
     if (!removed) return;
     append_paste_text(*removed);
     leave_select();
+    if (clipboard_) send_to_clipboard(paste_text_content());
 }
 
 void Editor::replace_select_with_paste() {

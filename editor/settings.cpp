@@ -47,6 +47,7 @@ struct Editor::SettingTable {
         {"FNF",        &Editor::fnf_,            "FNF"},
         {"SUMMARY",    &Editor::summary_,        "Summary"},
         {"TRUNCATE",   &Editor::truncate_,       "Truncate"},
+        {"CLIPBOARD",  &Editor::clipboard_,      "Clipboard"},
     };
     static constexpr Word WORDS[] = {
         {"CASE",      &Editor::case_mode_,      "Case",      "NONE|LOWER|UPPER",    true,  ""},
