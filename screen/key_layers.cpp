@@ -32,6 +32,7 @@ std::string plain_name(int key) {
     if (key >= 1 && key <= 26) return {'^', static_cast<char>(key + 64)};
     if (is_printable(key)) return {'\'', static_cast<char>(key), '\''};
     if (key == KPE_PASTE) return "Paste";
+    if (key == KPE_NUM_LOCK) return "Num Lock";
     const char* const known = keyname(key);
     return known ? known : "?";
 }

@@ -74,6 +74,8 @@ bool kpe_terminal_owes_answer(std::chrono::milliseconds asked_within) {
     return g_asked && !g_answers.attributes && Clock::now() - g_asked_at < asked_within;
 }
 
+bool kpe_terminal_knows_protocol() { return g_answers.protocol; }
+
 bool kpe_terminal_joins_clusters() { return g_answers.joins_clusters; }
 
 void kpe_pause_protocol() {

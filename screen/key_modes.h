@@ -18,6 +18,8 @@ void kpe_prepare_leaving();
 void kpe_note_answers(const TerminalAnswers& answers);
 // Whether the terminal was asked less than this time ago and has not answered yet.
 bool kpe_terminal_owes_answer(std::chrono::milliseconds asked_within);
+// Whether the terminal has said that it knows kitty's protocol.
+bool kpe_terminal_knows_protocol();
 // Whether the terminal has said that it shows a cluster in the cells of one character (mode 2027).
 bool kpe_terminal_joins_clusters();
 

@@ -39,6 +39,7 @@ constexpr auto ANSWERS_COME_LATE = 60s;
 constexpr auto PASTE_SILENCE = 100ms;
 
 PasteText g_paste;
+KeyRecord* g_record = nullptr;
 size_t g_keys_read = 0, g_cancels_read = 0, g_typed_before = 0;
 
 int counted(int key) {
@@ -98,6 +99,7 @@ bool read_byte() {
         --g_typed_before;
         if (byte == KPE_LINEFEED) byte = KPE_RETURN;
     }
+    if (g_record) g_record->bytes += byte;
     g_decoder.add(byte);
     return true;
 }
@@ -202,6 +204,8 @@ std::string kpe_take_paste() {
     return g_paste.take();
 }
 
+void kpe_record_keys(KeyRecord* record) { g_record = record; }
+
 size_t kpe_keys_read() { return g_keys_read; }
 
 size_t kpe_cancels_read() { return g_cancels_read; }
@@ -234,6 +238,7 @@ int kpe_read_key(bool pc_keypad, const KpeDraw& draw) {
             return counted(kpe_normalize_key(*key, pc_keypad));
         }
         const bool inside = g_decoder.begun();
+        if (g_record && !inside && !g_record->bytes.empty()) g_record->dropped();
         if (inside || drawn || !byte_waits()) {
             if (!inside && g_decoder.broken() && !byte_waits()) ring_for_broken();
             if (!inside && !drawn) draw(/*anew=*/false);

@@ -22,6 +22,14 @@ void kpe_await_answers();
 // How many keys were read since the start, and how many of them were Ctrl/C.
 size_t kpe_keys_read();
 size_t kpe_cancels_read();
+// What is read, for a program that shows it: the bytes of the key that was returned last, or of what was no key. Then
+// dropped is called. Whoever reads the bytes clears them.
+struct KeyRecord {
+    std::string bytes;
+    std::function<void()> dropped;
+};
+// From now on record is filled; nothing is with null.
+void kpe_record_keys(KeyRecord* record);
 // Says that the next so many bytes were typed before the terminal was raw: in them a line feed means Return.
 void kpe_expect_typed_before(size_t bytes);
 // Whether the terminal has hung up. Then no key will come any more, not even the Ctrl/C that stops a long operation.
