@@ -6,11 +6,12 @@
 #include <curses.h>
 #include <string>
 
+#include "screen/key_layers.h"
 #include "screen/n3_kpe_keymap.h"
 
 namespace {
 
-constexpr int CELL_WIDTH = 132, CELL_HEIGHT = 74, GAP = 6, MARGIN = 16, TITLE = 34;
+constexpr int CELL_WIDTH = 154, CELL_HEIGHT = 74, GAP = 6, MARGIN = 16, TITLE = 34;
 
 // Where a key stands, in cells, and how many it takes.
 struct Key {
@@ -56,7 +57,22 @@ void draw_text(const char* style, int x, int y, const char* text) {
     if (*text) std::printf("<text class=\"%s\" x=\"%d\" y=\"%d\">%s</text>\n", style, x, y, escaped(text).c_str());
 }
 
-// Three lines: the key's label, what it does, and what it does after GOLD on a band of its own.
+// The key's own label, and those of the keys of the layers that stand for it.
+std::string label_of(int code) {
+    std::string label = kpe_key_label(code);
+    for (const auto [key, stands_for] : kpe_alt_layer()) {
+        if (stands_for == code) label += " · " + kpe_key_name(key);
+    }
+    for (const auto [key, stands_for] : kpe_editing_layer()) {
+        if (stands_for == code) label += " · " + kpe_key_name(key);
+    }
+    for (const auto [key, stands_for] : kpe_gold_arrows()) {
+        if (stands_for == code) label += " · GOLD " + kpe_key_name(key);
+    }
+    return label;
+}
+
+// Three lines: the key's labels, what it does, and what it does after GOLD on a band of its own.
 void draw_key(const Key& key, int left, int top) {
     const int x = left + key.col * (CELL_WIDTH + GAP), y = top + key.row * (CELL_HEIGHT + GAP);
     const int width = key.cols * (CELL_WIDTH + GAP) - GAP, height = key.rows * (CELL_HEIGHT + GAP) - GAP;
@@ -67,7 +83,7 @@ void draw_key(const Key& key, int left, int top) {
         std::printf("<rect class=\"band\" x=\"%d\" y=\"%d\" width=\"%d\" height=\"%d\"/>\n", x + 1,
                     y + height - band - 4, width - 2, band);
     }
-    draw_text("label", middle, y + 17, kpe_key_label(key.code));
+    draw_text("label", middle, y + 17, label_of(key.code).c_str());
     draw_text("plain", middle, y + (height - band) / 2 + 12, kpe_function_name(key.code, /*gold=*/false));
     draw_text("gold", middle, y + height - band + 12, gold);
 }
@@ -106,7 +122,8 @@ void draw_picture() {
                 height, width, height);
     std::printf("<title>The keypad of kpe</title>\n%s<rect class=\"paper\" width=\"%d\" height=\"%d\"/>\n", STYLE,
                 width, height);
-    draw_text("title", keypad_left, MARGIN + 16, "The numeric keypad. The yellow band: after GOLD (PF1).");
+    draw_text("title", keypad_left, MARGIN + 16,
+              "The numeric keypad, with Alt and with SET KEYPAD EDITING. Yellow: after GOLD (PF1).");
     draw_text("title", editing_left, MARGIN + 16, "Editing and arrow keys");
     for (const Key& key : KEYPAD) draw_key(key, keypad_left, top);
     for (const Key& key : EDITING) draw_key(key, editing_left, top);
