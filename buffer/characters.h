@@ -44,6 +44,6 @@ std::string kpe_utf8_of(char32_t code);
 size_t kpe_view_columns(std::string_view line, size_t from, size_t to, size_t most);
 // The byte column at the start of text behind which the next character would not fit into so many columns. At least one
 // character counts as fitting.
-size_t kpe_view_end(std::string_view text, size_t columns);
+size_t kpe_view_end(std::string_view text, size_t width);
 // Where the first character begins from which on it is no more than so many columns of the view up to byte column to.
-size_t kpe_view_start(std::string_view line, size_t to, size_t columns);
+size_t kpe_view_start(std::string_view line, size_t to, size_t width);

@@ -26,7 +26,7 @@ constexpr LayerKey GOLD_ARROWS[] = {
 bool is_printable(int key) { return key >= ' ' && key <= '~'; }
 
 std::string plain_name(int key) {
-    if (const std::string label = kpe_key_label(key); !label.empty()) return label;
+    if (const char* const label = kpe_key_label(key); *label) return label;
     if (key == KPE_RETURN || key == KPE_LINEFEED) return "RETURN";
     if (key == KPE_TAB) return "TAB";
     if (key >= 1 && key <= 26) return {'^', static_cast<char>(key + 64)};

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <term.h>
 
+#include "buffer/characters.h"
+#include "screen/curses_session.h"
 #include "system/report.h"
 #include "system/terminal.h"
 
@@ -63,6 +65,10 @@ void kpe_prepare_leaving() {
 void kpe_note_answers(const TerminalAnswers& answers) {
     if (answers == g_answers) return;
     const bool begins = answers.protocol && !g_answers.protocol;
+    if (answers.joins_clusters != g_answers.joins_clusters) {
+        kpe_join_clusters(answers.joins_clusters);
+        kpe_repaint();
+    }
     g_answers = answers;
     if (!begins || !g_modes_on) return;
     kpe_prepare_leaving();
@@ -75,8 +81,6 @@ bool kpe_terminal_owes_answer(std::chrono::milliseconds asked_within) {
 }
 
 bool kpe_terminal_knows_protocol() { return g_answers.protocol; }
-
-bool kpe_terminal_joins_clusters() { return g_answers.joins_clusters; }
 
 void kpe_pause_protocol() {
     if (!g_protocol_used) return;

@@ -20,8 +20,6 @@ void kpe_note_answers(const TerminalAnswers& answers);
 bool kpe_terminal_owes_answer(std::chrono::milliseconds asked_within);
 // Whether the terminal has said that it knows kitty's protocol.
 bool kpe_terminal_knows_protocol();
-// Whether the terminal has said that it shows a cluster in the cells of one character (mode 2027).
-bool kpe_terminal_joins_clusters();
 
 // Meanwhile Ctrl/C arrives as a byte from a terminal that uses the protocol, too. Without the protocol they do nothing.
 void kpe_pause_protocol();
