@@ -2,6 +2,7 @@
 
 #include <curses.h>
 
+#include "buffer/characters.h"
 #include "system/ascii.h"
 
 namespace {
@@ -37,15 +38,6 @@ std::string plain_name(int key) {
     return known ? known : "?";
 }
 
-// The code point as UTF-8.
-std::string character(int code) {
-    const auto byte = [](int bits) { return static_cast<char>(bits); };
-    if (code < 0x800) return {byte(0xc0 | code >> 6), byte(0x80 | (code & 0x3f))};
-    const char last = byte(0x80 | (code & 0x3f)), before = byte(0x80 | (code >> 6 & 0x3f));
-    if (code < 0x10000) return {byte(0xe0 | code >> 12), before, last};
-    return {byte(0xf0 | code >> 18), byte(0x80 | (code >> 12 & 0x3f)), before, last};
-}
-
 }  // namespace
 
 int kpe_plain_key(int key) {
@@ -77,7 +69,7 @@ int kpe_in_layer(std::span<const LayerKey> layer, int key) {
 }
 
 std::string kpe_key_name(int key) {
-    if (kpe_is_character(key)) return character(key - KPE_CHARACTER);
+    if (kpe_is_character(key)) return "'" + kpe_utf8_of(kpe_code_point(key)) + "'";
     if (!kpe_is_modified(key)) return plain_name(key);
     std::string name;
     if (key & KPE_CTRL) name += "Ctrl/";

@@ -110,6 +110,9 @@ void write_table() {
     write_row("Command", KEY_COMMAND);
     write_row("Find", KEY_FIND);
     write_row("Select", KEY_SELECT);
+    for (const auto [key, stands_for] : kpe_alt_layer()) {
+        if (key == stands_for) write_row(kpe_key_name(key), key);
+    }
     write_row("N", 'N');
     write_row("Q", 'Q');
 }
