@@ -117,7 +117,7 @@ void CellRow::clear(size_t width) {
     cells_.assign(width, Cell{});
     marks_.clear();
     used_ = text_cells_ = last_ = 0;
-    all_single_ = true;
+    all_sure_ = true;
 }
 
 std::wstring_view CellRow::marks(size_t i) const {
@@ -136,8 +136,10 @@ size_t CellRow::alike(size_t i, const CellRow& other, size_t j) const {
 
 void CellRow::insert_blanks(size_t at, size_t count) {
     const auto from = cells_.begin() + static_cast<std::ptrdiff_t>(at);
+    const bool cuts = is_second_half(width() - count);
     std::move_backward(from, cells_.end() - static_cast<std::ptrdiff_t>(count), cells_.end());
     std::fill_n(from, count, Cell{});
+    if (cuts) cells_.back() = {UNKNOWN, 0, false};
 }
 
 void CellRow::remove(size_t at, size_t count) {
@@ -151,7 +153,7 @@ bool CellRow::put(wchar_t c, size_t cells, bool reverse, bool doubtful) {
     last_ = used_;
     cells_[used_] = {c, 0, reverse, doubtful};
     for (size_t i = 1; i < cells; ++i) cells_[used_ + i] = {SECOND_HALF, 0, reverse, doubtful};
-    all_single_ = all_single_ && cells == 1 && !doubtful;
+    all_sure_ = all_sure_ && !doubtful && (cells == 1 || kpe_utf8_locale());
     used_ += cells;
     ++text_cells_;
     return true;

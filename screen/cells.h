@@ -3,6 +3,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cwchar>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,7 +20,7 @@ public:
         bool reverse = false;
         bool doubtful = false;  // some terminals give its character other cells; 8 bytes in all are compared at once
     };
-    static constexpr wchar_t SECOND_HALF = L'\0';
+    static constexpr wchar_t SECOND_HALF = L'\0', UNKNOWN = WCHAR_MAX;
 
     explicit CellRow(size_t width = 0) : cells_(width) {}
     void clear(size_t width);  // makes it width blanks
@@ -31,8 +32,8 @@ public:
     size_t used() const { return used_; }
     // How many cells there are; those behind used() are blank.
     size_t width() const { return cells_.size(); }
-    // Whether every character surely takes exactly one cell.
-    bool all_single() const { return all_single_; }
+    // Whether every character surely takes the cells that it has here, so that the terminal can move them aside.
+    bool all_sure() const { return all_sure_; }
     const Cell& operator[](size_t i) const { return cells_[i]; }
     bool is_second_half(size_t i) const { return cells_[i].base == SECOND_HALF; }
     // The code points that follow the one in the cell and belong to its character, in the order of the text.
@@ -45,8 +46,9 @@ public:
     }
     // How many cells from i on look like those of other from j on.
     size_t alike(size_t i, const CellRow& other, size_t j) const;
-    // insert_blanks() puts count blanks in front of cell at; the last cells of the row are lost. remove() takes count
-    // cells from at on away; blanks fill the end. at + count <= width(), and all_single() must be true.
+    // insert_blanks() puts count blanks in front of cell at; the last cells of the row are lost, and what is left of a
+    // character that is cut there looks like nothing else. remove() takes count cells from at on away; blanks fill the
+    // end. at + count <= width(), no character may be cut at at or at at + count, and all_sure() must be true.
     void insert_blanks(size_t at, size_t count);
     void remove(size_t at, size_t count);
 
@@ -58,7 +60,7 @@ private:
     std::vector<Cell> cells_;
     std::vector<std::wstring> marks_;
     size_t used_ = 0, text_cells_ = 0, last_ = 0;  // last_: cell of the character added last
-    bool all_single_ = true;
+    bool all_sure_ = true;
 };
 
 // What can be seen of line if byte column left stands at the left edge and there is room for so many cells: whole

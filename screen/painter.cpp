@@ -9,6 +9,8 @@
 #include <cwchar>
 #include <term.h>
 
+#include "buffer/characters.h"
+#include "system/locale.h"
 #include "system/report.h"
 
 namespace {
@@ -130,6 +132,10 @@ void Painter::move_cursor(int row, int col) {
 }
 
 void Painter::send_wide(wchar_t c) {
+    if (kpe_utf8_locale()) {
+        out_ += kpe_utf8_of(static_cast<char32_t>(c));
+        return;
+    }
     char bytes[MB_LEN_MAX];
     std::mbstate_t state{};
     const size_t size = std::wcrtomb(bytes, c, &state);
@@ -252,6 +258,8 @@ bool Painter::shift(int row, const CellRow& was, const CellRow& now, size_t from
     for (size_t count = 1; count <= MOST_SHIFTED && from + count < width; ++count) {
         const bool inserted = same_text(was, from, now, from + count);
         if (!inserted && !same_text(was, from + count, now, from)) continue;
+        const CellRow& longer = inserted ? now : was;
+        if (was.is_second_half(from) || now.is_second_half(from) || longer.is_second_half(from + count)) return false;
         if (!many_differ(was, now, from, count + JUMP)) return false;
         move_cursor(row, static_cast<int>(from));
         if (inserted ? !insert_blanks(count) : !remove_cells(count)) return false;
@@ -289,7 +297,7 @@ void Painter::change(int row, const CellRow& was, const CellRow& now) {
     const size_t width = now.width();
     const size_t from = now.alike(0, was, 0);
     if (from == width) return;
-    if (was.all_single() && now.all_single() && shift(row, was, now, from)) {
+    if (was.all_sure() && now.all_sure() && shift(row, was, now, from)) {
         send_difference(row, scratch_, now, from, width);
         return;
     }
