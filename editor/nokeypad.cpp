@@ -166,6 +166,7 @@ bool Editor::execute_nokeypad_string(const std::string& cmds, bool echo_errors) 
         } else {
             WordTable::run_counted(*this, *row, count, rest);
         }
+        snap_cursor();  // else the next word could cut a character
         if (check_abort(echo_errors)) return false;
     }
 }
