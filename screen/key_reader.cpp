@@ -185,11 +185,11 @@ std::string without_answers(std::string_view bytes) {
 void kpe_await_answers() try {
     constexpr int POLL_MILLISECONDS = 10;
     std::string bytes = kpe_terminal_owes_answer(ANSWERS_COME) ? g_decoder.take_bytes() : "";
-    while (kpe_terminal_owes_answer(ANSWERS_COME)) {
+    while (kpe_terminal_owes_answer(ANSWERS_COME) && bytes.size() < KPE_RAW_BLOCK) {  // more could not be given back
         std::array<char, 4096> block;
         pollfd input = {STDIN_FILENO, POLLIN, 0};
         if (!kpe_raw_waits() && poll(&input, 1, POLL_MILLISECONDS) <= 0) continue;
-        const auto read = read_some(block.data(), block.size());
+        const auto read = read_some(block.data(), std::min(block.size(), KPE_RAW_BLOCK - bytes.size()));
         if (!read) break;
         bytes.append(block.data(), *read);
         bytes = without_answers(bytes);
