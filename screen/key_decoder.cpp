@@ -194,6 +194,7 @@ bool is_continuation(unsigned char byte) { return (byte & 0xc0) == 0x80; }
 // A key that a sequence tells by its number: in kitty's protocol, and in xterm's form for all other keys.
 struct KeyDecoder::Report {
     int code, shifted;      // the character of the key by itself, and with Shift (0: not told); or a private number
+    int latin;              // what the key types where the letters are Latin; 0: not told
     int held;               // the sum that stands for the modifiers
     std::string_view text;  // what the key types, as code points with colons between; "": not told
 };
@@ -371,12 +372,14 @@ void KeyDecoder::understand(std::string_view sequence, bool alt) {
         const std::string_view codes = part(parameters, ';', 0);
         return report_key({.code = number_of(part(codes, ':', 0)),
                            .shifted = number_of(part(codes, ':', 1)),
+                           .latin = number_of(part(codes, ':', 2)),
                            .held = held_in(second) | (alt ? ALT : 0),
                            .text = part(parameters, ';', 2)});
     }
     if (control && final == '~' && number_of(parameters) == 27) {
         return report_key({.code = number_of(part(parameters, ';', 2)),
                            .shifted = 0,
+                           .latin = 0,
                            .held = held_in(second) | (alt ? ALT : 0),
                            .text = {}});
     }
@@ -479,7 +482,9 @@ void KeyDecoder::report_key(const Report& report) {
 void KeyDecoder::report_text(const Report& report) {
     if (report.held & (META_OR_SUPER | HYPER)) return;
     const bool shift = report.held & SHIFT, ctrl = report.held & CTRL, alt = report.held & (ALT | META);
-    int code = report.code;
+    // With Ctrl or Alt a key of another script is the Latin letter beside it: how else would one type Ctrl/C?
+    const bool latin = (ctrl || alt) && report.text.empty() && report.code > '~' && report.latin != 0;
+    int code = latin ? report.latin : report.code;
     if (code == KPE_RETURN || code == KPE_ESCAPE || code == KPE_DELETE || code == KPE_BACKSPACE || code == KPE_TAB) {
         ready_.push_back(code == KPE_TAB && shift ? KEY_BTAB : code);
         return;
@@ -488,7 +493,8 @@ void KeyDecoder::report_text(const Report& report) {
         ready_.push_back(*byte);
         return;
     }
-    if (shift && report.shifted != 0)
+    if (ctrl && report.text.empty() && code > '~') return;  // no text
+    if (shift && report.shifted != 0 && !latin)
         code = report.shifted;
     else if (shift && is_printable_ascii(code))
         code = kpe_to_upper(static_cast<char>(code));

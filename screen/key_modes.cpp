@@ -18,9 +18,10 @@ using Clock = std::chrono::steady_clock;
 constexpr std::string_view MODES_ON = "\033[?2004h\033[?1035l", MODES_OFF = "\033[?2004l\033[?1035h";
 // Which protocol it uses, whether it joins clusters, and its device attributes, which every terminal answers.
 constexpr std::string_view QUESTIONS = "\033[?u\033[?2027$p\033[c";
-// All keys as sequences (1 and 8), with the text that they type (16).
-constexpr std::string_view PROTOCOL_ON = "\033[>25u", PROTOCOL_OFF = "\033[<u";
-constexpr std::string_view PROTOCOL_PAUSED = "\033[=0;1u", PROTOCOL_CONTINUED = "\033[=25;1u";
+// All keys as sequences (1 and 8), with the text that they type (16), and with what they type where the letters are
+// Latin (4).
+constexpr std::string_view PROTOCOL_ON = "\033[>29u", PROTOCOL_OFF = "\033[<u";
+constexpr std::string_view PROTOCOL_PAUSED = "\033[=0;1u", PROTOCOL_CONTINUED = "\033[=29;1u";
 
 bool g_modes_on = false, g_protocol_used = false, g_asked = false;
 Clock::time_point g_asked_at;

@@ -15,7 +15,7 @@ constexpr KeyMode KEY_MODES[] = {
     {"digits", "\033[?1035h", "\033[?1035l"},  // the keypad sends digits when Num Lock is on
     {"keypad", "\033=", "\033>"},
     {"paste", "\033[?2004h", "\033[?2004l"},
-    {"protocol", "\033[>25u", "\033[<u"},
+    {"protocol", "\033[>29u", "\033[<u"},
 };
 constexpr size_t LONGEST_MODE = 8;
 
