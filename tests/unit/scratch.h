@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <set>
 #include <string>
 #include <string_view>
@@ -32,13 +33,8 @@ public:
         return file.string();
     }
     std::string get(std::string_view name) const {
-        std::error_code missing;
-        const auto size = std::filesystem::file_size(path(name), missing);
-        std::string bytes(missing ? 0 : size, '\0');
         std::ifstream in(path(name), std::ios::binary);
-        in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-        bytes.resize(static_cast<size_t>(in.gcount()));
-        return bytes;
+        return {std::istreambuf_iterator<char>(in), {}};
     }
     // The names in a directory of it.
     std::set<std::string> names(std::string_view directory = ".") const {

@@ -30,6 +30,34 @@ string state_of(const TextBuffer& buffer) {
     return state;
 }
 
+string random_text(std::mt19937& random, size_t longest) {
+    string text(random() % (longest + 1), ' ');
+    for (char& c : text) c = "ab \n\rcdefghijkl"[random() % (longest > 60 ? 15 : 5)];
+    return text;
+}
+
+// Without the carriage return in front of each line end. A text of one empty line has no bytes.
+string without_returns(const string& text) {
+    string all;
+    for (const char c : text + '\n') {
+        if (c == '\n' && all.ends_with('\r')) all.pop_back();
+        all += c;
+    }
+    all.pop_back();
+    return text == "\n" || text == "\r\n" ? "" : all;
+}
+
+void insert_bytes(TextBuffer& buffer, size_t& row, size_t& col, const string& text) {
+    for (const char c : text) {
+        if (c != '\n') {
+            buffer.insert_char(row, col++, c);
+            continue;
+        }
+        buffer.split_line(row++, col);
+        col = 0;
+    }
+}
+
 void rewrite_ends(TextBuffer& buffer) {
     RowRewriter rewriter = buffer.rewrite();
     rewriter.put(2, "new");
@@ -41,29 +69,28 @@ void rewrite_ends(TextBuffer& buffer) {
 
 TEST(TextBuffer, LoadsAndGivesBackEveryKindOfText) {
     const string nul("a\0b", 3), long_line(200000, 'x');
-    const std::vector<std::tuple<string, Lines, string>> rows = {
-        {"", {""}, ""},
-        {"\n", {""}, ""},
-        {"a\n\nb", {"a", "", "b"}, "a\n\nb"},
-        {"a\r\nb\r\n", {"a", "b"}, "a\nb\n"},
-        {"a\r\r\n", {"a\r"}, "a\r\n"},
-        {"\n\r", {"", ""}, "\n"},
-        {nul + "\n" + nul, {nul, nul}, nul + "\n" + nul},
-        {long_line + "\r\n" + long_line, {long_line, long_line}, long_line + "\n" + long_line},
+    const std::pair<string, Lines> ROWS[] = {
+        {"", {""}},
+        {"\n", {""}},
+        {"a\n\nb", {"a", "", "b"}},
+        {"a\r\nb\r\n", {"a", "b"}},
+        {"a\r\r\n", {"a\r"}},
+        {"\n\r", {"", ""}},
+        {nul + "\n" + nul, {nul, nul}},
+        {long_line + "\r\n" + long_line, {long_line, long_line}},
     };
     const Scratch dir;
-    for (const auto& [bytes, lines, text] : rows) {
+    for (const auto& [bytes, lines] : ROWS) {
         TextBuffer buffer;
-        buffer.insert_char(0, 0, 'x');
-        buffer.set_mark(0, 1);
         for (const bool load : {true, false}) {
+            buffer.insert_char(0, 0, 'x');
+            buffer.set_mark(0, 1);
             load ? void(buffer.load(dir.put("file", bytes))) : buffer.set_text(bytes);
             EXPECT_TRUE(buffer.lines_in_range(0, string::npos) == lines);
             EXPECT_EQ(buffer.final_newline(), bytes.ends_with('\n') || (load && bytes.empty()));
-            EXPECT_TRUE(buffer.text() == text);
+            EXPECT_TRUE(buffer.text() == without_returns(bytes));
             EXPECT_EQ(buffer.modified(), !load);
             EXPECT_FALSE(buffer.has_mark());
-            buffer.set_mark(0, 0);
         }
         buffer.append_lines(Lines{"last"});
         EXPECT_TRUE(buffer.final_newline());
@@ -100,7 +127,6 @@ TEST(TextBuffer, EditsMoveTheMarkWithItsText) {
     size_t row = 1, col = 0;
     const std::vector<Row> rows = {
         {1, 2, [](Buffer b) { b.insert_char(1, 2, 'X'); }, "ab d|efXgh|ijkl|\\n changed mark 1,3"},
-        {1, 2, [](Buffer b) { b.insert_char(1, 3, 'X'); }, "ab d|efgXh|ijkl|\\n changed mark 1,2"},
         {2, 4, [](Buffer b) { b.insert_char(4, 9, 'X'); }, "ab d|efgh|ijkl||X|\\n changed mark 2,4"},
         {2, 4, [](Buffer b) { b.split_line(2, 1); }, "ab d|efgh|i|jkl|\\n changed mark 3,3"},
         {2, 1, [&](Buffer b) { b.backspace(row = 1, col = 0); }, "ab defgh|ijkl|\\n changed mark 1,1"},
@@ -109,19 +135,14 @@ TEST(TextBuffer, EditsMoveTheMarkWithItsText) {
         {1, 4, [](Buffer b) { b.line(1).resize(2), b.delete_to_eol(1, 1); }, "ab d|e|ijkl|\\n changed mark 1,1"},
         {1, 3, [&](Buffer b) { b.delete_to_bol(1, col = 2); }, "ab d|gh|ijkl|\\n changed mark 1,1"},
         {1, 3, [](Buffer b) { b.delete_line(1); }, "ab d|ijkl|\\n changed mark 1,0"},
-        {2, 3, [](Buffer b) { b.delete_line(2); }, "ab d|efgh|\\n changed mark 1,4"},
-        {2, 3, [](Buffer b) { b.delete_range(0, 1); }, "ijkl|\\n changed mark 0,3"},
         {2, 3, [](Buffer b) { b.delete_range(0, 99); }, "|\\n changed mark 0,0"},
         {1, 2, [](Buffer b) { b.insert_lines(1, Lines(2, "x")); }, "ab d|x|x|efgh|ijkl|\\n changed mark 3,2"},
-        {2, 2, [](Buffer b) { b.insert_lines(9, Lines{"x"}); }, "ab d|efgh|ijkl|x|\\n changed mark 2,2"},
-        {1, 2, [](Buffer b) { b.replace_in_line(1, 2, 0, "x"); }, "ab d|efxgh|ijkl|\\n changed mark 1,2"},
         {1, 3, [](Buffer b) { b.replace_in_line(1, 1, 2, "x"); }, "ab d|exh|ijkl|\\n changed mark 1,2"},
         {1, 2, [](Buffer b) { b.replace_in_line(1, 1, 99, "fgh"); }, "ab d|efgh|ijkl|\\n mark 1,2"},
         {2, 2, [](Buffer b) { rewrite_ends(b); }, "new|efgh|new|\\n changed mark 2,2"},
         {2, 2, [&](Buffer b) { b.delete_word_backward(row = 1, col = 0, " "); }, "ab efgh|ijkl|\\n changed mark 1,2"},
         {0, 4, [&](Buffer b) { b.delete_word_backward(row = 0, col = 3, " "); }, "d|efgh|ijkl|\\n changed mark 0,1"},
         {0, 4, [&](Buffer b) { b.delete_word_forward(0, col = 2, " "); }, "ab|efgh|ijkl|\\n changed mark 0,2"},
-        {0, 4, [&](Buffer b) { b.delete_word_forward(0, col = 1, " "); }, "a d|efgh|ijkl|\\n changed mark 0,3"},
     };
     for (const Row& r : rows) {
         TextBuffer buffer;
@@ -134,43 +155,21 @@ TEST(TextBuffer, EditsMoveTheMarkWithItsText) {
     }
 }
 
-namespace {
-
-string random_text(std::mt19937& random, size_t longest) {
-    string text(random() % (longest + 1), ' ');
-    for (char& c : text) c = "ab \n\r"[random() % 5];
-    return text;
-}
-
-void insert_bytes(TextBuffer& buffer, size_t& row, size_t& col, const string& text) {
-    for (const char c : text) {
-        if (c == '\n') {
-            buffer.split_line(row, col);
-            ++row;
-            col = 0;
-        } else {
-            buffer.insert_char(row, col++, c);
-        }
-    }
-}
-
-}  // namespace
-
 // Whole texts go in and out as their bytes would one after the other.
 TEST(TextBuffer, SpansAndRangesAgreeWithTheirBytes) {
     std::mt19937 random(1);
     for (int i = 0; i < 3000 && !HasFailure(); ++i) {
         TextBuffer before;
-        before.set_text(random_text(random, 60));
+        const string whole = random_text(random, i % 2 == 0 ? 60 : 300);
+        before.set_text(whole);
+        EXPECT_EQ(before.text(), without_returns(whole));
         if (i % 4 != 0) before.set_mark(random() % 12, random() % 8);
         before.clear_modified();
         const size_t r1 = random() % 9, c1 = random() % 8, r2 = random() % 9, c2 = random() % 8;
-        const auto where = [&] { return std::to_string(r1) + "," + std::to_string(c1) + " of " + state_of(before); };
-
         TextBuffer slow = before, fast = before;
         const auto change = [&](const auto& make) {
             if (i % 20 > 1) return make();
-            fail_each_allocation(make, [&] { EXPECT_EQ(state_of(fast), state_of(before)) << where(); });
+            fail_each_allocation(make, [&] { EXPECT_EQ(state_of(fast), state_of(before)); });
         };
         size_t slow_row = r1, slow_col = c1, fast_row = r1, fast_col = c1;
         string text = random_text(random, 12);
@@ -184,8 +183,9 @@ TEST(TextBuffer, SpansAndRangesAgreeWithTheirBytes) {
             change([&] { fast.insert_rows_as_text(fast_row, fast_col, rows); });
         }
         insert_bytes(slow, slow_row, slow_col, text);
-        EXPECT_EQ(state_of(fast), state_of(slow)) << where() << " " << text;
-        EXPECT_EQ(std::pair(fast_row, fast_col), std::pair(slow_row, slow_col)) << where();
+        SCOPED_TRACE(std::to_string(r1) + "," + std::to_string(c1) + " of " + state_of(before) + " " + text);
+        EXPECT_EQ(state_of(fast), state_of(slow));
+        EXPECT_EQ(std::pair(fast_row, fast_col), std::pair(slow_row, slow_col));
 
         slow = fast = before;
         string removed, bytes;
@@ -193,7 +193,7 @@ TEST(TextBuffer, SpansAndRangesAgreeWithTheirBytes) {
         EXPECT_EQ(before.text_in_span(r1, c1, r2, c2), removed);
         for (size_t n = 0; n < removed.size(); ++n) bytes += slow.delete_at(r1, std::min(c1, before.length(r1)));
         EXPECT_EQ(bytes, removed);
-        EXPECT_EQ(state_of(fast), state_of(slow)) << where() << " to " << r2 << "," << c2;
+        EXPECT_EQ(state_of(fast), state_of(slow)) << "to " << r2 << "," << c2;
 
         TextBuffer taken = before, deleted = before;
         const LineStore moved = taken.take_range(r1, r2);
