@@ -127,6 +127,7 @@ TEST(Versions, ReadAndWriteResolution) {
         {{"a;7", "a;8"}, "a;7", "a;7", "a;9"},
         {{"a", "a;2"}, "a;1", "a", "a;3"},
         {{"a;1"}, "a;0", "a;1", "a;2"},
+        {{}, "a;0", "a;0", "a;2"},
         {{}, "a;0009", "a;0009", "a;10"},
         {{"a;1" + FORTY_ZEROS}, "a;" + FORTY_NINES, "a;" + FORTY_NINES, "a;1" + string(39, '0') + "1"},
         {{"a;", "a;x"}, "a;", "a;", "a;;2"},

@@ -158,7 +158,7 @@ TEST(TextBuffer, EditsMoveTheMarkWithItsText) {
 // Whole texts go in and out as their bytes would one after the other.
 TEST(TextBuffer, SpansAndRangesAgreeWithTheirBytes) {
     std::mt19937 random(1);
-    for (int i = 0; i < 3000 && !HasFailure(); ++i) {
+    for (int i = 0; i < 2000 && !HasFailure(); ++i) {
         TextBuffer before;
         const string whole = random_text(random, i % 2 == 0 ? 60 : 300);
         before.set_text(whole);
