@@ -74,6 +74,14 @@ string difference(const string& of, const string& wanted, const string& got) {
     return of + ", expected from line " + std::to_string(i + 1) + " on:\n" + shown(w, i) + "  got:\n" + shown(g, i);
 }
 
+// What the entry of a terminal type has for a capability.
+string entry_of(const string& type, const string& capability) {
+    const std::unique_ptr<FILE, int (*)(FILE*)> tput(popen(("tput -T " + type + " " + capability).c_str(), "r"),
+                                                     pclose);
+    char bytes[100];
+    return string(bytes, fread(bytes, 1, sizeof bytes, tput.get()));
+}
+
 std::optional<string> content_of(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in || fs::is_directory(path)) return std::nullopt;
@@ -156,7 +164,8 @@ private:
             }
             expect(terminal_->has_its_modes_back(), "the terminal is not as it was");
             const string modes = terminal_->key_modes();
-            expect(!now_.listens || modes.empty() || modes == "digits" || now_.signal == SIGHUP, "modes are left on: " + modes);
+            expect(!now_.listens || modes.empty() || modes == "digits" || now_.signal == SIGHUP,
+                   "modes are left on: " + modes);
         }
         for (const Step& s : now_.kept) kept(s);
         const size_t found = rescued().size();
@@ -260,20 +269,24 @@ private:
         for (const auto& [name, value] : environment()) command.env.push_back(name + "=" + value);
         terminal_ = std::make_unique<Terminal>(command, environment()["LC_ALL"].ends_with("UTF-8"), now_.answers);
         terminal_->settle();
-        if (first != "type" && first != "send" && first != "signal" && first != "status") terminal_->keys("CHANGE\r");
+        if (first != "type" && first != "send" && first != "signal" && first != "status") press("CHANGE\r");
+    }
+
+    void press(const string& bytes) {
+        terminal_->send(bytes);
+        terminal_->settle();
     }
 
     void type(const Step& s) {
         if (!terminal_) return feed(s, now_.raw ? "" : "*");
         terminal_->forget_output();
-        terminal_->keys(replaced(here(s.text()), "\n", "\r"));
+        press(replaced(here(s.text()), "\n", "\r"));
     }
 
-    void keys(const Step& s, bool settles) {
+    // Does not wait until they are handled, but what they begin is to go on for a moment.
+    void send(const Step& s) {
         terminal_->forget_output();
         terminal_->send(bytes_of(s.lines.at(0)));
-        if (settles) return terminal_->settle();
-        // What this began is to go on for a moment.
         terminal_->wait_until([&] { return terminal_->took_input(); }, SOON);
         std::this_thread::sleep_for(50ms);
     }
@@ -298,7 +311,7 @@ private:
         if (pad != string::npos) return string("\033O") + KEYPAD_BYTES[pad];
         expect(KEYS.contains(word), "unknown key " + word);
         const string& bytes = KEYS.at(word);
-        return bytes[0] == 'k' ? terminfo_string(now_.type, bytes).value() : bytes;
+        return bytes[0] == 'k' ? entry_of(now_.type, bytes) : bytes;
     }
 
     void signal(const string& name) {
@@ -336,11 +349,11 @@ private:
     }
 
     void has(const Step& s, bool wanted) {
-        const auto found = [&] {
+        const auto so = [&] {
             const string text = s.name.empty() ? terminal_->all() : terminal_->row(std::stoi(s.name));
-            return text.find(s.first()) != string::npos;
+            return (text.find(s.first()) != string::npos) == wanted;
         };
-        soon([&] { return found() == wanted; }, wanted ? "it is not there" : "it is there");
+        soon(so, wanted ? "it is not there" : "it is there");
     }
 
     // A number, or the signal that ended the session; "signal" is the one that was sent last. A terminal that goes
@@ -424,8 +437,9 @@ struct Player::Keywords {
         {"shows",    When::Talk,   false, [](Player& p, const Step& s) { p.now_.expected += s.text(); }},
         {"like",     When::Talk,   false, [](Player& p, const Step& s) { p.now_.expected += LIKE + s.text(); }},
         {"stderr",   When::Talk,   false, [](Player& p, const Step& s) { p.now_.errors = s.text(); }},
-        {"keys",     When::Talk,   true,  [](Player& p, const Step& s) { p.keys(s, /*settles=*/true); }},
-        {"send",     When::Talk,   true,  [](Player& p, const Step& s) { p.keys(s, /*settles=*/false); }},
+        {"keys",     When::Talk,   true,  [](Player& p, const Step& s) { p.terminal_->forget_output();
+            p.press(p.bytes_of(s.lines.at(0))); }},
+        {"send",     When::Talk,   true,  [](Player& p, const Step& s) { p.send(s); }},
         {"signal",   When::Talk,   true,  [](Player& p, const Step& s) { p.signal(s.first()); }},
         {"size",     When::Talk,   true,  [](Player& p, const Step& s) { p.resize(s.first()); }},
         {"unread",   When::Talk,   true,  [](Player& p, const Step&) {
@@ -484,15 +498,10 @@ void Player::step(const Step& s) {
     row.run(*this, s);
 }
 
-fs::path new_directory() {
-    string name = fs::temp_directory_path() / "kpe_play_XXXXXX";
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary directory");
-    return name;
-}
-
 // Returns whether it went well.
 bool play_case(const string& path, const Case& c, bool keep) {
-    const fs::path root = new_directory();
+    string root = fs::temp_directory_path() / "kpe_play_XXXXXX";
+    if (mkdtemp(root.data()) == nullptr) throw std::runtime_error("no temporary directory");
     Player player(root);
     bool well = true;
     try {
@@ -507,13 +516,11 @@ bool play_case(const string& path, const Case& c, bool keep) {
 }
 
 // The number of failed cases.
-int play_file(const string& path, bool keep) {
-    int failed = 0, played = 0;
-    for (const Case& c : read_cases(path)) {
-        ++played;
-        failed += play_case(path, c, keep) ? 0 : 1;
-    }
-    printf("%s: %d cases, %d failed\n", fs::path(path).filename().c_str(), played, failed);
+long play_file(const string& path, bool keep) {
+    const std::vector<Case> cases = read_cases(path);
+    const auto failed =
+        std::count_if(cases.begin(), cases.end(), [&](const Case& c) { return !play_case(path, c, keep); });
+    printf("%s: %zu cases, %ld failed\n", fs::path(path).filename().c_str(), cases.size(), failed);
     return failed;
 }
 
@@ -521,7 +528,7 @@ int play_file(const string& path, bool keep) {
 
 int main(int argc, char** argv) {
     const bool keep = argc > 1 && string(argv[1]) == "-k";
-    int failed = argc > (keep ? 2 : 1) ? 0 : 1;
+    long failed = argc > (keep ? 2 : 1) ? 0 : 1;
     for (int i = keep ? 2 : 1; i < argc; ++i) {
         try {
             failed += play_file(argv[i], keep);

@@ -67,9 +67,8 @@ void Terminal::note_modes(const std::string& piece) {
 
 std::string Terminal::key_modes() const {
     std::string names;
-    for (const auto& [name, on] : key_modes_) {
+    for (const auto& [name, on] : key_modes_)
         if (on) names += (names.empty() ? "" : " ") + name;
-    }
     return names;
 }
 
@@ -104,11 +103,6 @@ void Terminal::send(std::string_view bytes) {
         return bytes.empty();
     };
     if (!wait_until(taken)) throw std::runtime_error("the program does not read");
-}
-
-void Terminal::keys(std::string_view bytes) {
-    send(bytes);
-    settle();
 }
 
 void Terminal::resize(int rows, int cols) {

@@ -8,9 +8,6 @@
 
 #include "pseudo_terminal.h"
 
-// The string of a capability ("kcuu1") in the entry of a terminal type; none if either does not exist.
-std::optional<std::string> terminfo_string(const std::string& type, const std::string& capability);
-
 // The program on a terminal that an emulator draws: what a user would see. Rows and columns are zero-based; a row is
 // its text in UTF-8 without the blanks at its end, "" when there is no such row.
 class Terminal : public PseudoTerminal {
@@ -25,7 +22,6 @@ public:
     // These throw std::runtime_error after PATIENCE.
     void send(std::string_view bytes);  // until the terminal has taken it all
     void settle();                      // until the program has ended, or waits for input with its output drawn
-    void keys(std::string_view bytes);  // both
     void resize(int rows, int cols);    // then settles
     int status();                       // waits for the end: the exit status, or minus the signal's number
 

@@ -61,7 +61,7 @@ __attribute__((constructor)) void read_settings() {
     log_to = static_cast<int>(strtol(variable("KPE_FAULT_LOG").data(), nullptr, 10));
 }
 
-// The file's name, as far as the kernel tells it. An own buffer: name is the caller's.
+// The file's name, as far as the kernel tells it.
 struct Place {
     char name[PATH_MAX] = "";
 
@@ -73,13 +73,12 @@ struct Place {
     Place(int dir, const char* path) {
         if (std::string_view(path).starts_with("/proc/")) {
             follow(path);
-        } else if (*path == '/') {
-            snprintf(name, sizeof name, "%s", path);
-        } else {
-            char base[PATH_MAX] = "";
-            if (dir == AT_FDCWD ? getcwd(base, sizeof base) != nullptr : *Place(dir).copy(base) != '\0')
-                snprintf(name, sizeof name, "%.2000s/%.2000s", base, path);
+            return;
         }
+        if (dir == AT_FDCWD && *path != '/') follow("/proc/self/cwd");
+        if (dir != AT_FDCWD && *path != '/') *this = Place(dir);
+        const size_t size = strlen(name);
+        snprintf(name + size, sizeof name - size, "%s%s", *path == '/' ? "" : "/", path);
     }
     bool counts() const {
         const std::string_view path = name;
@@ -91,22 +90,7 @@ private:
         const ssize_t size = readlink(link, name, sizeof name - 1);
         name[size < 0 ? 0 : size] = '\0';
     }
-    const char* copy(char* to) const {
-        snprintf(to, sizeof name, "%s", name);
-        return to;
-    }
 };
-
-void log(const char* call, const Place& place, const char* note) {
-    char line[PATH_MAX + 100];
-    const int size = snprintf(line, sizeof line, "%s %s %s\n", call, place.name + directory.size() + 1, note);
-    if (log_to > 0) dprintf(log_to, "%.*s", size, line);
-}
-
-[[noreturn]] void end() {
-    raise(SIGKILL);
-    abort();
-}
 
 int error_of(std::string_view name) {
     return name == "ENOSPC" ? ENOSPC : name == "EIO" ? EIO : name == "EINTR" ? EINTR : name == "EACCES" ? EACCES : 0;
@@ -115,7 +99,7 @@ int error_of(std::string_view name) {
 Decision decide(const char* call, const Place& place, Kind kind = Kind::Other, const char* note = "") {
     if (!place.counts()) return {};
     const int before = errno;
-    log(call, place, note);
+    if (log_to > 0) dprintf(log_to, "%s %s %s\n", call, place.name + directory.size() + 1, note);
     errno = before;
     const long n = ++calls;
     if (hit == 0 || n < hit) return {};
@@ -125,7 +109,7 @@ Decision decide(const char* call, const Place& place, Kind kind = Kind::Other, c
     if (n > hit) return {};
     if (fault == "full") return {kind == Kind::Create ? ENOSPC : 0, writes};
     if (fault == "short") return {0, writes};
-    if (fault == "before") end();
+    if (fault == "before") raise(SIGKILL);
     return {error_of(fault)};
 }
 
@@ -161,13 +145,17 @@ void take_time(size_t bytes) {
 void note_sync(int fd) {
     struct stat st;
     const Place place(fd);
-    const char* const slash = strrchr(place.name, '/');
-    if (slash == nullptr || fstat(fd, &st) != 0) return;
-    note("syncs", S_ISDIR(st.st_mode) ? "." : slash + 1);
+    if (fstat(fd, &st) != 0) return;
+    note("syncs", S_ISDIR(st.st_mode) ? "." : basename(place.name));
     note("syncs", "\n");
 }
 
-bool lacks(const char* what) { return without.find(what) != std::string_view::npos; }
+// Whether the file system is one that does not know of this; errno says so then.
+bool lacks(const char* what, int error) {
+    if (without.find(what) == std::string_view::npos) return false;
+    errno = error;
+    return true;
+}
 
 }  // namespace
 
@@ -185,10 +173,7 @@ int openat(int dir, const char* path, int flags, ...) {
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(more, mode_t) : 0;
     va_end(more);
     const bool nameless = (flags & O_TMPFILE) == O_TMPFILE, creates = nameless || (flags & O_CREAT) != 0;
-    if (nameless && lacks("nameless")) {
-        errno = EOPNOTSUPP;
-        return -1;
-    }
+    if (nameless && lacks("nameless", EOPNOTSUPP)) return -1;
     const bool careless = (flags & O_CREAT) != 0 && ((flags & O_EXCL) == 0 || (flags & O_NOFOLLOW) == 0);
     const Decision decision =
         decide("open", Place(dir, path), creates ? Kind::Create : Kind::Other, careless ? "careless" : "");
@@ -262,19 +247,13 @@ unsigned alarm(unsigned seconds) { return second == 0 ? NEXT(alarm)(seconds) : u
 
 int linkat(int from_dir, const char* from, int to_dir, const char* to, int flags) {
     const bool named = !std::string_view(from).starts_with("/proc/");
-    if (named && lacks("links")) {
-        errno = EPERM;
-        return -1;
-    }
+    if (named && lacks("links", EPERM)) return -1;
     const Decision decision = decide("link", Place(to_dir, to), Kind::Create);
     return make(decision, [&] { return NEXT(linkat)(from_dir, from, to_dir, to, flags); });
 }
 
 int renameat2(int from_dir, const char* from, int to_dir, const char* to, unsigned flags) {
-    if (flags != 0 && lacks("noreplace")) {
-        errno = EINVAL;
-        return -1;
-    }
+    if (flags != 0 && lacks("noreplace", EINVAL)) return -1;
     const Decision decision = decide("rename", Place(to_dir, to));
     return make(decision, [&] { return NEXT(renameat2)(from_dir, from, to_dir, to, flags); });
 }
@@ -282,8 +261,6 @@ int renameat2(int from_dir, const char* from, int to_dir, const char* to, unsign
 int renameat(int from_dir, const char* from, int to_dir, const char* to) {
     return renameat2(from_dir, from, to_dir, to, 0);
 }
-
-int rename(const char* from, const char* to) { return renameat2(AT_FDCWD, from, AT_FDCWD, to, 0); }
 
 int unlinkat(int dir, const char* path, int flags) {
     return make(decide("unlink", Place(dir, path)), [&] { return NEXT(unlinkat)(dir, path, flags); });

@@ -8,6 +8,7 @@
 #include <optional>
 #include <random>
 #include <set>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <sys/resource.h>
@@ -41,7 +42,7 @@ class Chance {
 public:
     explicit Chance(unsigned long seed) : bits_(seed) {}
     size_t below(size_t n) { return bits_() % n; }
-    char byte() { return static_cast<char>(bits_()); }
+    string byte() { return string(1, static_cast<char>(bits_())); }
     template <typename List>
     string one_of(const List& list) {
         return string(list[below(std::size(list))]);
@@ -58,11 +59,10 @@ struct Words {
     Words() {
         std::ifstream in(KPE_SOURCE_DIR "/tests/fuzz/words.dict");
         for (string line; std::getline(in, line);) {
-            for (size_t from = 0; line[0] != '#' && (from = line.find('"', from)) != line.npos;) {
-                const size_t to = line.find('"', from + 1);
-                add(line.substr(from + 1, to - from - 1), line[0] == '>');
-                from = to + 1;
-            }
+            std::istringstream rest(line);
+            string blanks, word;
+            while (line[0] != '#' && std::getline(rest, blanks, '"') && std::getline(rest, word, '"'))
+                add(word, line[0] == '>');
         }
     }
     void add(string word, bool is_argument) {
@@ -76,17 +76,15 @@ string argument(Chance& chance, const Words& words) {
     constexpr string_view TEXTS[] = {"alpha", "a", "x", " ", "", "e*a", "^", "$", "[a-d]", "\\", "?", "Don't", "\t"};
     string kinds[] = {chance.one_of(words.commands), chance.one_of(words.arguments), chance.one_of(TEXTS), ""};
     kinds[3] = "/" + kinds[2] + "/" + chance.one_of(TEXTS) + "/";
-    return chance.below(30) == 0 ? string(1, chance.byte()) : chance.one_of(kinds);
+    return chance.below(30) == 0 ? chance.byte() : chance.one_of(kinds);
 }
 
 // Often a command with what may belong to it, seldom anything at all.
 string command_line(Chance& chance, const Words& words) {
     string line;
     if (chance.below(8) > 0) line = chance.one_of(words.commands);
-    for (size_t arguments = chance.below(4); arguments > 0; --arguments) {
-        if (chance.below(3) > 0) line += ' ';
-        line += argument(chance, words);
-    }
+    for (size_t arguments = chance.below(4); arguments > 0; --arguments)
+        line += (chance.below(3) > 0 ? " " : "") + argument(chance, words);
     std::replace(line.begin(), line.end(), '\n', ' ');
     return line;
 }
@@ -123,13 +121,13 @@ std::vector<string> typed_keys(Chance& chance, const Words& words) {
 
 // All is undone and redone, in half of the sessions undone again, and then they end. WRITE ends redoing.
 std::vector<string> checks(bool undone, const string& end) {
-    const auto often = [&](const string& line) {
-        string all;
-        for (int i = 0; i < 100; ++i) all += line + end;
-        return all;
-    };
-    return {often("REDO") + "WRITE before WHOLE" + end, often("UNDO"), often("REDO") + "WRITE after WHOLE" + end,
-            undone ? often("UNDO") + "F =MAIN" + end + "WRITE undone WHOLE" + end : "",
+    string undo, redo;
+    for (int i = 0; i < 100; ++i) {
+        undo += "UNDO" + end;
+        redo += "REDO" + end;
+    }
+    return {redo + "WRITE before WHOLE" + end, undo, redo + "WRITE after WHOLE" + end,
+            undone ? undo + "F =MAIN" + end + "WRITE undone WHOLE" + end : "",
             "F =MAIN" + end + "WRITE kept WHOLE" + end + "EXIT" + end};
 }
 
@@ -163,16 +161,14 @@ public:
                         "UBSAN_OPTIONS=log_path=sanitizer"};
     }
     const string& typed() const { return typed_; }
-    bool compared() const { return compared_; }
 
     // What is wrong with it; "" when nothing is.
     string fault() {
         PseudoTerminal terminal(command_);
-        if (const string bad = play(terminal); !bad.empty()) return bad;
+        if (!ends(terminal)) return "hangs";
         for (const string& name : dir_.names()) {
-            if (!name.starts_with("sanitizer")) continue;
-            const string report = dir_.get(name);
-            return report.find("rss limit") == report.npos ? report : "";
+            const string report = name.starts_with("sanitizer") ? dir_.get(name) : "";
+            if (!report.empty()) return report.find("rss limit") == report.npos ? report : "";
         }
         const int how = terminal.ended_with();
         // A script that ends in time was sent no Ctrl/C.
@@ -187,34 +183,30 @@ public:
     }
 
 private:
-    string play(PseudoTerminal& terminal) {
+    bool ends(PseudoTerminal& terminal) {
         const auto start = Clock::now();
         auto pressed = start + PATIENCE;
         string rest;
         for (size_t piece = 0; terminal.running();) {
             const auto now = Clock::now();
-            if (now > start + MOST_ENDING) return "hangs";
+            if (now > start + MOST_ENDING) return false;
             terminal.output_within(200us);
             while (terminal.read(output_) > 0) {
             }
             if (!on_terminal_ || !rest.empty()) rest.erase(0, terminal.write(rest));
             const bool waits = on_terminal_ && rest.empty() && terminal.waits_for_input();
-            if (waits && piece < pieces_.size())
+            const bool over = waits || now > start + MOST_PRESSED;
+            if (waits && piece < pieces_.size()) {
                 rest = pieces_[piece++];
-            else if (!sent_.contains(SIGTERM) && (waits || now > start + MOST_PRESSED))
-                send(terminal, SIGTERM);
-            else if (!sent_.contains(SIGTERM) && now > pressed) {
+            } else if (!sent_.contains(SIGTERM) && (over || now > pressed)) {
                 pressed = now + BETWEEN_PRESSES;
-                send(terminal, SIGINT);
+                terminal.signal(over ? SIGTERM : SIGINT);
+                sent_.insert(over ? SIGTERM : SIGINT);
             }
         }
         while (terminal.read(output_) > 0) {
         }
-        return "";
-    }
-    void send(PseudoTerminal& terminal, int signal) {
-        sent_.insert(signal);
-        terminal.signal(signal);
+        return true;
     }
     bool says(const char* word) const { return typed_.find(word) != typed_.npos; }
     // Whether no state of the text had to be forgotten.
@@ -231,7 +223,6 @@ private:
             const string bytes = dir_.get(name);
             return bytes == "\n" ? "" : bytes;
         };
-        compared_ = true;
         if (text("kept") != text("t.txt")) return "the file is not what was written before EXIT";
         if (text("before") != text("after")) return "undone and redone, the text is another one";
         if (undid_all() && names.contains("undone") && text("undone") != TEXT)
@@ -240,7 +231,7 @@ private:
     }
 
     Scratch dir_;
-    bool on_terminal_, compared_ = false;
+    bool on_terminal_;
     std::set<int> sent_;  // signals
     std::vector<string> pieces_;
     string typed_, output_;
@@ -259,7 +250,7 @@ int run_sessions(const string& kind) {
     setrlimit(RLIMIT_CORE, &no_core);
     const unsigned long only = setting("KPE_FUZZ_SEED", 0);
     const auto end = Clock::now() + std::chrono::seconds(setting("KPE_FUZZ_SECONDS", 2));
-    unsigned sessions = 0, compared = 0;
+    unsigned sessions = 0;
     for (unsigned long seed = only ? only : std::random_device{}(); sessions == 0 || Clock::now() < end; ++seed) {
         Session session(kind == "keys", seed);
         ++sessions;
@@ -269,10 +260,9 @@ int run_sessions(const string& kind) {
             std::fprintf(stderr, "%s\nwith KPE_FUZZ_SEED=%lu, typed: %s\n", fault.c_str(), seed, input.c_str());
             return 1;
         }
-        if (session.compared()) ++compared;
         if (only) break;
     }
-    std::printf("%s: %u sessions, the texts of %u compared\n", kind.c_str(), sessions, compared);
+    std::printf("%s: %u sessions\n", kind.c_str(), sessions);
     return 0;
 }
 
