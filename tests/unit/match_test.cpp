@@ -209,6 +209,11 @@ TEST(Matcher, EditorReplacesAsBySearchingAgainEachTime) {
         EXPECT_EQ(fast.state(), slow.state()) << "rows " << row << " to " << last << ", '" << by << "' for " << needle
                                               << " " << how << " in" << shown(lines);
     }
+    EditorPeek editor;
+    editor.buffer().set_text("aaa");
+    editor.set_search("aa", 4);
+    editor.replace(/*everywhere=*/true, 0, 0, "b");
+    EXPECT_EQ(editor.buffer().text(), "aaa") << "a match that END refuses is passed over as a whole";
 }
 
 TEST(Matcher, LongLinesTakeLinearTime) {
