@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <chrono>
+#include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -32,6 +33,11 @@ using namespace std::chrono_literals;
 constexpr int SKIPPED = 77;
 const char* const FAILED = KPE_SOURCE_DIR "/build/fuzz/failed";
 constexpr string_view TEXT = "alpha beta\n\tgamma  delta\n\nDon't (stop) here.\nalpha alpha\n100 last\xc3\xa9 line\n";
+
+// Marks, wide characters, flags, joined emoji, Hangul, and a sign in front of its digits.
+constexpr string_view CHARACTERS =
+    "e\u0301a\u0308\u0323 \u6f22\u5b57 x\n\u0600\u0661\u0662 \U0001f1e9\U0001f1ea\U0001f1eb\U0001f1f7 a\u00e9\n"
+    "\u1112\u1161\u11ab\ud55c \U0001f469\u200d\U0001f680\u2764\ufe0f  b\n\n\u0301 \u00e9\u00df \u0633\u0644\n";
 
 // From the start of a session on: Ctrl/C has to end what lasts so long, SIGTERM the session, and what is left hangs:
 // kpe ends by itself ten seconds after a signal.
@@ -119,6 +125,25 @@ std::vector<string> typed_keys(Chance& chance, const Words& words) {
     return pieces;
 }
 
+// Keys and characters, whole and broken ones, but no letters that could make a command of line mode.
+std::vector<string> typed_characters(Chance& chance, const Words& words) {
+    constexpr string_view SETTINGS[] = {"", "SET WRAP", "SET CASE UPPER", "SET KEYPAD EDITING", "SET SEARCH WILD"};
+    constexpr string_view KEYS[] = {"\x01",   "\x04",   "\n",     "\x14",    "\x15",  "\x7f",  "\t",    "\x1b[D",
+                                    "\x1b[C", "\x1b[B", "\x1b[F", "\x1b[3~", "\x1bu", "\x1b.", "\x1bz", "\x1bl"};
+    constexpr string_view TYPED[] = {"a",      "5",          "255\r",  " ",      "?",    "\u0301",   "\u00e9", "\u6f22",
+                                     "\u200d", "\U0001f1e9", "\u0600", "\u11ab", "\xc3", "\xe6\x97", "\xff",   "\x80"};
+    std::vector<string> pieces = {chance.one_of(SETTINGS) + "\rCHANGE\r"};
+    for (size_t keys = 1 + chance.below(90); keys > 0; --keys) {
+        const string kinds[] = {chance.one_of(words.keys), chance.one_of(KEYS), chance.one_of(TYPED)};
+        const string key = chance.one_of(kinds);
+        if (key == "\x1a") continue;
+        if (chance.below(4) == 0) pieces.emplace_back();
+        pieces.back() += (chance.below(3) == 0 ? "\x1bOP" : "") + key;
+    }
+    for (const char* leaving : {"\r", "\r", "\x1a", "\r"}) pieces.emplace_back(leaving);
+    return pieces;
+}
+
 // All is undone and redone, in half of the sessions undone again, and then they end. WRITE ends redoing.
 std::vector<string> checks(bool undone, const string& end) {
     string undo, redo;
@@ -133,15 +158,17 @@ std::vector<string> checks(bool undone, const string& end) {
 
 class Session {
 public:
-    Session(bool on_terminal, unsigned long seed) : on_terminal_(on_terminal) {
+    Session(bool on_terminal, unsigned long seed)
+        : on_terminal_(on_terminal), text_(on_terminal && seed % 3 == 0 ? CHARACTERS : TEXT) {
         Chance chance(seed);
         static const Words words;
-        pieces_ = on_terminal ? typed_keys(chance, words) : typed_lines(chance, words);
+        const auto typed = !on_terminal ? typed_lines : text_ == TEXT ? typed_keys : typed_characters;
+        pieces_ = typed(chance, words);
         for (const string& piece : pieces_) typed_ += piece;
         if (says("\x03")) sent_.insert(SIGINT);
         if (says("\x1c")) sent_.insert(SIGQUIT);
         for (const string& piece : checks(seed % 2 == 0, on_terminal ? "\r" : "\n")) pieces_.push_back(piece);
-        dir_.put("t.txt", TEXT);
+        dir_.put("t.txt", text_);
         dir_.put("u.txt", "second\r\nfile\n");
         dir_.put("c.kpe", "TYPE\nFIND alpha\n! a comment\nSET COMMAND c.kpe\n");
         string session = "exec " KPE_PROGRAM " t.txt";
@@ -187,12 +214,16 @@ private:
         const auto start = Clock::now();
         auto pressed = start + PATIENCE;
         string rest;
+        bool asked = false;
         for (size_t piece = 0; terminal.running();) {
             const auto now = Clock::now();
             if (now > start + MOST_ENDING) return false;
             terminal.output_within(200us);
             while (terminal.read(output_) > 0) {
             }
+            // As terminals do: kpe waits for the answer before it leaves the screen, which looks as if it waited for
+            // keys.
+            if (!asked && (asked = output_.find("\033[c") != output_.npos)) rest.insert(0, "\033[?62c");
             if (!on_terminal_ || !rest.empty()) rest.erase(0, terminal.write(rest));
             const bool waits = on_terminal_ && rest.empty() && terminal.waits_for_input();
             const bool over = waits || now > start + MOST_PRESSED;
@@ -224,14 +255,17 @@ private:
             return bytes == "\n" ? "" : bytes;
         };
         if (text("kept") != text("t.txt")) return "the file is not what was written before EXIT";
+        if (text_ != TEXT && std::mbstowcs(nullptr, dir_.get("kept").c_str(), 0) == static_cast<size_t>(-1))
+            return "a character is broken";
         if (text("before") != text("after")) return "undone and redone, the text is another one";
-        if (undid_all() && names.contains("undone") && text("undone") != TEXT)
+        if (undid_all() && names.contains("undone") && text("undone") != text_)
             return "when all is undone, the text is not the first one";
         return "";
     }
 
     Scratch dir_;
     bool on_terminal_;
+    string_view text_;    // of the file: what is typed into CHARACTERS may break none
     std::set<int> sent_;  // signals
     std::vector<string> pieces_;
     string typed_, output_;
@@ -245,6 +279,7 @@ unsigned long setting(const char* name, unsigned long otherwise) {
 
 // In the sandbox.
 int run_sessions(const string& kind) {
+    std::setlocale(LC_CTYPE, "C.UTF-8");
     const rlimit file_size = {8 << 20, 8 << 20}, no_core = {0, 0};
     setrlimit(RLIMIT_FSIZE, &file_size);
     setrlimit(RLIMIT_CORE, &no_core);
