@@ -67,7 +67,8 @@ public:
             lines.emplace_back("! No digit of the keypad has come, but keys such as Home:");
             lines.emplace_back("SET KEYPAD EDITING");
         }
-        if (!has(Layer::Digits) && !has(Layer::Editing) && !has(Layer::Alt)) {
+        const bool alt = has(Layer::Alt) || kpe_terminal_knows_protocol();  // with the protocol Alt works
+        if (!has(Layer::Digits) && !has(Layer::Editing) && !alt) {
             lines.emplace_back("! Neither the keypad nor Alt has come, so letters after GOLD:");
             for (const char* const line : GOLD_LETTERS) lines.emplace_back(line);
         }
@@ -149,8 +150,9 @@ std::string what_it_does(int key) {
     if (plain != key && !text.empty()) text = "as " + kpe_key_name(plain) + ": " + text;
     if (const int editing = kpe_in_layer(kpe_editing_layer(), key))
         text += "; after SET KEYPAD EDITING " + kpe_key_name(editing) + ": " + functions_of(editing);
+    const bool typed = kpe_is_character(key) || (key >= ' ' && key <= '~');
+    if (typed) return text.empty() ? "goes into the text" : "goes into the text, " + text;
     if (!text.empty()) return text;
-    if (kpe_is_character(key) || (key >= ' ' && key <= '~')) return "goes into the text";
     const std::string id = kpe_key_id(key);
     return id.empty() ? "no function" : "free for DEFINE KEY: " + id;
 }
