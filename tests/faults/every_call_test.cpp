@@ -272,16 +272,18 @@ void EveryCall::judge_journal(bool excused) const {
 
 // What is written reaches the disk before a name leads to it and before the old text goes, and stays private.
 void EveryCall::judge_order(const std::vector<Call>& calls) const {
-    bool synced = true;
+    bool synced = true, named = false;
     for (const Call& call : calls) {
         const bool journal = call.file.ends_with(".jou");
         if (call.is_one_of("write pwrite writev") && !journal) synced = false;
         if (call.name == "fsync") synced = true;
+        named = call.name != "fsync" && (named || call.is_one_of("link rename"));
         EXPECT_TRUE(synced || !call.is_one_of("link rename unlink")) << call.name << " " << call.file;
         EXPECT_TRUE(call.note != "careless" || journal) << call.name << " " << call.file;
         const bool secret = call.file.starts_with("state") || (target.is_private && call.file.ends_with("(deleted)"));
         EXPECT_TRUE(call.note != "exposed" || !secret) << call.file;
     }
+    EXPECT_FALSE(named) << "the directory is not synced";
 }
 
 TEST_P(EveryCall, MayFail) {

@@ -17,7 +17,7 @@
 #include <string_view>
 
 // Preloaded into the program: makes one of its calls on files fail, or ends the program there.
-//   KPE_FAULT_DIR      only calls on files below this directory count
+//   KPE_FAULT_DIR      only calls on this directory and on what lies below it count
 //   KPE_FAULT_LOG      descriptor to which each of them is written, a line: its name, its file, and "careless"
 //                      for a file made without O_EXCL or O_NOFOLLOW, "exposed" for text put where others can read
 //   KPE_FAULT_AT       which of them is hit, from 1
@@ -82,7 +82,8 @@ struct Place {
     }
     bool counts() const {
         const std::string_view path = name;
-        return !directory.empty() && path.starts_with(directory) && name[directory.size()] == '/';
+        return !directory.empty() && path.starts_with(directory) &&
+               (name[directory.size()] == '/' || name[directory.size()] == '\0');
     }
 
 private:
