@@ -16,6 +16,7 @@
 #include "system/process.h"
 #include "system/report.h"
 #include "system/terminal.h"
+#include "system/version.h"
 
 namespace {
 
@@ -23,6 +24,7 @@ struct Options {
     std::vector<std::string> files;
     std::optional<std::string> command_file, output_file, journal;
     bool read_only = false, recover = false, debug_keys = false, no_command = false, help = false;
+    bool version = false, stop = false, quiet = false;
 };
 
 using Value = std::optional<std::string> Options::*;
@@ -39,6 +41,7 @@ constexpr FlagForm FLAGS[] = {
     {"/READ_ONLY", &Options::read_only}, {"/READONLY", &Options::read_only},
     {"-recover", &Options::recover},    {"/RECOVER", &Options::recover},
     {"-h", &Options::help},             {"--help", &Options::help},       {"/?", &Options::help},
+    {"--version", &Options::version},   {"-stop", &Options::stop},        {"-quiet", &Options::quiet},
 };
 // The value is what follows the form, in its own case.
 struct ValueForm { std::string_view form; Value value; };
@@ -73,10 +76,10 @@ bool take_option(const std::string& argument, Options& options) {
     return is_ignored(argument);
 }
 
-// Stops at a form that asks for help: it ends the program at once.
+// Stops at a form that asks for help or for the version: it ends the program at once.
 Options parse_arguments(int argc, char** argv) {
     Options options;
-    for (int i = 1; i < argc && !options.help; ++i) {
+    for (int i = 1; i < argc && !options.help && !options.version; ++i) {
         const std::string argument = argv[i];
         if (argument == "-command") {
             if (i + 1 < argc) {
@@ -127,7 +130,7 @@ bool configured_versioning() {
     return versioning;
 }
 
-int edit(Options&& options, bool versioning) {
+int edit(Options&& options, bool versioning, SessionPolicy policy) {
     std::optional<Editor> editor;  // its texts outlive an exception
     try {
         editor.emplace(std::move(options.files), std::move(options.command_file), std::move(options.output_file),
@@ -135,6 +138,7 @@ int edit(Options&& options, bool versioning) {
         editor->set_debug_keys(options.debug_keys);
         editor->set_no_command(options.no_command);
         editor->enable_versioning(versioning);
+        editor->set_policy(std::move(policy));
         const int status = editor->run();
         kpe_safe_endwin();
         return status;
@@ -164,10 +168,16 @@ int main(int argc, char** argv) {
     redirect_tty();
     const bool versioning = configured_versioning();
     Options options = parse_arguments(argc, argv);
+    if (options.version) {
+        kpe_say(true, "kpe " + kpe_version_string());
+        kpe_flush();
+        return 0;
+    }
     if (options.help || options.files.empty()) {
         print_usage(argv[0]);
         return options.help ? 0 : 1;
     }
     if (is_set_and_not_zero("KPE_RECOVER")) options.recover = true;
-    return edit(std::move(options), versioning);
+    const SessionPolicy policy{.stops_at_complaint = options.stop, .shows_prompts = !options.quiet};
+    return edit(std::move(options), versioning, policy);
 }

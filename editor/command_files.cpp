@@ -48,6 +48,7 @@ void Editor::run_startup_command_file(const std::string& path) {
     const Nested startup(startup_file_depth_);
     const Nested run(command_file_depth_);
     for (size_t i = 0; i < file.line_count() && !input_ended_; ++i) {
+        const size_t complaints = kpe_complaints();
         switch (execute_command(std::string(file.view(i)), /*report=*/true)) {
             case CommandResult::EnterScreenMode:
                 screen_mode();
@@ -64,6 +65,7 @@ void Editor::run_startup_command_file(const std::string& path) {
             case CommandResult::Error:
                 break;
         }
+        stop_after(complaints);
     }
 }
 
@@ -127,7 +129,9 @@ void Editor::run_commands(const TextBuffer& file, bool verbose, const std::funct
     const Nested run(command_file_depth_);
     for (size_t i = 0; i < file.line_count() && !input_ended_ && command_file_refusals_ < MAX_REFUSALS; ++i) {
         if (before_last && i + 1 == file.line_count()) before_last();
+        const size_t complaints = kpe_complaints();
         const CommandResult result = execute_command(std::string(file.view(i)), verbose);
+        if (verbose) stop_after(complaints);
         const bool leaves = result == CommandResult::ExitSave || result == CommandResult::ExitNoSave;
         // A silent run goes on after EXIT and QUIT: a default startup file must not end the session.
         if (!leaves || verbose) handle_command_result(result, /*exit_allowed=*/true);

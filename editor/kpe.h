@@ -15,6 +15,7 @@
 
 #include "buffer/match.h"
 #include "buffer/text_buffer.h"
+#include "editor/policy.h"
 #include "files/file_handle.h"
 #include "files/journal_file.h"
 #include "system/idle.h"
@@ -99,6 +100,7 @@ public:
     Editor& operator=(const Editor&) = delete;
     void set_debug_keys(bool on) { debug_keys_ = on; }
     void set_no_command(bool on) { no_command_ = on; }
+    void set_policy(SessionPolicy policy) { policy_ = std::move(policy); }
     void enable_versioning(bool on);  // true switches versions on; false changes nothing
     // Runs the whole session. Returns the exit status of the process when input ends; EXIT and QUIT do not return.
     int run();
@@ -123,8 +125,10 @@ private:
     struct Substitution;       // editor/substitute.cpp
     friend struct EditorPeek;  // the tests' one door
 
-    void load_current_file();  // reads filename_ into buffer_, and makes MAIN a copy
-    void tell_unread();        // tells the user if the file could not be read whole
+    void greet() const;                  // the lines at the start of line mode
+    void stop_after(size_t complaints);  // if the policy asks for it, and more than so many were made by now
+    void load_current_file();            // reads filename_ into buffer_, and makes MAIN a copy
+    void tell_unread();                  // tells the user if the file could not be read whole
 
     // --- Text helpers of the command language: editor/text_helpers.cpp ---
     static std::string trim(const std::string& text);
@@ -473,6 +477,7 @@ private:
     void show_help_screen();
 
     // --- Session and files ---
+    SessionPolicy policy_;
     std::string filename_;                     // resolved path of the file being edited
     std::optional<std::string> command_file_;  // from -command
     bool no_command_ = false;                  // no startup command file at all

@@ -10,6 +10,7 @@
 #include "system/interrupts.h"
 #include "system/process.h"
 #include "system/report.h"
+#include "system/terminal.h"
 
 namespace {
 
@@ -90,24 +91,34 @@ void Editor::tell_unread() {
     tell_user((part ? "?Only a part of " + filename_ + " is shown: " : "?Unable to read " + filename_ + ": ") + reason);
 }
 
+void Editor::greet() const {
+    kpe_say(true, "$ EDIT/KPE " + filename_);
+    if (!file_existed_ && fnf_) {
+        kpe_say(true, "Input file does not exist");
+        kpe_say(true, text_eob_);
+    } else {
+        type_current_line(/*brief=*/false, 40);
+    }
+}
+
+void Editor::stop_after(size_t complaints) {
+    if (!policy_.stops_at_complaint || kpe_complaints() == complaints) return;
+    kpe_safe_endwin();
+    kpe_flush();
+    kpe_exit(SessionPolicy::STATUS_STOPPED);
+}
+
 int Editor::line_mode() {
     obey_end_signal();
-    if (!quiet_) {
-        kpe_say(true, "$ EDIT/KPE " + filename_);
-        if (!file_existed_ && fnf_) {
-            kpe_say(true, "Input file does not exist");
-            kpe_say(true, text_eob_);
-        } else {
-            type_current_line(/*brief=*/false, 40);
-        }
-    }
+    if (!quiet_ && policy_.shows_prompts) greet();
     while (!input_ended_) {
-        kpe_print(prompt_);
+        if (policy_.shows_prompts) kpe_print(prompt_);
         kpe_forget_interrupt();  // a late Ctrl/C belongs to the command before
         const auto line = kpe_read_line();
         if (!line || g_kpe_end_signal) break;
         append_journal_line(*line);
         unit_open_ = false;
+        const size_t complaints = kpe_complaints();
         try {
             handle_command_result(execute_command(*line, !quiet_), /*exit_allowed=*/true);
         } catch (const std::bad_alloc&) {
@@ -115,6 +126,7 @@ int Editor::line_mode() {
             kpe_complain(true, "Not enough memory");  // the text before the command is all there
         }
         obey_end_signal();
+        if (!at_terminal_) stop_after(complaints);
     }
     obey_end_signal();
     int status = 0;

@@ -205,7 +205,7 @@ void Editor::insert_multiline(bool report) {
         if (line->ends_with('\r')) line->pop_back();
         if (ends_insertion(*line)) break;
         lines.push_back(std::move(*line));
-        if (report) kpe_print("_");
+        if (report && policy_.shows_prompts) kpe_print("_");
     }
     paste_text(join_lines_as_text(lines));
     message_ = "Inserted";

@@ -14,6 +14,7 @@ char g_output[OUTPUT_SIZE];
 size_t g_output_used = 0;
 char g_last_printed = '\n';
 bool g_warned = false;
+size_t g_complaints = 0;
 
 // All bytes, or as many as the reader takes: a reader that has gone is no reason to stop editing.
 void write_all(int fd, const char* data, size_t size) {
@@ -133,12 +134,16 @@ void kpe_say_lines(std::string_view text) {
 }
 
 void kpe_complain(bool report, std::string_view what) {
+    ++g_complaints;
     if (!report) return;
     kpe_print("?");
     kpe_say(report, what);
 }
 
+size_t kpe_complaints() { return g_complaints; }
+
 void kpe_warn(std::string_view line) {
+    if (line.starts_with('?')) ++g_complaints;
     kpe_flush();
     const bool terminal = isatty(STDERR_FILENO) != 0;
     const std::string text = (terminal ? harmless(line) : std::string(line)) + "\n";

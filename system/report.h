@@ -16,6 +16,8 @@ void kpe_say_lines(std::string_view text);              // lines with "\n" betwe
 void kpe_say(bool report, std::string_view line);       // line + "\n"; nothing without report
 void kpe_complain(bool report, std::string_view what);  // "?" + what + "\n"; nothing without report
 void kpe_warn(std::string_view line);                   // line + "\n" on standard error
+// How many lines that begin with "?" these two were given until now, printed or not.
+size_t kpe_complaints();
 // Sends bytes as they are, for the terminal to obey. Never for text.
 void kpe_send_to_terminal(std::string_view bytes);
 // Whether anything went to standard error since the last call of this function.
