@@ -57,7 +57,7 @@ LineStore::LineStore(const std::vector<std::string>& lines) {
     tree_ = out.finish();
 }
 
-LineStore LineStore::from_block(const std::shared_ptr<Block>& block) { return cut(block, Returns::Drop); }
+LineStore LineStore::from_block(const std::shared_ptr<Block>& block, Returns returns) { return cut(block, returns); }
 
 LineStore LineStore::from_text(std::string_view text, Returns returns) {
     const auto block = std::make_shared<Block>(text.size() + 1);

@@ -31,11 +31,11 @@ public:
     // One row for each string.
     explicit LineStore(const std::vector<std::string>& lines);
     // The bytes of a block, cut into rows at each "\n". If the last row has none, the byte behind it must be writable:
-    // it becomes a "\n". One carriage return in front of each line end is dropped. An empty block gives no rows. The
-    // block must not change any more.
-    static LineStore from_block(const std::shared_ptr<Block>& block);
-    // A copy of text, cut into rows in the same way. A "\n" at the end starts no further row.
+    // it becomes a "\n". One carriage return in front of each line end is dropped, or kept as a byte of the row. An
+    // empty block gives no rows. The block must not change any more.
     enum class Returns { Drop, Keep };  // what becomes of a carriage return in front of a line end
+    static LineStore from_block(const std::shared_ptr<Block>& block, Returns returns = Returns::Drop);
+    // A copy of text, cut into rows in the same way. A "\n" at the end starts no further row.
     static LineStore from_text(std::string_view text, Returns returns = Returns::Drop);
 
     size_t size() const;

@@ -16,6 +16,16 @@ const LineStore& one_empty_line() {
     return line;
 }
 
+// Whether there are line ends, and a carriage return in front of each; and none at the end of a last line without one.
+bool each_end_has_return(std::string_view bytes) {
+    size_t end = bytes.find('\n');
+    if (end == bytes.npos || bytes.back() == '\r') return false;
+    for (; end != bytes.npos; end = bytes.find('\n', end + 1)) {
+        if (end == 0 || bytes[end - 1] != '\r') return false;
+    }
+    return true;
+}
+
 LineStore empty_lines(size_t count) {
     if (count <= FEW_EMPTY_LINES) return LineStore(std::vector<std::string>(count));
     return LineStore::from_text(std::string(count, '\n'));
@@ -27,7 +37,7 @@ TextBuffer::TextBuffer() : lines_(one_empty_line()) {}
 
 // --- Loading and the whole text ---
 
-bool TextBuffer::load(const std::string& path, const volatile std::sig_atomic_t* abort) {
+bool TextBuffer::load(const std::string& path, const volatile std::sig_atomic_t* abort, LineEnds ends) {
     using End = FileContent::End;
     filename_ = path;
     clear_mark();
@@ -42,8 +52,11 @@ bool TextBuffer::load(const std::string& path, const volatile std::sig_atomic_t*
     const std::string_view bytes = content.block->bytes();
     const bool ends_line = bytes.empty() || bytes.back() == '\n';
     final_newline_ = true;
+    returns_dropped_ = ends == LineEnds::Same && each_end_has_return(bytes);
     try {
-        if (!bytes.empty()) lines_ = LineStore::from_block(content.block);
+        const auto returns =
+            ends == LineEnds::Same && !returns_dropped_ ? LineStore::Returns::Keep : LineStore::Returns::Drop;
+        if (!bytes.empty()) lines_ = LineStore::from_block(content.block, returns);
         final_newline_ = ends_line;
     } catch (const std::bad_alloc&) {
         load_state_ = Load::Broken;

@@ -34,7 +34,14 @@ public:
     enum class Load { Missing, Whole, Broken };  // Broken: the file exists, but was not read to its end
     // Reads the file. Returns false if it could not be opened. Reading stops once *abort (may be null) is not 0. If
     // memory runs out, the text is empty and load_state() is Broken.
-    bool load(const std::string& path, const volatile std::sig_atomic_t* abort = nullptr);
+    //
+    // Carriage returns in front of line ends are dropped. LineEnds::Same drops them only if each line end has one;
+    // otherwise they stay as bytes of their lines, so that the text can be written as it was read.
+    enum class LineEnds { Plain, Same };
+    bool load(const std::string& path, const volatile std::sig_atomic_t* abort = nullptr,
+              LineEnds ends = LineEnds::Plain);
+    // Whether the last load() found a carriage return in front of each line end and dropped it. Only of LineEnds::Same.
+    bool returns_dropped() const { return returns_dropped_; }
     // How the last load() ended. A file that exists but could not be opened counts as Broken.
     Load load_state() const { return load_state_; }
     // The errno that says why the last load() was not Whole, else 0. EISDIR for a directory, which counts as empty.
@@ -139,6 +146,7 @@ private:
     LineStore lines_;
     bool modified_ = false;
     bool final_newline_ = true;
+    bool returns_dropped_ = false;
     bool mark_set_ = false;
     size_t mark_row_ = 0, mark_col_ = 0;
     Load load_state_ = Load::Missing;
