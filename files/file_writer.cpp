@@ -74,6 +74,7 @@ struct FileWriter::State {
     bool refuse = false, taken = false, done = false;
     const volatile std::sig_atomic_t* abort = nullptr;
     bool gives_up = false;      // in a regular file as well
+    bool advances = false;      // see advance_time()
     FileHandle target;          // the old file, open for writing; not open when there is none
     FileHandle dir;             // the directory of the file that the links lead to,
     std::string base;           // and its name there
@@ -102,6 +103,7 @@ struct FileWriter::State {
     bool keep_changed();
     bool keep_changed(int fd);
     bool finish_rename(int result);
+    void advance_time(int fd) const;
     bool overwrite();
 };
 
@@ -230,6 +232,7 @@ bool FileWriter::State::keep_changed(int fd) {
 // The new file has the name from here on; a directory that cannot be synced changes nothing about that.
 bool FileWriter::State::finish_rename(int result) {
     if (result != 0) return false;
+    advance_time(text.fd());
     made = kpe_file_state(text.fd());
     const FileHandle readable(openat(dir.fd(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (readable.is_open()) kpe_sync(readable.fd());
@@ -246,8 +249,15 @@ bool FileWriter::State::overwrite() {
     }
     if (!keep_changed(old.fd())) return false;
     if (!kpe_overwrite({target.fd(), old.fd(), text.fd()}, label(), before_overwrite, kept)) return false;
+    advance_time(target.fd());
     made = kpe_file_state(target.fd());
     return true;
+}
+
+void FileWriter::State::advance_time(int fd) const {
+    if (!advances || !known || kpe_file_state(fd).modified.tv_sec > known->modified.tv_sec) return;
+    const timespec times[] = {{0, UTIME_OMIT}, {known->modified.tv_sec + 1, 0}};
+    futimens(fd, times);
 }
 
 FileWriter::FileWriter() = default;
@@ -297,6 +307,8 @@ bool FileWriter::commit() {
 bool FileWriter::taken() const { return state_ && state_->taken; }
 
 void FileWriter::give_up_when_aborted() { state_->gives_up = true; }
+
+void FileWriter::advance_time() { state_->advances = true; }
 
 void FileWriter::before_overwrite(KpeToldOfCopy tell) { state_->before_overwrite = std::move(tell); }
 

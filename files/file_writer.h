@@ -37,6 +37,9 @@ public:
     void give_up_when_aborted();
     // After open(): what is told, with the path of the safety copy, before a file is written over where it stands.
     void before_overwrite(std::function<void(const std::string& copy)> tell);
+    // After open(): commit() gives the file a time of modification in a later second than the known file had, for
+    // programs that compare seconds. Where only its owner may, and that is somebody else, the time is that of the save.
+    void advance_time();
     // Adds bytes to the new text. Small pieces are gathered; pieces of 1 MB and more are written at once. Returns false
     // from the first failure on, and commit() fails then.
     bool write(std::string_view bytes);

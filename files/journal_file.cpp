@@ -1,12 +1,17 @@
 #include "files/journal_file.h"
 
 #include <cerrno>
+#include <cstdint>
+#include <cstdio>
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "files/rescue_file.h"
 #include "files/safety_copy.h"
+#include "files/state_directory.h"
 #include "files/sync_later.h"
 
 namespace {
@@ -34,6 +39,13 @@ std::string directory_of(const std::string& path) {
     return slash == path.npos ? "." : path.substr(0, slash + 1);
 }
 
+// The same in every session and on every machine: FNV-1a.
+uint64_t hash_of(std::string_view text) {
+    uint64_t hash = 14695981039346656037u;
+    for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211u;
+    return hash;
+}
+
 // Why the open file is not private to this user, in words that follow "it"; empty if it is.
 std::string not_private(int fd) {
     struct stat st;
@@ -46,6 +58,17 @@ std::string not_private(int fd) {
 }
 
 }  // namespace
+
+std::string kpe_private_journal(const std::string& edited) {
+    const std::vector<std::string> directories = kpe_state_directories();
+    if (directories.empty()) return "/dev/null";
+    std::error_code error;
+    const std::string whole = std::filesystem::absolute(edited, error).lexically_normal().string();
+    char digits[20];
+    std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(hash_of(whole)));
+    const std::string name = kpe_safe_name(whole.substr(whole.rfind('/') + 1)).substr(0, LONGEST_LABEL);
+    return directories.front() + "journal/" + name + "-" + digits + ".jou";
+}
 
 FileHandle kpe_open_journal(const std::string& path, std::string& refused) {
     FileHandle file(kpe_retry([&] { return open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY); }));

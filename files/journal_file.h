@@ -52,6 +52,9 @@ private:
     bool made_ = false;                 // the file is new, and its directory is not synced yet
 };
 
+// The path of the journal of a file that shall have nothing beside it: in journal/ below the first of
+// kpe_state_directories(), with a name made from the file's absolute path. "/dev/null" if there is no such directory.
+std::string kpe_private_journal(const std::string& edited);
 // Opens a journal for reading. The handle is not open if there is no journal, or if others could have written to it. In
 // the second case refused says why, in words that follow "it".
 FileHandle kpe_open_journal(const std::string& path, std::string& refused);
