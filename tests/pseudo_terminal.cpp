@@ -18,15 +18,17 @@
 
 namespace {
 
-// Whether the process sleeps in a call that reads or waits for input. Where the system does not tell the
-// call, sleeping is enough.
+// Whether the process sleeps in a call that reads or waits for input, or waits for a child that does. Where the system
+// does not tell the call, sleeping is enough.
 bool sleeps_in_read(pid_t pid) {
     if (state_of(pid) != 'S') return false;
     std::string call;  // its number, or "running"
     if (!(std::ifstream("/proc/" + std::to_string(pid) + "/syscall") >> call)) return true;
     for (const int reads : {SYS_read, SYS_readv, SYS_poll, SYS_ppoll, SYS_select, SYS_pselect6})
         if (call == std::to_string(reads)) return true;
-    return false;
+    std::ifstream children("/proc/" + std::to_string(pid) + "/task/" + std::to_string(pid) + "/children");
+    pid_t child = 0;
+    return call == std::to_string(SYS_wait4) && children >> child && sleeps_in_read(child);
 }
 
 // poll() on a terminal first moves what is still under way into its queue, so that the queue is seen as it is. A
