@@ -9,6 +9,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "app/editor_arguments.h"
 #include "app/usage.h"
 #include "config/n3_rzconfig.h"
 #include "editor/kpe.h"
@@ -99,6 +100,13 @@ bool is_set_and_not_zero(const char* name) {
     return value && *value && std::string_view(value) != "0";
 }
 
+bool refuses_terminal() {
+    const char* const term = std::getenv("TERM");
+    if (!term || std::string_view(term) != "dumb") return false;
+    kpe_warn("TERM cannot be 'dumb'");
+    return true;
+}
+
 // A file that is opened later must not become a standard stream: what is printed would be written into it.
 void open_standard_streams() {
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
@@ -115,6 +123,16 @@ void redirect_tty() {
     }
     for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(fd, standard);
     if (fd > STDERR_FILENO) close(fd);
+}
+
+// The text has come by standard input, and the keys come from the terminal: both "-". Returns the path by which the
+// text can be read, or "" if there is no terminal.
+std::string text_from_input() {
+    const int text = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int terminal = open("/dev/tty", O_RDWR | O_CLOEXEC);
+    if (text < 0 || terminal < 0 || dup2(terminal, STDIN_FILENO) < 0) return "";
+    close(terminal);
+    return "/dev/fd/" + std::to_string(text);
 }
 
 // Whether the runtime's configuration asks for versions on save.
@@ -151,19 +169,57 @@ int edit(Options&& options, bool versioning, SessionPolicy policy) {
     }
 }
 
+// The session that other programs and people get who call kpe-editor for a file.
+SessionPolicy editor_policy(EditorArguments& arguments) {
+    SessionPolicy policy;
+    policy.places = std::move(arguments.places);
+    policy.never_writes = arguments.never_writes;
+    policy.begins_on_screen = policy.leaving_keys = policy.status_tells = policy.private_journal = true;
+    policy.keeps_line_ends = policy.advances_time = true;
+    policy.writes_unchanged = policy.versions_by_settings = false;
+    return policy;
+}
+
+int run_as_editor(int argc, char** argv) {
+    EditorArguments arguments = kpe_editor_arguments(argc, argv);
+    if (!arguments.wrong.empty()) {
+        kpe_warn("kpe-editor: " + arguments.wrong);
+        kpe_warn(KPE_EDITOR_USAGE);
+        return Editor::STATUS_UNSAVED;
+    }
+    if (arguments.help || arguments.version) {
+        kpe_say_lines(arguments.help ? KPE_EDITOR_USAGE : "kpe-editor " + kpe_version_string());
+        kpe_flush();
+        return 0;
+    }
+    if (refuses_terminal()) return Editor::STATUS_UNSAVED;
+    kpe_install_signal_handlers();
+    SessionPolicy policy = editor_policy(arguments);
+    if (arguments.text_from_input) {
+        policy.read_from = text_from_input();
+        if (policy.read_from.empty()) {
+            kpe_warn("kpe-editor: there is no terminal to read keys from");
+            return Editor::STATUS_UNSAVED;
+        }
+    }
+    redirect_tty();
+    Options options;
+    options.files = std::move(arguments.files);
+    options.read_only = arguments.never_writes;
+    options.recover = is_set_and_not_zero("KPE_RECOVER");
+    return edit(std::move(options), /*versioning=*/false, std::move(policy));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     open_standard_streams();
+    if (argc > 0 && kpe_called_as_editor(argv[0])) return run_as_editor(argc, argv);
     if (argc < 2) {
         print_usage(argc > 0 ? argv[0] : nullptr);
         return 1;
     }
-    const char* const term = std::getenv("TERM");
-    if (term && std::string_view(term) == "dumb") {
-        kpe_warn("TERM cannot be 'dumb'");
-        return 1;
-    }
+    if (refuses_terminal()) return 1;
     kpe_install_signal_handlers();
     redirect_tty();
     const bool versioning = configured_versioning();
@@ -178,6 +234,8 @@ int main(int argc, char** argv) {
         return options.help ? 0 : 1;
     }
     if (is_set_and_not_zero("KPE_RECOVER")) options.recover = true;
-    const SessionPolicy policy{.stops_at_complaint = options.stop, .shows_prompts = !options.quiet};
-    return edit(std::move(options), versioning, policy);
+    SessionPolicy policy;
+    policy.stops_at_complaint = options.stop;
+    policy.shows_prompts = !options.quiet;
+    return edit(std::move(options), versioning, std::move(policy));
 }

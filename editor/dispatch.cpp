@@ -226,6 +226,7 @@ Editor::CommandResult Editor::dispatch_command(const std::string& cleaned, const
         return CommandResult::Continue;
     }
     kpe_complain(report, "Unrecognized command: " + command.original);
+    answer_leaving_word(command.original, report);
     if (!report && startup_warnings_.size() < MOST_WARNINGS)
         startup_warnings_.push_back("Ignored command: " + command.original);
     return CommandResult::Error;

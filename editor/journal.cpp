@@ -5,6 +5,7 @@
 
 #include "editor/kpe.h"
 #include "files/file_place.h"
+#include "files/state_directory.h"
 #include "system/input.h"
 #include "system/report.h"
 
@@ -21,6 +22,7 @@ constexpr const char* NULL_DEVICE = "/dev/null";  // named on purpose, to have n
 
 std::string Editor::journal_path() const {
     if (journal_override_ && !journal_override_->empty()) return *journal_override_;
+    if (policy_.private_journal) return kpe_private_journal(filename_);
     return filename_.empty() ? ".kpe.jou" : filename_ + ".jou";
 }
 
@@ -50,6 +52,7 @@ void Editor::append_journal_line(const std::string& line) {
     const std::string path = journal_path();
     if (is_comment_or_blank(line) || ended_journals_.contains(path)) return;
     if (!journal_.is_at(path) && is_used_file(path)) return end_journal("it is a file of this session");
+    if (policy_.private_journal && !journal_.is_at(path)) kpe_make_directories(path);
     switch (journal_.open(path)) {
         case Result::Refused:
             return end_journal(journal_.reason());

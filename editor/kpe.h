@@ -30,8 +30,9 @@
 // and message_.
 class Editor {
 public:
-    static const int KPE_EXIT_EDITORABO = 4;  // exit status if the file of -command is missing
-    static constexpr size_t max_undo_ = 100;  // most states on each of the two stacks
+    static const int KPE_EXIT_EDITORABO = 4;                        // exit status if the file of -command is missing
+    static constexpr int STATUS_DISCARDED = 1, STATUS_UNSAVED = 2;  // also as after an EXIT that could not write
+    static constexpr size_t max_undo_ = 100;                        // most states on each of the two stacks
 
     enum class CommandResult { Continue = 0, EnterScreenMode = 1, ExitSave = 2, ExitNoSave = 3, Error = 4 };
     enum class Direction { Advance = 0, Backup = 1 };
@@ -293,27 +294,55 @@ private:
     static std::string strip_vms_version(const std::string& path);
     std::string resolve_read_path(const std::string& path) const;
     std::string resolve_write_path(const std::string& path) const;
+    // What a file had beside the text of its lines, and gets again.
+    struct FileForm {
+        bool returns = false;   // a carriage return in front of each line break
+        bool open_end = false;  // no line break behind the last line
+    };
     // Hands the bytes of a file that holds the lines to put, piece by piece: each row with a line break. Under SET RMS
     // FIXED the rows become records of exactly rms_fixed_len_ bytes, each with a line break: an empty row becomes one
     // record of blanks, a long row several records, and blanks fill the last of them. It works in pieces because a
     // record may be far longer than its text. Returns false as soon as put returns false.
     using PutBytes = std::function<bool(std::string_view)>;
-    bool apply_rms_lines(const LineStore& lines, const PutBytes& put) const;
+    bool apply_rms_lines(const LineStore& lines, const FileForm& form, const PutBytes& put) const;
     enum class Written { Done, Failed, Taken };  // Taken: it had to be new, and somebody else made it first
     // Writes the lines to path as text, or as records under SET RMS FIXED. The file always ends with a line break,
     // except that one empty line makes an empty file. After a failure the old file is as it was.
-    Written write_lines_file(const std::string& path, const LineStore& lines, bool must_be_new);
+    Written write_lines_file(const std::string& path, const LineStore& lines, const FileForm& form, bool must_be_new);
     // Writes the lines to the file that a write of name uses; path gets its path, also after a failure. If another
     // session takes that version first, the next free one is used. A file that could not be read whole is refused.
-    bool save_lines(const LineStore& lines, const std::string& name, std::string& path);
+    bool save_lines(const LineStore& lines, const FileForm& form, const std::string& name, std::string& path);
     // The same for a buffer. It counts as saved if path belongs to its own file.
     bool save_buffer_to_path(TextBuffer& buf, const std::string& name, std::string& path);
     bool do_save(bool verbose);
+    // Notes that filename_ holds these lines, or, if as_it_is is false, something else that was made of them.
+    void note_edited_text(const LineStore& lines, bool as_it_is);
     [[noreturn]] void save_and_exit_now(bool show_eob);
     [[noreturn]] void quit_without_saving_now(bool report);
     CommandResult next_file_command(bool verbose);
     CommandResult previous_file_command(bool verbose);
     void walk_to_file(size_t index, bool verbose);
+
+    // --- What a SessionPolicy asks for: editor/policy.cpp ---
+    void begin_on_screen();
+    void tell_how_to_leave();  // on the message row, until the next key
+    void end_first_message();
+    void tell_way_back() const;
+    // For a command that is none: tells those who typed how another editor is left how to leave this one.
+    void answer_leaving_word(const std::string& typed, bool report);
+    void go_to_asked_place();  // in the file that was just read
+    TextBuffer::LineEnds line_ends() const {
+        return policy_.keeps_line_ends ? TextBuffer::LineEnds::Same : TextBuffer::LineEnds::Plain;
+    }
+    bool file_is_as_wanted() const;  // whether nothing is lost if MAIN is not saved
+    int status_of_leaving() const;   // the exit status, as far as the files decide
+    // Saves MAIN to its own file before the session leaves it. path gets the path, also after a failure, and written
+    // whether it was written: the policy may leave a file alone that holds the text already.
+    bool save_for_leaving(TextBuffer& main_buffer, std::string& path, bool& written);
+    bool save_by_key();  // the same, told on the message row
+    void save_key();
+    void save_and_leave_key();
+    void leave_key();
 
     // --- Rescue: editor/rescue.cpp ---
     // Notes that a file holds the present text of the buffer, which is buffer_ or one of buffers_.
@@ -321,6 +350,8 @@ private:
     // If the edited file looks changed but still holds what was last loaded or saved, remembers how it looks now.
     // Another link, mode or time is no change of the text.
     void overlook_unchanged_text();
+    // Whether filename_ is there, if it ever was, and holds these lines as far as this session knows.
+    bool holds_edited_text(const LineStore& lines) const;
     const TextBuffer& newest_text(const std::string& name) const;
     // Whether the buffer of this (normalized) name holds another text than was last loaded or saved.
     bool is_only_here(const std::string& name) const;
@@ -495,6 +526,10 @@ private:
     std::optional<LineRange> sticky_range_;  // set by RANGE
     std::map<char, char> xlate_map_;
     bool file_existed_ = false;
+    FileForm file_form_;                    // of filename_
+    std::optional<LineStore> edited_text_;  // what filename_ held when it was last read or written, if that is known
+    bool walk_failed_ = false;              // NEXT or PREVIOUS could not save the file that they left
+    bool begun_on_screen_ = false;
     FileState edited_file_;         // filename_ as it was when it was last read or written
     std::string broken_file_;       // filename_ if it could not be read whole
     int interruptible_writes_ = 0;  // WRITE is one, which Ctrl/C ends; a save by EXIT is finished

@@ -46,9 +46,19 @@ void Editor::overlook_unchanged_text() {
     if (known == on_disk_.end() || kpe_stat(filename_.c_str(), &now) != 0 || !S_ISREG(now.st_mode)) return;
     if (kpe_file_state(now) == edited_file_ || now.st_size != edited_file_.size) return;
     TextBuffer file;
-    file.load(filename_, &g_kpe_abort_requested);
+    file.load(filename_, &g_kpe_abort_requested, line_ends());
     const bool whole = file.load_state() == TextBuffer::Load::Whole;
     if (whole && same_text(file.lines(), known->second)) edited_file_ = file.loaded_file();
+}
+
+bool Editor::holds_edited_text(const LineStore& lines) const {
+    struct stat now;
+    const bool gone = edited_file_ != FileState() && kpe_stat(filename_.c_str(), &now) != 0;
+    try {
+        return !gone && edited_text_ && same_text(*edited_text_, lines);
+    } catch (const std::bad_alloc&) {
+        return false;  // as in is_only_here
+    }
 }
 
 const TextBuffer& Editor::newest_text(const std::string& name) const {

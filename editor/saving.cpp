@@ -17,10 +17,17 @@ constexpr size_t PIECE = size_t{64} << 10;
 
 using Put = std::function<bool(std::string_view)>;
 
-// Untouched bytes are put in large pieces.
-bool put_rows(const LineStore& lines, const Put& put) {
-    for (const LineRun& run : lines.runs())
+// The first rows, each with a line break. Untouched bytes are put in large pieces.
+bool put_rows(const LineStore& lines, size_t rows, const Put& put) {
+    for (const LineRun& run : lines.runs(0, rows))
         if (!put(run.bytes) || (!run.terminated && !put("\n"))) return false;
+    return true;
+}
+
+// The same with a carriage return in front of each line break.
+bool put_rows_with_returns(const LineStore& lines, size_t rows, const Put& put) {
+    for (size_t row = 0; row < rows; ++row)
+        if (!put(lines.view(row)) || !put("\r\n")) return false;
     return true;
 }
 
@@ -60,15 +67,21 @@ std::string Editor::resolve_write_path(const std::string& path) const {
     return n3rz::resolve_write_path(path, versioning_);
 }
 
-bool Editor::apply_rms_lines(const LineStore& lines, const PutBytes& put) const {
-    if (!rms_fixed_ || rms_fixed_len_ <= 0) return put_rows(lines, put);
+bool Editor::apply_rms_lines(const LineStore& lines, const FileForm& form, const PutBytes& put) const {
+    if (!rms_fixed_ || rms_fixed_len_ <= 0) {
+        const size_t ended = lines.size() - (form.open_end && !lines.empty() ? 1 : 0);
+        const bool good = form.returns ? put_rows_with_returns(lines, ended, put) : put_rows(lines, ended, put);
+        return good && (ended == lines.size() || put(lines.view(ended)));
+    }
     for (size_t row = 0; row < lines.size(); ++row) {
         if (!put_records(lines.view(row), static_cast<size_t>(rms_fixed_len_), put)) return false;
     }
     return true;
 }
 
-Editor::Written Editor::write_lines_file(const std::string& path, const LineStore& lines, bool must_be_new) {
+Editor::Written Editor::write_lines_file(const std::string& path, const LineStore& lines, const FileForm& form,
+                                         bool must_be_new) {
+    if (policy_.never_writes) return Written::Failed;
     kpe_flush();  // the file may be the terminal or the pipe that the output goes to
     note_used_file(path);
     const FileWork work(path);
@@ -79,6 +92,7 @@ Editor::Written Editor::write_lines_file(const std::string& path, const LineStor
     if (!file.open(path, existing, &g_kpe_abort_requested, edited ? &edited_file_ : nullptr)) {
         return file.taken() ? Written::Taken : Written::Failed;
     }
+    if (policy_.advances_time) file.advance_time();
     if (interruptible_writes_ > 0) file.give_up_when_aborted();
     // Who has asked for the end may lose patience: then they know which file is half written, and where the other is.
     file.before_overwrite([&](const std::string& copy) {
@@ -86,7 +100,7 @@ Editor::Written Editor::write_lines_file(const std::string& path, const LineStor
     });
     const bool records = rms_fixed_ && rms_fixed_len_ > 0;
     const bool empty_text = !records && lines.size() == 1 && lines.view(0).empty();
-    bool good = empty_text || apply_rms_lines(lines, [&](std::string_view bytes) { return file.write(bytes); });
+    bool good = empty_text || apply_rms_lines(lines, form, [&](std::string_view bytes) { return file.write(bytes); });
     if (lines.empty()) good = file.write("\n");
     if (!good || !file.commit()) {
         if (!file.safety_copy().empty()) kpe_warn("?The old text is kept in " + file.safety_copy());
@@ -94,13 +108,20 @@ Editor::Written Editor::write_lines_file(const std::string& path, const LineStor
     }
     last_saved_path_ = path;
     if (edited) edited_file_ = file.made();
+    if (edited || strip_vms_version(path) == strip_vms_version(filename_)) note_edited_text(lines, !records);
     // For people only: what a script reads of a save stays the same.
     if (!file.changed_copy().empty() && isatty(STDERR_FILENO))
         kpe_warn("?The file had changed on disk; what it held is kept in " + file.changed_copy());
     return Written::Done;
 }
 
-bool Editor::save_lines(const LineStore& lines, const std::string& name, std::string& path) {
+void Editor::note_edited_text(const LineStore& lines, bool as_it_is) {
+    edited_text_.reset();
+    const bool asked_for = policy_.status_tells || !policy_.writes_unchanged;
+    if (as_it_is && asked_for) edited_text_ = lines;
+}
+
+bool Editor::save_lines(const LineStore& lines, const FileForm& form, const std::string& name, std::string& path) {
     for (;;) {
         path = resolve_write_path(name);
         if (path.empty() || path.find('\0') != path.npos) return false;
@@ -109,13 +130,14 @@ bool Editor::save_lines(const LineStore& lines, const std::string& name, std::st
                                                       same_file(path, broken_file_));
         if (broken) return false;
         // A version that was free a moment ago is not ours yet: another session may take it first.
-        const Written result = write_lines_file(path, lines, /*must_be_new=*/versioning_);
+        const Written result = write_lines_file(path, lines, form, /*must_be_new=*/versioning_);
         if (result != Written::Taken) return result == Written::Done;
     }
 }
 
 bool Editor::save_buffer_to_path(TextBuffer& buf, const std::string& name, std::string& path) {
-    if (!save_lines(buf.lines(), name, path)) return false;
+    const bool is_main = (&buf == &buffer_ ? current_buffer_name_ : "") == "MAIN" || &buf == &buffers_["MAIN"];
+    if (!save_lines(buf.lines(), {file_form_.returns, is_main && file_form_.open_end}, name, path)) return false;
     if (file_exists(path)) note_on_disk(buf);  // a device keeps nothing
     if (strip_vms_version(buf.filename()) == strip_vms_version(path)) buf.clear_modified();
     return true;
@@ -138,7 +160,8 @@ void Editor::save_and_exit_now(bool show_eob) {
     TextBuffer& main_buffer = stored_buffer("MAIN");
     if (output_file_) main_buffer.set_filename(*output_file_);
     std::string path;
-    if (!save_buffer_to_path(main_buffer, main_buffer.filename(), path)) {
+    bool written = true;
+    if (!save_for_leaving(main_buffer, path, written)) {
         kpe_warn("?Unable to write " + path);
         obey_end_signal();
         if (at_terminal_) {  // a script is there to be run again
@@ -148,12 +171,13 @@ void Editor::save_and_exit_now(bool show_eob) {
         kpe_exit(2);
     }
     delete_journal_file();
-    kpe_say(summary_, path + " " + std::to_string(main_buffer.line_count()) + " lines");
+    const bool any_written = written || !last_saved_path_.empty();
+    kpe_say(summary_, path + (any_written ? " " + std::to_string(main_buffer.line_count()) + " lines" : " unchanged"));
     kpe_say(show_eob && !quiet_, text_eob_);
     kpe_flush();
     obey_end_signal();
     tell_left_behind();
-    kpe_exit(0);
+    kpe_exit(status_of_leaving());
 }
 
 void Editor::quit_without_saving_now(bool report) {
@@ -161,8 +185,9 @@ void Editor::quit_without_saving_now(bool report) {
     save_current_buffer_state();
     const bool any = std::any_of(buffers_.begin(), buffers_.end(), [](const auto& b) { return b.second.modified(); });
     kpe_say(report && any, "Changes discarded");
+    if (policy_.private_journal) delete_journal_file();
     kpe_flush();
-    kpe_exit(0);
+    kpe_exit(status_of_leaving());
 }
 
 Editor::CommandResult Editor::next_file_command(bool verbose) {
@@ -185,9 +210,10 @@ Editor::CommandResult Editor::previous_file_command(bool verbose) {
 
 void Editor::walk_to_file(size_t index, bool verbose) {
     save_current_buffer_state();
-    TextBuffer& main_buffer = stored_buffer("MAIN");
     std::string path;
-    save_buffer_to_path(main_buffer, main_buffer.filename(), path);
+    bool written = true;
+    if (!save_for_leaving(stored_buffer("MAIN"), path, written)) walk_failed_ = true;
+    if (policy_.private_journal) delete_journal_file();
     keep_text("MAIN");                // it could not be saved then
     keep_text(current_buffer_name_);  // its text goes as well
     tell_kept();
@@ -200,6 +226,7 @@ void Editor::walk_to_file(size_t index, bool verbose) {
     // An older state belongs to the file that was left: bringing it back would write it over this one.
     undo_stack_.clear();
     redo_stack_.clear();
+    go_to_asked_place();
     if (!verbose) return;
     kpe_say(true, filename_);
     type_current_line(/*brief=*/false, 40);

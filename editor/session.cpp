@@ -12,12 +12,6 @@
 #include "system/report.h"
 #include "system/terminal.h"
 
-namespace {
-
-constexpr int STATUS_UNSAVED = 2;  // as after an EXIT that could not write
-
-}  // namespace
-
 Editor::Editor(std::vector<std::string> files, std::optional<std::string> command_file,
                std::optional<std::string> output_file, bool read_only, bool recover, std::optional<std::string> journal)
     : command_file_(std::move(command_file)),
@@ -51,6 +45,7 @@ int Editor::run() {
         if (command_file_ && !startup) abort_missing_command_file(*command_file_);
     }
     if (startup) prescan_startup_versioning(*startup);
+    if (!policy_.versions_by_settings) versioning_ = false;
     filename_ = resolve_read_path(filename_);
     load_current_file();
     buffers_["PASTE"] = TextBuffer();
@@ -63,7 +58,10 @@ int Editor::run() {
             run_command_file(*startup, /*verbose=*/false);
         }
     }
+    if (!policy_.versions_by_settings) versioning_ = false;
     if (recover_) try_recover_journal();
+    go_to_asked_place();
+    if (policy_.begins_on_screen) begin_on_screen();
     return line_mode();
 }
 
@@ -72,8 +70,11 @@ void Editor::load_current_file() {
     broken_file_ = filename_;  // until it has been read
     buffer_ = TextBuffer();
     note_used_file(filename_);
-    file_existed_ = buffer_.load(filename_, &g_kpe_abort_requested);
+    const std::string& from = policy_.read_from.empty() ? filename_ : policy_.read_from;
+    file_existed_ = buffer_.load(from, &g_kpe_abort_requested, line_ends());
     buffer_.set_filename(filename_);
+    file_form_ = {buffer_.returns_dropped(), policy_.keeps_line_ends && !buffer_.final_newline()};
+    note_edited_text(buffer_.lines(), /*as_it_is=*/true);
     edited_file_ = buffer_.loaded_file();
     if (buffer_.load_state() != TextBuffer::Load::Broken) broken_file_.clear();
     check_abort(!quiet_);
@@ -110,7 +111,10 @@ void Editor::stop_after(size_t complaints) {
 
 int Editor::line_mode() {
     obey_end_signal();
-    if (!quiet_ && policy_.shows_prompts) greet();
+    if (begun_on_screen_)
+        tell_way_back();
+    else if (!quiet_ && policy_.shows_prompts)
+        greet();
     while (!input_ended_) {
         if (policy_.shows_prompts) kpe_print(prompt_);
         kpe_forget_interrupt();  // a late Ctrl/C belongs to the command before
@@ -129,7 +133,8 @@ int Editor::line_mode() {
         if (!at_terminal_) stop_after(complaints);
     }
     obey_end_signal();
-    int status = 0;
+    int status = status_of_leaving();
+    if (policy_.private_journal) delete_journal_file();
     if (at_terminal_) {
         kpe_limit_end(STATUS_UNSAVED);
         if (!rescue()) status = STATUS_UNSAVED;

@@ -168,8 +168,9 @@ void Editor::write_command(const std::string& args, bool report) {
     const AbortGuard guard;  // Ctrl/C ends it, also the waiting for somebody who reads a FIFO
     std::string path;
     const Nested interruptible(interruptible_writes_);
-    const bool written = range ? save_lines(source->share_range(range->first, range->last), file, path)
-                               : save_buffer_to_path(*source, file, path);
+    const bool written =
+        range ? save_lines(source->share_range(range->first, range->last), {file_form_.returns}, file, path)
+              : save_buffer_to_path(*source, file, path);
     if (written) {
         kpe_say(report, path + " written");
     } else if (!check_abort(report)) {

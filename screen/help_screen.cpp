@@ -112,4 +112,5 @@ void draw_page() {
 
 void Editor::show_help_screen() {
     read_key([](bool) { draw_page(); });
+    if (policy_.leaving_keys) tell_how_to_leave();
 }

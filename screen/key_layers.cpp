@@ -15,6 +15,9 @@ constexpr LayerKey ALT_LAYER[] = {
     {KPE_ALT + 'n', KPE_KP0}, {KPE_ALT + '/', KPE_KP_PERIOD},
     {KPE_ALT + 'z', KPE_ALT + 'z'}, {KPE_ALT + 'y', KPE_ALT + 'y'},
 };
+constexpr LayerKey LEAVING_LAYER[] = {
+    {KPE_ALT + 's', KPE_ALT + 's'}, {KPE_ALT + 'x', KPE_ALT + 'x'}, {KPE_ALT + 'q', KPE_ALT + 'q'},
+};
 constexpr LayerKey EDITING_LAYER[] = {
     {KEY_HOME, KPE_KP7}, {KEY_PPAGE, KPE_KP9}, {KEY_END, KPE_KP1},
     {KEY_NPAGE, KPE_KP3}, {KEY_IC, KPE_KP0}, {KEY_DC, KPE_KP_PERIOD},
@@ -55,6 +58,8 @@ char kpe_alt_character(int key) {
 }
 
 std::span<const LayerKey> kpe_alt_layer() { return ALT_LAYER; }
+
+std::span<const LayerKey> kpe_leaving_layer() { return LEAVING_LAYER; }
 
 std::span<const LayerKey> kpe_editing_layer() { return EDITING_LAYER; }
 

@@ -23,6 +23,8 @@ struct LayerKey {
 };
 // Alt and letters: the block that keyboards without a keypad used to print under their letters. Always on.
 std::span<const LayerKey> kpe_alt_layer();
+// Alt and the letters that save and leave, for sessions that have such keys.
+std::span<const LayerKey> kpe_leaving_layer();
 // With SET KEYPAD EDITING: the keys around Home, and the arrow keys after GOLD.
 std::span<const LayerKey> kpe_editing_layer();
 std::span<const LayerKey> kpe_gold_arrows();

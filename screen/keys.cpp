@@ -153,6 +153,9 @@ constexpr Editor::KeyTable::Row Editor::KeyTable::ROWS[] = {
     {kpe_ctrl('Z'), "",          {"return to line mode", &leave}},
     {KPE_ALT + 'z', "Alt/z",     {"UNDO", "UNDO"}},
     {KPE_ALT + 'y', "Alt/y",     {"REDO", "REDO"}},
+    {KPE_ALT + 's', "Alt/s",     {"save", &Editor::save_key}},
+    {KPE_ALT + 'x', "Alt/x",     {"save and leave", &Editor::save_and_leave_key}},
+    {KPE_ALT + 'q', "Alt/q",     {"leave", &Editor::leave_key}},
     {'N',           "",          {},                                          {"Line numbers", &Editor::toggle_line_numbers}},
     {'n',           "",          {},                                          {"Line numbers", &Editor::toggle_line_numbers}},
     {'Q',           "",          {},                                          {"QUIT", "QUIT"}},
@@ -239,6 +242,9 @@ auto effect_of_keys(size_t row, size_t col, Editor::Direction direction, bool nu
 // what most terminals send for it: Escape, and then the character.
 bool Editor::handle_modified_key(int key) {
     if (const int meant = kpe_in_layer(kpe_alt_layer(), key)) return handle_plain_key(meant);
+    if (policy_.leaving_keys) {
+        if (const int meant = kpe_in_layer(kpe_leaving_layer(), key)) return handle_plain_key(meant);
+    }
     const char typed = kpe_alt_character(key);
     if (typed == '\0') return handle_plain_key(kpe_plain_key(key));
     handle_plain_key(KPE_ESCAPE);
@@ -246,6 +252,7 @@ bool Editor::handle_modified_key(int key) {
 }
 
 bool Editor::handle_screen_key(int key) {
+    end_first_message();
     if (key == KPE_PASTE) {
         paste_typed(kpe_take_paste());
         return false;
@@ -335,6 +342,8 @@ bool Editor::handle_keypad_or_text(int key) {
     if (row && KeyTable::run(*this, row->plain.run)) return false;
     if (key >= ' ' && key <= '~') type_character(std::string(1, static_cast<char>(key)));
     if (kpe_is_character(key)) type_character(kpe_utf8_of(kpe_code_point(key)));
+    const bool leaves_others = key == kpe_ctrl('X') || key == kpe_ctrl('Q') || key == kpe_ctrl('S');
+    if (policy_.leaving_keys && leaves_others) tell_how_to_leave();
     return false;
 }
 
