@@ -4,6 +4,7 @@
 #include <variant>
 
 #include "editor/kpe.h"
+#include "editor/verb_help.h"
 #include "system/ascii.h"
 #include "system/interrupts.h"
 #include "system/report.h"
@@ -157,7 +158,12 @@ struct Editor::VerbTable {
     };
     // clang-format on
 
+    static constexpr bool all_explained() {
+        return std::all_of(std::begin(ROWS), std::end(ROWS), [](const Row& r) { return kpe_is_explained(r.verb); });
+    }
+
     static const Row* row_of(std::string_view verb) {
+        static_assert(all_explained(), "HELP has no text for a verb: see KPE_VERB_HELP");
         const auto row = std::find_if(std::begin(ROWS), std::end(ROWS), [&](const Row& r) { return r.verb == verb; });
         return row == std::end(ROWS) ? nullptr : row;
     }

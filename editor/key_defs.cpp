@@ -2,6 +2,7 @@
 
 #include "editor/kpe.h"
 #include "system/ascii.h"
+#include "system/pages.h"
 #include "system/report.h"
 
 namespace {
@@ -104,14 +105,16 @@ void Editor::show_key_command(const std::string& filter, bool report) {
     if (!report) return;
     const std::string f = upper(trim(filter));
     bool shown = false;
+    Pages pages;
     for (const auto& [id, command] : key_defs_) {
         if (id.find(f) == std::string::npos) continue;
         shown = true;
-        kpe_say(true, "  " + id + " = \"" + command + "\"");
+        pages.say("  " + id + " = \"" + command + "\"");
     }
     if (shown) return;
     if (f.empty()) {
         kpe_say(true, "No user-defined keys");
+        pages.tell("The keys that kpe has itself: HELP KEYPAD, or PF2 (F2) in screen mode");
     } else {
         kpe_complain(true, "Key not defined: " + filter);
     }

@@ -20,6 +20,9 @@
 #include "files/journal_file.h"
 #include "system/idle.h"
 
+class Pages;
+struct VerbHelp;
+
 // This folder, editor/, is the session: the class Editor and the commands of line mode, one topic a file.
 //
 // Editor is the one session object. It owns the texts, the settings and everything else that a command can change. Its
@@ -287,8 +290,11 @@ private:
     void tab_adjust_command(const std::string& args, bool report);
     void chg_case_command(const std::string& args, bool upper, bool report);
 
-    // --- Line-mode help: editor/line_help.cpp ---
+    // --- Line-mode help: editor/line_help.cpp, editor/verb_help.cpp ---
     void print_line_help(const std::string& topic) const;
+    // What a person at a terminal is told of the verb that topic (in upper case) names; nothing if it names none.
+    void tell_verb_help(const std::string& topic, Pages& pages) const;
+    std::string keys_for(const VerbHelp& row) const;  // as in "KP6, Alt/l"
 
     // --- Saving and leaving: editor/saving.cpp ---
     static std::string strip_vms_version(const std::string& path);

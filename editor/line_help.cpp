@@ -3,6 +3,8 @@
 
 #include "editor/kpe.h"
 #include "files/file_reader.h"
+#include "system/ascii.h"
+#include "system/pages.h"
 #include "system/report.h"
 #include "system/version.h"
 
@@ -119,18 +121,21 @@ constexpr Topic TOPICS[] = {
 };
 
 // The lines of a user's own help text; false if it cannot be opened.
-bool print_file(const std::string& path) {
+bool print_file(const std::string& path, Pages& pages) {
     const FileContent content = kpe_read_file(path, nullptr);
     if (content.end == FileContent::End::Missing || content.end == FileContent::End::Refused) return false;
-    kpe_say_lines(content.block->bytes());
+    for (std::string_view rest = content.block->bytes(); !rest.empty();) pages.say(kpe_take_line(rest));
     return true;
 }
 
 }  // namespace
 
+// What scripts read stays as it always was; what verbs add is for people. The general text is long: in front of it they
+// find what they have asked for.
 void Editor::print_line_help(const std::string& topic) const {
+    Pages pages;
     const bool own = !help_name_.empty() && help_name_ != "KPEHELP" && file_exists(help_name_);
-    if (own && print_file(help_name_)) return;
+    if (own && print_file(help_name_, pages)) return;
     const std::string word = upper(trim(topic));
     if (word == "VERSION") {
         kpe_say_lines(kpe_version_banner() + "\n");
@@ -138,8 +143,12 @@ void Editor::print_line_help(const std::string& topic) const {
     }
     const auto row = std::find_if(std::begin(TOPICS), std::end(TOPICS), [&](const Topic& t) { return t.word == word; });
     const bool general = row == std::end(TOPICS);
-    if (general) kpe_say(true, "  " + kpe_version_string() + "  kpe, a text editor for character terminals");
-    for (const std::string_view line : general ? std::span<const std::string_view>(GENERAL) : row->lines) {
-        kpe_say(true, line);
+    if (general) {
+        tell_verb_help(word, pages);
+        pages.say("  " + kpe_version_string() + "  kpe, a text editor for character terminals");
     }
+    for (const std::string_view line : general ? std::span<const std::string_view>(GENERAL) : row->lines) {
+        pages.say(line);
+    }
+    if (!general) tell_verb_help(word, pages);
 }

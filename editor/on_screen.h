@@ -1,6 +1,9 @@
 #pragma once
 
 #include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "system/terminal.h"
 
@@ -40,6 +43,14 @@ public:
 private:
     std::optional<TerminalModes> modes_;
 };
+
+// A key as people write it, such as "GOLD+PF4/F4" or "Alt/l", and what screen mode calls its function.
+struct KeyFunction {
+    std::string key;
+    std::string_view function;
+};
+// Every key that has a function of its own, by itself and after GOLD, also when no screen is shown.
+std::vector<KeyFunction> kpe_key_functions();
 
 // Rings the bell. When no screen is shown it does nothing.
 void kpe_beep();

@@ -217,6 +217,30 @@ const char* kpe_function_name(int key, bool gold) {
     return gold ? row->gold.name : row->plain.name;
 }
 
+namespace {
+
+std::string key_for_people(int key) {
+    if (key == KPE_TAB) return "Tab";
+    if (key > 0 && key < ' ') return std::string("Ctrl/") + static_cast<char>(key + '@');
+    if (key >= ' ' && key <= '~') return {static_cast<char>(key)};
+    return kpe_key_name(key);
+}
+
+}  // namespace
+
+std::vector<KeyFunction> kpe_key_functions() {
+    std::vector<KeyFunction> functions;
+    for (const Editor::KeyTable::Row& row : Editor::KeyTable::ROWS) {
+        const bool second_case = row.code >= 'a' && row.code <= 'z';
+        if (*row.plain.name) functions.push_back({key_for_people(row.code), row.plain.name});
+        if (*row.gold.name && !second_case) functions.push_back({"GOLD+" + key_for_people(row.code), row.gold.name});
+    }
+    for (const auto [key, stands_for] : kpe_alt_layer()) {
+        if (key != stands_for) functions.push_back({kpe_key_name(key), kpe_function_name(stands_for, /*gold=*/false)});
+    }
+    return functions;
+}
+
 // --- Dispatch ---
 
 namespace {

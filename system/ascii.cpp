@@ -8,6 +8,12 @@ std::string_view kpe_trim(std::string_view text) {
     return text;
 }
 
+std::string_view kpe_take_line(std::string_view& text) {
+    const std::string_view line = text.substr(0, text.find('\n'));
+    text.remove_prefix(std::min(line.size() + 1, text.size()));
+    return line;
+}
+
 bool kpe_all_digits(std::string_view text) {
     if (text.empty()) return false;
     for (const char c : text) {

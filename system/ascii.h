@@ -15,6 +15,8 @@ inline bool kpe_is_punct(char c) { return c > ' ' && c < 127 && !kpe_is_alpha(c)
 inline char kpe_to_upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 inline char kpe_to_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 std::string_view kpe_trim(std::string_view text);
+// Takes the first line, without its "\n", from the start of text.
+std::string_view kpe_take_line(std::string_view& text);
 bool kpe_all_digits(std::string_view text);  // false for empty text
 
 // Splits text at its first blanks: the first word, and the rest behind it without blanks at its ends.

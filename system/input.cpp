@@ -121,6 +121,13 @@ std::optional<std::string> kpe_read_line() {
     return line;
 }
 
+std::optional<char> kpe_read_byte() {
+    if (g_source == InputFrom::Nowhere || (g_input_next == g_input_end && !fill_input())) return std::nullopt;
+    return g_input[g_input_next++];
+}
+
+bool kpe_input_waits() { return g_source == InputFrom::Nowhere || g_input_next < g_input_end || unread_bytes() > 0; }
+
 ssize_t kpe_read_raw(char* to, size_t size) {
     if (!kpe_raw_waits()) return read(STDIN_FILENO, to, size);
     const size_t taken = std::min(size, KPE_RAW_BLOCK - g_given_back_next);

@@ -12,6 +12,11 @@
 // before kpe waits. Returns nothing at the end of input, after a read error, and when g_kpe_abort_requested is set
 // while it waits, which a signal that ends the process does too. Other interruptions do not stop it.
 std::optional<std::string> kpe_read_line();
+// One byte, for a key that is waited for while the terminal gives keys one by one. Nothing where kpe_read_line returns
+// nothing.
+std::optional<char> kpe_read_byte();
+// Whether kpe_read_line or kpe_read_byte would find something at once, be it the end of nowhere.
+bool kpe_input_waits();
 // Says where kpe_read_line reads from, for as long as the object lives: from standard input, or from nowhere. Nowhere
 // is always at its end.
 class InputFrom {

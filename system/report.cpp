@@ -6,6 +6,8 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include "system/ascii.h"
+
 namespace {
 
 // What was printed and not handed over yet.
@@ -126,11 +128,7 @@ void kpe_say(bool report, std::string_view line) {
 }
 
 void kpe_say_lines(std::string_view text) {
-    while (!text.empty()) {
-        const size_t end = std::min(text.find('\n'), text.size());
-        kpe_say(true, text.substr(0, end));
-        text.remove_prefix(std::min(end + 1, text.size()));
-    }
+    while (!text.empty()) kpe_say(true, kpe_take_line(text));
 }
 
 void kpe_complain(bool report, std::string_view what) {
@@ -149,6 +147,11 @@ void kpe_warn(std::string_view line) {
     const std::string text = (terminal ? harmless(line) : std::string(line)) + "\n";
     write_all(STDERR_FILENO, text.data(), text.size());
     g_warned = true;
+}
+
+void kpe_ask_reader(std::string_view bytes) {
+    kpe_flush();
+    write_all(STDERR_FILENO, bytes.data(), bytes.size());
 }
 
 bool kpe_warned() {

@@ -18,6 +18,8 @@ void kpe_complain(bool report, std::string_view what);  // "?" + what + "\n"; no
 void kpe_warn(std::string_view line);                   // line + "\n" on standard error
 // How many lines that begin with "?" these two were given until now, printed or not.
 size_t kpe_complaints();
+// Sends bytes to standard error as they are, for a question that is wiped out when it is answered. Never for text.
+void kpe_ask_reader(std::string_view bytes);
 // Sends bytes as they are, for the terminal to obey. Never for text.
 void kpe_send_to_terminal(std::string_view bytes);
 // Whether anything went to standard error since the last call of this function.
