@@ -1,7 +1,10 @@
+#include <cerrno>
 #include <cstdlib>
+#include <unistd.h>
 
 #include "config/n3_rzconfig.h"
 #include "editor/kpe.h"
+#include "editor/reasons.h"
 #include "files/state_directory.h"
 #include "system/nested.h"
 #include "system/process.h"
@@ -30,6 +33,10 @@ std::optional<std::string> Editor::resolve_command_file(const std::string& name)
     return std::nullopt;
 }
 
+void Editor::tell_unreadable(const std::string& path) {
+    if (access(path.c_str(), R_OK) != 0 && errno != ENOENT) tell_user("?" + kpe_why_unread(errno, path));
+}
+
 void Editor::abort_missing_command_file(const std::string& name) {
     kpe_safe_endwin();
     kpe_say(true, "Command file does not exist");
@@ -37,6 +44,7 @@ void Editor::abort_missing_command_file(const std::string& name) {
     kpe_say(true, "%RMS-E-FNF, file not found");
     kpe_say(true, "%KPE-F-EDITORABO, Editor aborted");
     kpe_flush();
+    tell_unreadable(name);
     kpe_exit(KPE_EXIT_EDITORABO);
 }
 
@@ -119,6 +127,7 @@ void Editor::run_command_file(const std::string& path, bool verbose) {
     TextBuffer file;
     if (!file.load(path)) {
         if (verbose) kpe_warn("?Unable to open command file " + path);
+        tell_unreadable(path);
         return;
     }
     run_commands(file, verbose);

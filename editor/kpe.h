@@ -320,6 +320,8 @@ private:
     bool save_lines(const LineStore& lines, const FileForm& form, const std::string& name, std::string& path);
     // The same for a buffer. It counts as saved if path belongs to its own file.
     bool save_buffer_to_path(TextBuffer& buf, const std::string& name, std::string& path);
+    // Behind the message of a write that failed: tells the user at a terminal why. It tells it on the screen as well.
+    void tell_why_unwritten(bool report);
     bool do_save(bool verbose);
     // Notes that filename_ holds these lines, or, if as_it_is is false, something else that was made of them.
     void note_edited_text(const LineStore& lines, bool as_it_is);
@@ -393,6 +395,8 @@ private:
     // --- Command files: editor/command_files.cpp ---
     std::optional<std::string> resolve_command_file(const std::string& name);
     [[noreturn]] void abort_missing_command_file(const std::string& name);
+    // For a file of commands that could not be loaded: tells the user at a terminal why, if it is there.
+    void tell_unreadable(const std::string& path);
     void run_startup_command_file(const std::string& path);
     void prescan_startup_versioning(const std::string& path);
     static bool file_exists(const std::string& p);  // whether it is a regular file
@@ -538,6 +542,7 @@ private:
     bool begun_on_screen_ = false;
     FileState edited_file_;         // filename_ as it was when it was last read or written
     std::string broken_file_;       // filename_ if it could not be read whole
+    std::string why_unwritten_;     // of the last write that failed
     int interruptible_writes_ = 0;  // WRITE is one, which Ctrl/C ends; a save by EXIT is finished
     bool input_ended_ = false;      // the terminal has gone, or input ended in screen mode
 

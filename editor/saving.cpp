@@ -4,6 +4,7 @@
 
 #include "config/n3_rzconfig.h"
 #include "editor/kpe.h"
+#include "editor/reasons.h"
 #include "files/file_writer.h"
 #include "system/file_work.h"
 #include "system/interrupts.h"
@@ -90,6 +91,7 @@ Editor::Written Editor::write_lines_file(const std::string& path, const LineStor
     if (edited) overlook_unchanged_text();
     const auto existing = must_be_new ? FileWriter::Existing::Refuse : FileWriter::Existing::Replace;
     if (!file.open(path, existing, &g_kpe_abort_requested, edited ? &edited_file_ : nullptr)) {
+        why_unwritten_ = kpe_why_unwritten(errno, path);
         return file.taken() ? Written::Taken : Written::Failed;
     }
     if (policy_.advances_time) file.advance_time();
@@ -103,6 +105,7 @@ Editor::Written Editor::write_lines_file(const std::string& path, const LineStor
     bool good = empty_text || apply_rms_lines(lines, form, [&](std::string_view bytes) { return file.write(bytes); });
     if (lines.empty()) good = file.write("\n");
     if (!good || !file.commit()) {
+        why_unwritten_ = kpe_why_unwritten(errno, path);
         if (!file.safety_copy().empty()) kpe_warn("?The old text is kept in " + file.safety_copy());
         return file.taken() ? Written::Taken : Written::Failed;
     }
@@ -124,10 +127,12 @@ void Editor::note_edited_text(const LineStore& lines, bool as_it_is) {
 bool Editor::save_lines(const LineStore& lines, const FileForm& form, const std::string& name, std::string& path) {
     for (;;) {
         path = resolve_write_path(name);
+        why_unwritten_ = path.empty() ? "There is no name to write to" : "No name of a file holds a NUL";
         if (path.empty() || path.find('\0') != path.npos) return false;
         // What could not be read whole must not be written over the rest of it.
         const bool broken = !broken_file_.empty() && (strip_vms_version(path) == strip_vms_version(broken_file_) ||
                                                       same_file(path, broken_file_));
+        why_unwritten_ = "It could not be read whole: what was not read would be lost";
         if (broken) return false;
         // A version that was free a moment ago is not ours yet: another session may take it first.
         const Written result = write_lines_file(path, lines, form, /*must_be_new=*/versioning_);
@@ -143,6 +148,11 @@ bool Editor::save_buffer_to_path(TextBuffer& buf, const std::string& name, std::
     return true;
 }
 
+// On the screen nothing else tells that a save has failed.
+void Editor::tell_why_unwritten(bool report) {
+    if (g_kpe_end_signal == 0 && (report || g_curses_active)) tell_user("?" + why_unwritten_);
+}
+
 bool Editor::do_save(bool verbose) {
     std::string path;
     const bool saved = save_buffer_to_path(buffer_, buffer_.filename(), path);
@@ -150,6 +160,7 @@ bool Editor::do_save(bool verbose) {
         kpe_say(verbose, "[Saved " + last_saved_path_ + "]");
     } else {
         kpe_complain(verbose, "Unable to save " + buffer_.filename());
+        tell_why_unwritten(verbose);
     }
     return saved;
 }
@@ -163,6 +174,7 @@ void Editor::save_and_exit_now(bool show_eob) {
     bool written = true;
     if (!save_for_leaving(main_buffer, path, written)) {
         kpe_warn("?Unable to write " + path);
+        tell_why_unwritten(/*report=*/true);
         obey_end_signal();
         if (at_terminal_) {  // a script is there to be run again
             kpe_limit_end(2);
@@ -212,7 +224,10 @@ void Editor::walk_to_file(size_t index, bool verbose) {
     save_current_buffer_state();
     std::string path;
     bool written = true;
-    if (!save_for_leaving(stored_buffer("MAIN"), path, written)) walk_failed_ = true;
+    if (!save_for_leaving(stored_buffer("MAIN"), path, written)) {
+        walk_failed_ = true;
+        tell_why_unwritten(/*report=*/verbose);
+    }
     if (policy_.private_journal) delete_journal_file();
     keep_text("MAIN");                // it could not be saved then
     keep_text(current_buffer_name_);  // its text goes as well

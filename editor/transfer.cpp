@@ -11,6 +11,7 @@
 #include "buffer/write_rows.h"
 #include "editor/kpe.h"
 #include "editor/on_screen.h"
+#include "editor/reasons.h"
 #include "files/file_handle.h"
 #include "files/file_reader.h"
 #include "files/file_writer.h"
@@ -20,6 +21,7 @@
 #include "system/nested.h"
 #include "system/process.h"
 #include "system/report.h"
+#include "system/terminal.h"
 
 namespace {
 
@@ -114,7 +116,9 @@ void Editor::print_command(const std::string& args, bool report) {
     std::array<char, 32> path{"/tmp/kpe_print_XXXXXX"};
     FileHandle file(mkostemp(path.data(), O_CLOEXEC));
     if (!file.is_open()) {
+        why_unwritten_ = kpe_why_unwritten(errno, path.data());
         kpe_complain(report, "Cannot create temp file");
+        tell_why_unwritten(report);
         return;
     }
     const std::string selection = trim(args);
@@ -175,6 +179,7 @@ void Editor::write_command(const std::string& args, bool report) {
         kpe_say(report, path + " written");
     } else if (!check_abort(report)) {
         kpe_complain(report, "Unable to write " + path);
+        tell_why_unwritten(report);
     }
 }
 
@@ -190,8 +195,11 @@ void Editor::include_file_command(const std::string& args, bool report) {
         tell("Include file does not exist");
         tell("File name:" + name);
         tell("%RMS-E-FNF, file not found");
+        const bool there = content.end == End::Refused;
+        if (there && (report || g_curses_active)) tell_user("?" + kpe_why_unread(content.error, name));
         return;
     }
+    if (content.error == EISDIR && (report || g_curses_active)) tell_user("?" + kpe_why_unread(EISDIR, name));
     const LineStore lines = LineStore::from_block(content.block);
     buffer_.insert_lines(cursor_row_, lines);
     cursor_row_ += lines.size();

@@ -146,6 +146,7 @@ void kpe_warn(std::string_view line) {
     const bool terminal = isatty(STDERR_FILENO) != 0;
     const std::string text = (terminal ? harmless(line) : std::string(line)) + "\n";
     write_all(STDERR_FILENO, text.data(), text.size());
+    if (terminal) g_last_printed = '\n';
     g_warned = true;
 }
 

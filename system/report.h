@@ -25,7 +25,7 @@ void kpe_send_to_terminal(std::string_view bytes);
 // Whether anything went to standard error since the last call of this function.
 bool kpe_warned();
 void kpe_flush();  // writes what was gathered
-// Whether the last byte that was printed ended its line.
+// Whether the last byte that was printed, or sent to a terminal as a warning, ended its line.
 bool kpe_at_line_start();
 std::string kpe_counted(size_t n, std::string_view noun);  // "1 line", "2 lines"
 inline const char* kpe_on_off(bool on) { return on ? "ON" : "OFF"; }
