@@ -22,6 +22,23 @@ Overloaded(Handlers...) -> Overloaded<Handlers...>;
 // The first of them tell what went wrong, and a key held down could make any number.
 constexpr size_t MOST_WARNINGS = 100;
 
+// What people type who want to leave or to save and know other editors.
+constexpr std::string_view WAYS_OUT[] = {
+    "Q",  "QA",   "QUIT", "X",     "XA",     "EXIT", "W",   "WQ",   "WQA",  "ZZ",
+    "ZQ", "SAVE", "BYE",  "CLOSE", "LOGOUT", "END",  "ESC", "STOP", "DONE", "LEAVE",
+};
+
+// The first word, without what other editors put around it: an escape, a colon, a sign at its end.
+bool wants_out(std::string_view typed) {
+    constexpr char CTRL_Q = 17, CTRL_X = 24;
+    if (typed.find(CTRL_Q) != typed.npos || typed.find(CTRL_X) != typed.npos) return true;
+    const auto is_letter = [](char c) { return kpe_is_alpha(c); };
+    std::string word(std::find_if(typed.begin(), typed.end(), is_letter), typed.end());
+    word.erase(std::find_if_not(word.begin(), word.end(), is_letter), word.end());
+    for (char& c : word) c = kpe_to_upper(c);
+    return std::find(std::begin(WAYS_OUT), std::end(WAYS_OUT), word) != std::end(WAYS_OUT);
+}
+
 }  // namespace
 
 // Every verb but those that dispatch_command has to act on earlier (go-to, UNDO, REDO) or later (macros,
@@ -232,10 +249,18 @@ Editor::CommandResult Editor::dispatch_command(const std::string& cleaned, const
         return CommandResult::Continue;
     }
     kpe_complain(report, "Unrecognized command: " + command.original);
-    answer_leaving_word(command.original, report);
+    if (report) tell_way_out(command.original);
     if (!report && startup_warnings_.size() < MOST_WARNINGS)
         startup_warnings_.push_back("Ignored command: " + command.original);
     return CommandResult::Error;
+}
+
+void Editor::tell_way_out(const std::string& typed) {
+    if (!wants_out(typed)) return;
+    if (policy_.leaving_keys)
+        answer_leaving_word();
+    else
+        tell_user("To leave: EXIT saves, QUIT does not. To save and go on: TYPE /SAVE");
 }
 
 Editor::CommandResult Editor::goto_line_command(const std::string& args, bool report) {

@@ -162,6 +162,8 @@ private:
 
     // --- Dispatch: editor/dispatch.cpp ---
     CommandResult dispatch_command(const std::string& cleaned, const Qualifiers& quals, bool report);
+    // If what was typed is how one leaves or saves elsewhere, tells a user at a terminal how it is done here.
+    void tell_way_out(const std::string& typed);
     CommandResult goto_line_command(const std::string& args, bool report);
     CommandResult change_command(const Call& call);
     void type_command(const std::string& args, const Qualifiers& q, bool report);
@@ -336,8 +338,8 @@ private:
     void tell_how_to_leave();  // on the message row, until the next key
     void end_first_message();
     void tell_way_back() const;
-    // For a command that is none: tells those who typed how another editor is left how to leave this one.
-    void answer_leaving_word(const std::string& typed, bool report);
+    // For those who typed how another editor is left.
+    void answer_leaving_word();
     void go_to_asked_place();  // in the file that was just read
     TextBuffer::LineEnds line_ends() const {
         return policy_.keeps_line_ends ? TextBuffer::LineEnds::Same : TextBuffer::LineEnds::Plain;

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -12,16 +11,6 @@ namespace {
 
 constexpr const char* HOW_TO_LEAVE = "Alt/x saves and leaves, Alt/q leaves; or Ctrl/Z, then EXIT or QUIT. Help: F2";
 constexpr const char* HOW_TO_GO_ON = "EXIT saves and leaves, QUIT leaves, CHANGE goes back to the screen";
-
-// How one leaves other editors, in upper case. What begins with a colon is meant so, too.
-constexpr std::string_view LEAVING_WORDS[] = {
-    "EXIT!", "QUIT!", "Q!", "X!", "SAVE", "BYE", "LOGOUT", "CLOSE", "^X", "^Q", "^S", "\x18", "\x11", "\x13",
-};
-
-bool means_to_leave(const std::string& typed) {
-    return typed.starts_with(':') ||
-           std::find(std::begin(LEAVING_WORDS), std::end(LEAVING_WORDS), typed) != std::end(LEAVING_WORDS);
-}
 
 }  // namespace
 
@@ -44,10 +33,9 @@ void Editor::end_first_message() {
 
 void Editor::tell_way_back() const { kpe_say(!quiet_ && !input_ended_, HOW_TO_GO_ON); }
 
-void Editor::answer_leaving_word(const std::string& typed, bool report) {
-    if (!policy_.leaving_keys || !means_to_leave(upper(typed))) return;
+void Editor::answer_leaving_word() {
     tell_how_to_leave();
-    kpe_say(report, HOW_TO_GO_ON);
+    kpe_say(true, HOW_TO_GO_ON);
 }
 
 void Editor::go_to_asked_place() {

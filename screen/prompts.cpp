@@ -116,5 +116,6 @@ void Editor::command_prompt() {
         const InterruptKey interrupt;
         result = execute_command(answer, /*report=*/false);
     }
+    if (result == CommandResult::Error) tell_way_out(answer);
     handle_command_result(result, /*exit_allowed=*/true);
 }
