@@ -15,6 +15,9 @@
 
 namespace {
 
+// In the title, because it is the one row that every terminal shows whole.
+constexpr const char* WAY_OUT = "any key: back, then Ctrl/Z, EXIT or QUIT; GOLD Q: QUIT";
+
 // From screen row 1 on; the title stands above.
 constexpr const char* PAGE[] = {
     "",
@@ -95,8 +98,7 @@ std::vector<std::string> layers() {
 void draw_page() {
     const ScreenSize screen = kpe_screen_size();
     std::array<char, 96> title{};
-    std::snprintf(title.data(), title.size(), "%s  %s - screen help", kpe_version_string().c_str(),
-                  "Copyright (c) 2026 the kpe authors");
+    std::snprintf(title.data(), title.size(), "%s  %s - screen help", kpe_version_string().c_str(), WAY_OUT);
     std::vector<std::string> rows(static_cast<size_t>(screen.rows));
     size_t row = 0;
     write_in_full(rows, row++, title.data());
