@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "screen/key_decoder.h"
+#include "editor/key_decoder.h"
 
 // What the terminal is told for as long as the screen has it, so that it sends each key in a way of its own and marks a
 // paste; and what it is asked about that. A terminal that knows kitty's protocol is made to use it.

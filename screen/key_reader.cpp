@@ -14,9 +14,9 @@
 #include <unistd.h>
 #include <utility>
 
+#include "editor/key_decoder.h"
 #include "editor/on_screen.h"
 #include "screen/curses_session.h"
-#include "screen/key_decoder.h"
 #include "screen/key_modes.h"
 #include "screen/n3_kpe_keymap.h"
 #include "system/idle.h"

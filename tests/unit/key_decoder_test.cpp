@@ -1,4 +1,4 @@
-#include "screen/key_decoder.h"
+#include "editor/key_decoder.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "screen/key_decoder.h"
+#include "editor/key_decoder.h"
 
 #include <algorithm>
 #include <cstring>
@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "buffer/characters.h"
-#include "screen/n3_kpe_keymap.h"
+#include "editor/key_codes.h"
 #include "system/ascii.h"
 
 namespace {
