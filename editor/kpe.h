@@ -15,6 +15,8 @@
 
 #include "buffer/match.h"
 #include "buffer/text_buffer.h"
+#include "editor/line_editor.h"
+#include "editor/line_history.h"
 #include "editor/policy.h"
 #include "files/file_handle.h"
 #include "files/journal_file.h"
@@ -291,6 +293,16 @@ private:
     void range_command(const std::string& args, bool report);
     void tab_adjust_command(const std::string& args, bool report);
     void chg_case_command(const std::string& args, bool upper, bool report);
+
+    // --- The prompt: editor/prompt.cpp ---
+    // Prints the prompt and reads a command from standard input.
+    std::optional<std::string> read_command();
+    // The names that may stand in front of the cursor: verbs, settings, buffers, macros and files.
+    std::optional<Completion> completion(std::string_view before);
+    static std::vector<std::string> command_phrases();  // editor/parse.cpp: all spellings but abbreviations
+    static std::vector<std::string> setting_phrases();  // editor/settings.cpp: SET and SHOW commands
+    // At the end of the session: keeps the commands that were typed on a terminal, unless SET NOHISTORY is on.
+    void keep_history();
 
     // --- Line-mode help: editor/line_help.cpp, editor/verb_help.cpp ---
     void print_line_help(const std::string& topic) const;
@@ -622,7 +634,11 @@ private:
     bool word_delimiter_on_ = true;
     std::string prompt_ = "*";
     std::string last_set_mode_ = "Line";
+    bool history_ = true;
     std::string word_delimiters_ = " \t.,;:!?()[]{}\"'+-*/=<>|\\&#@^%~`";
+
+    // --- The prompt ---
+    LineHistory line_history_;
 
     // --- The file list ---
     std::vector<std::string> all_files_;

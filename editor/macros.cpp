@@ -1,9 +1,9 @@
 #include <algorithm>
 
 #include "editor/kpe.h"
+#include "editor/line_reader.h"
 #include "editor/on_screen.h"
 #include "system/ascii.h"
-#include "system/input.h"
 #include "system/nested.h"
 #include "system/report.h"
 
@@ -73,8 +73,7 @@ std::vector<std::string> Editor::read_macro_commands(const std::string& name, bo
     const LineModePause pause;
     std::vector<std::string> commands;
     for (;;) {
-        if (report) kpe_print("_");
-        auto line = kpe_read_line();
+        auto line = kpe_read_typed(report && policy_.shows_prompts ? "_" : "", {});
         if (!line) break;
         const std::string word = upper(trim(*line));
         if (word.empty() || word == "END DEFINE" || word == "END") break;

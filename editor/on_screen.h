@@ -51,6 +51,11 @@ struct KeyFunction {
 };
 // Every key that has a function of its own, by itself and after GOLD, also when no screen is shown.
 std::vector<KeyFunction> kpe_key_functions();
+// Whether TERM names a terminal on which a line can be edited: one that moves its cursor, and clears the rest of a row
+// as nearly all do. Its entry is looked up once for each value of TERM.
+bool kpe_can_edit_lines();
+// Whether that is known already.
+bool kpe_knows_terminal();
 
 // Rings the bell. When no screen is shown it does nothing.
 void kpe_beep();

@@ -66,6 +66,7 @@ constexpr Spelling SPELLINGS[] = {
     {"SET TAB", "SET-TAB", "8"},                  {"SET NOTAB", "SET-TAB", "0"},
     {"SET CLIPBOARD", "SET-CLIPBOARD"},           {"SET NOCLIPBOARD", "SET-NOCLIPBOARD"},
     {"SET CLIPBOARD ON", "SET-CLIPBOARD"},        {"SET CLIPBOARD OFF", "SET-NOCLIPBOARD"},
+    {"SET HISTORY", "SET-HISTORY"},               {"SET NOHISTORY", "SET-NOHISTORY"},
     {"SET VERSIONING", "SET-VERSIONING", "ON"},   {"SET NOVERSIONING", "SET-VERSIONING", "OFF"},
     // SHOW
     {"SHOW NUMBERS", "SHOW-NUMBERS"},       {"SHOW NUMBER", "SHOW-NUMBERS"},   {"SHOW BUFFER", "SHOW-BUFFER"},
@@ -81,7 +82,7 @@ constexpr Spelling SPELLINGS[] = {
     {"SHOW SEARCH", "SHOW-SEARCH"},         {"SHOW PROMPT", "SHOW-PROMPT"},    {"SHOW TAB", "SHOW-TAB"},
     {"SHOW KEY", "SHOW-KEY"},               {"SHOW KEYS", "SHOW-KEY"},         {"SHOW ENTITY", "SHOW-ENTITY"},
     {"SHOW WORD", "SHOW-ENTITY"},           {"SHOW RMS", "SHOW-RMS"},          {"SHOW VERSIONING", "SHOW-VERSIONING"},
-    {"SHOW CLIPBOARD", "SHOW-CLIPBOARD"},   {"SHOW NUMLOCK", "SHOW-NUMLOCK"},
+    {"SHOW CLIPBOARD", "SHOW-CLIPBOARD"},   {"SHOW NUMLOCK", "SHOW-NUMLOCK"},  {"SHOW HISTORY", "SHOW-HISTORY"},
 };
 
 // The beginning of a line; the arguments are what follows it. The first row that fits wins, and the rules for
@@ -209,4 +210,20 @@ Editor::ParsedCommand Editor::parse_command(const std::string& raw) const {
 
 bool Editor::command_changes_text_or_buffers(const std::string& verb) const {
     return std::find(std::begin(CHANGING_VERBS), std::end(CHANGING_VERBS), verb) != std::end(CHANGING_VERBS);
+}
+
+// An abbreviation is what a longer spelling of the same command begins with.
+std::vector<std::string> Editor::command_phrases() {
+    std::vector<Spelling> all(std::begin(SPELLINGS), std::end(SPELLINGS));
+    for (const Prefix& row : PREFIXES) all.push_back({kpe_trim(row.text), row.verb});
+    for (const Prefix& row : LATE_PREFIXES) all.push_back({kpe_trim(row.text), row.verb});
+    std::vector<std::string> phrases;
+    for (const Spelling& one : all) {
+        const bool abbreviated = std::any_of(all.begin(), all.end(), [&](const Spelling& other) {
+            return other.verb == one.verb && other.args == one.args && other.phrase.size() > one.phrase.size() &&
+                   other.phrase.starts_with(one.phrase) && other.phrase[one.phrase.size()] != ' ';
+        });
+        if (!abbreviated) phrases.emplace_back(one.phrase);
+    }
+    return phrases;
 }

@@ -147,5 +147,6 @@ void Editor::rescue_after_crash() {
 void Editor::obey_end_signal() {
     if (g_kpe_end_signal == 0 || g_curses_active) return;
     rescue();
+    keep_history();
     kpe_end_by_signal();
 }

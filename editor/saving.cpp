@@ -167,6 +167,7 @@ bool Editor::do_save(bool verbose) {
 
 void Editor::save_and_exit_now(bool show_eob) {
     kpe_safe_endwin();
+    keep_history();
     save_current_buffer_state();
     TextBuffer& main_buffer = stored_buffer("MAIN");
     if (output_file_) main_buffer.set_filename(*output_file_);
@@ -194,6 +195,7 @@ void Editor::save_and_exit_now(bool show_eob) {
 
 void Editor::quit_without_saving_now(bool report) {
     kpe_safe_endwin();
+    keep_history();
     save_current_buffer_state();
     const bool any = std::any_of(buffers_.begin(), buffers_.end(), [](const auto& b) { return b.second.modified(); });
     kpe_say(report && any, "Changes discarded");

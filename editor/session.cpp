@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include "editor/kpe.h"
-#include "system/input.h"
+#include "editor/line_reader.h"
 #include "system/interrupts.h"
 #include "system/process.h"
 #include "system/report.h"
@@ -116,9 +116,8 @@ int Editor::line_mode() {
     else if (!quiet_ && policy_.shows_prompts)
         greet();
     while (!input_ended_) {
-        if (policy_.shows_prompts) kpe_print(prompt_);
         kpe_forget_interrupt();  // a late Ctrl/C belongs to the command before
-        const auto line = kpe_read_line();
+        const auto line = read_command();
         if (!line || g_kpe_end_signal) break;
         append_journal_line(*line);
         unit_open_ = false;
@@ -133,6 +132,7 @@ int Editor::line_mode() {
         if (!at_terminal_) stop_after(complaints);
     }
     obey_end_signal();
+    keep_history();
     int status = status_of_leaving();
     if (policy_.private_journal) delete_journal_file();
     if (at_terminal_) {

@@ -48,6 +48,7 @@ struct Editor::SettingTable {
         {"SUMMARY",    &Editor::summary_,        "Summary"},
         {"TRUNCATE",   &Editor::truncate_,       "Truncate"},
         {"CLIPBOARD",  &Editor::clipboard_,      "Clipboard"},
+        {"HISTORY",    &Editor::history_,        "History"},
     };
     static constexpr Word WORDS[] = {
         {"CASE",      &Editor::case_mode_,      "Case",      "NONE|LOWER|UPPER",    true,  ""},
@@ -316,4 +317,20 @@ bool Editor::setting_command(const std::string& verb, const std::string& args, b
     }
     return SettingTable::set_on_off(*this, set, report) || SettingTable::set_word(*this, set, args, report) ||
            SettingTable::set_number(*this, set, args, report);
+}
+
+std::vector<std::string> Editor::setting_phrases() {
+    std::vector<std::string> phrases;
+    for (const SettingTable::OnOff& row : SettingTable::ON_OFF) {
+        for (const char* const form : {"SET ", "SET NO", "SHOW "}) phrases.push_back(form + std::string(row.name));
+    }
+    for (const SettingTable::Word& row : SettingTable::WORDS) {
+        const std::string choices = std::string(row.choices) + "|" + std::string(row.more);
+        for (size_t from = 0; from < choices.size();) {
+            const size_t end = std::min(choices.find('|', from), choices.size());
+            phrases.push_back("SET " + std::string(row.name) + " " + choices.substr(from, end - from));
+            from = end + 1;
+        }
+    }
+    return phrases;
 }

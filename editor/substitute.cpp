@@ -2,8 +2,8 @@
 
 #include "buffer/row_rewriter.h"
 #include "editor/kpe.h"
+#include "editor/line_reader.h"
 #include "system/ascii.h"
-#include "system/input.h"
 #include "system/interrupts.h"
 #include "system/report.h"
 
@@ -17,8 +17,7 @@ std::optional<std::string> ask(size_t row, std::string_view line, std::string_vi
     kpe_print(" ");
     kpe_print(line);
     kpe_end_line();
-    kpe_print(question);
-    const auto typed = kpe_read_line();
+    const auto typed = kpe_read_typed(question, {.kind = LineRequest::Kind::Answer});
     if (!typed) return std::nullopt;
     std::string answer(kpe_trim(*typed));
     std::transform(answer.begin(), answer.end(), answer.begin(), kpe_to_upper);

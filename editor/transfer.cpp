@@ -10,6 +10,7 @@
 
 #include "buffer/write_rows.h"
 #include "editor/kpe.h"
+#include "editor/line_reader.h"
 #include "editor/on_screen.h"
 #include "editor/reasons.h"
 #include "files/file_handle.h"
@@ -210,11 +211,13 @@ void Editor::insert_multiline(bool report) {
     const LineModePause pause;
     const CtrlZAsInput ctrl_z;
     std::vector<std::string> lines;
-    while (auto line = kpe_read_line()) {
+    const LineRequest request = {.kind = LineRequest::Kind::Inserted};
+    std::string_view prompt = "";  // none at first
+    while (auto line = kpe_read_typed(prompt, request)) {
         if (line->ends_with('\r')) line->pop_back();
         if (ends_insertion(*line)) break;
         lines.push_back(std::move(*line));
-        if (report && policy_.shows_prompts) kpe_print("_");
+        if (report && policy_.shows_prompts) prompt = "_";
     }
     paste_text(join_lines_as_text(lines));
     message_ = "Inserted";

@@ -37,6 +37,12 @@ constexpr const char* XTERM = "xterm-256color";
 // terminal that does not tell its own.
 const char* g_entry = nullptr;
 ScreenSize g_entry_size;
+bool g_clears_rows = false;  // in the usual way, which is not that of every terminal
+constexpr std::string_view CLEAR_TO_END = "\033[K";
+
+// What is known of the terminal for line mode, and the name that it had then.
+std::string g_known_terminal;
+bool g_edits_lines = false;
 
 // What a terminal claims beyond that is cut: its picture would take more memory than there is.
 constexpr int MOST_ROWS = 4096, MOST_COLUMNS = 4096;
@@ -133,6 +139,7 @@ Ability ability_of(const char* name) {
     TERMINAL* const current = cur_term;
     int error = 0;
     if (setupterm(name, STDOUT_FILENO, &error) != OK) return error == 1 ? Ability::Limited : Ability::Unknown;
+    g_clears_rows = clr_eol != nullptr && std::string_view(clr_eol).starts_with(CLEAR_TO_END);
     const bool moves = cursor_address != nullptr && !hard_copy && !generic_type;
     g_entry_size = size_of_entry();
     TERMINAL* const tried = set_curterm(current);
@@ -312,6 +319,16 @@ InterruptKey::~InterruptKey() {
         kpe_continue_protocol();
     else
         modes_->keep();  // the modes are not the screen's any more
+}
+
+bool kpe_knows_terminal() { return g_known_terminal == terminal_name() && !g_known_terminal.empty(); }
+
+bool kpe_can_edit_lines() {
+    if (g_curses_active) return false;
+    if (kpe_knows_terminal()) return g_edits_lines;
+    g_known_terminal = terminal_name();
+    if (g_known_terminal.empty()) return false;
+    return g_edits_lines = find_entry() == Ability::Screen && g_clears_rows;
 }
 
 void kpe_beep() {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <poll.h>
 #include <string>
 #include <string_view>
 #include <sys/ioctl.h>
@@ -31,12 +32,16 @@ char g_given_back[KPE_RAW_BLOCK];
 size_t g_given_back_next = KPE_RAW_BLOCK;  // the bytes from here to the end wait
 bool g_answers_expected = false;
 
+std::string g_pasted;  // bytes of it from g_pasted_next on wait, in front of those that were given back
+size_t g_pasted_next = 0;
+
 int g_ctrl_z_ends_lines = 0;
 
 size_t unread_bytes() {
     int n = 0;
     const bool told = ioctl(STDIN_FILENO, FIONREAD, &n) == 0 && n > 0;
-    return KPE_RAW_BLOCK - g_given_back_next + (told ? static_cast<size_t>(n) : 0);
+    const size_t pasted = g_pasted.size() - g_pasted_next;
+    return pasted + KPE_RAW_BLOCK - g_given_back_next + (told ? static_cast<size_t>(n) : 0);
 }
 
 // A byte that was typed while the terminal was raw: ends lines and shows them as the terminal would have.
@@ -126,9 +131,17 @@ std::optional<char> kpe_read_byte() {
     return g_input[g_input_next++];
 }
 
-bool kpe_input_waits() { return g_source == InputFrom::Nowhere || g_input_next < g_input_end || unread_bytes() > 0; }
+bool kpe_typed_ahead() {
+    return g_source == InputFrom::Nowhere || g_input_next < g_input_end || kpe_raw_waits() || unread_bytes() > 0;
+}
 
 ssize_t kpe_read_raw(char* to, size_t size) {
+    if (g_pasted_next < g_pasted.size()) {
+        const size_t taken = g_pasted.copy(to, size, g_pasted_next);
+        g_pasted_next += taken;
+        std::replace(to, to + taken, '\n', '\r');  // as the key sends it
+        return static_cast<ssize_t>(taken);
+    }
     if (!kpe_raw_waits()) return read(STDIN_FILENO, to, size);
     const size_t taken = std::min(size, KPE_RAW_BLOCK - g_given_back_next);
     std::memcpy(to, g_given_back + g_given_back_next, taken);
@@ -137,12 +150,41 @@ ssize_t kpe_read_raw(char* to, size_t size) {
 }
 
 void kpe_give_back(std::string_view bytes) {
+    if (g_pasted_next < g_pasted.size() && bytes.size() <= g_pasted_next) {  // they were read from there
+        g_pasted_next -= bytes.size();
+        bytes.copy(g_pasted.data() + g_pasted_next, bytes.size());
+        return;
+    }
     bytes = bytes.substr(0, g_given_back_next);
     g_given_back_next -= bytes.size();
     std::memcpy(g_given_back + g_given_back_next, bytes.data(), bytes.size());
 }
 
-bool kpe_raw_waits() { return g_given_back_next < KPE_RAW_BLOCK; }
+bool kpe_raw_waits() { return g_given_back_next < KPE_RAW_BLOCK || g_pasted_next < g_pasted.size(); }
+
+bool kpe_input_waits() {
+    pollfd input = {STDIN_FILENO, POLLIN, 0};
+    return poll(&input, 1, 0) > 0;
+}
+
+bool kpe_line_waits() {
+    if (g_source == InputFrom::Nowhere || g_input_next < g_input_end) return true;
+    return !kpe_raw_waits() && g_type_ahead == 0 && kpe_input_waits();
+}
+
+void kpe_queue_pasted(std::string text) {
+    g_pasted = std::move(text);
+    g_pasted_next = 0;
+}
+
+std::optional<PastedPiece> kpe_next_pasted() {
+    if (g_pasted_next == g_pasted.size()) return std::nullopt;
+    const size_t end = std::min(g_pasted.find('\n', g_pasted_next), g_pasted.size());
+    PastedPiece piece = {g_pasted.substr(g_pasted_next, end - g_pasted_next), end < g_pasted.size()};
+    g_pasted_next = end + (piece.ends_line ? 1 : 0);
+    if (g_pasted_next == g_pasted.size()) kpe_queue_pasted({});
+    return piece;
+}
 
 size_t kpe_answer_size(std::string_view bytes) {
     constexpr std::string_view BEGINS = "\033[?", INSIDE = "0123456789;:$", FINALS = "cuy";

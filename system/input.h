@@ -15,8 +15,8 @@ std::optional<std::string> kpe_read_line();
 // One byte, for a key that is waited for while the terminal gives keys one by one. Nothing where kpe_read_line returns
 // nothing.
 std::optional<char> kpe_read_byte();
-// Whether kpe_read_line or kpe_read_byte would find something at once, be it the end of nowhere.
-bool kpe_input_waits();
+// Whether a line or a byte would be read at once, be it the end of nowhere.
+bool kpe_typed_ahead();
 // Says where kpe_read_line reads from, for as long as the object lives: from standard input, or from nowhere. Nowhere
 // is always at its end.
 class InputFrom {
@@ -43,8 +43,22 @@ ssize_t kpe_read_raw(char* to, size_t size);
 // many as KPE_RAW_BLOCK; what is more is lost.
 constexpr size_t KPE_RAW_BLOCK = size_t{64} << 10;
 void kpe_give_back(std::string_view bytes);
-// Whether bytes that were given back wait.
+// Whether bytes that were given back, or the rest of a paste, wait.
 bool kpe_raw_waits();
+// Whether the terminal itself has something to read now.
+bool kpe_input_waits();
+// Whether kpe_read_line would return at once with a line that the terminal has shown already, or with nothing.
+bool kpe_line_waits();
+
+// The text of a paste of several lines: it waits in front of all that the terminal sends, and whoever reads next gets
+// it; kpe_read_raw gives it with carriage returns. Nothing of an earlier paste may be left.
+void kpe_queue_pasted(std::string text);
+// Takes the text up to the next line break. Returns nothing when there is none left.
+struct PastedPiece {
+    std::string text;
+    bool ends_line;
+};
+std::optional<PastedPiece> kpe_next_pasted();
 
 // How many bytes the answer has, at the start of bytes, that a terminal gives to a question about itself. 0: there is
 // none, or not all of it.

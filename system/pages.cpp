@@ -17,7 +17,7 @@ constexpr char ESCAPE = 27;
 
 bool has_reader() {
     return !g_curses_active && isatty(STDIN_FILENO) && isatty(STDOUT_FILENO) && isatty(STDERR_FILENO) &&
-           !kpe_input_waits();
+           !kpe_typed_ahead();
 }
 
 // Near enough for a page: every character counts as one column.
@@ -45,7 +45,7 @@ char read_answer() {
         if (*key == ' ') return ' ';
         if (*key == '\n' || *key == '\r') return '\n';
         // What follows at once belongs to the same key.
-        for (bool inside = *key == ESCAPE; inside && kpe_input_waits();) inside = kpe_read_byte().has_value();
+        for (bool inside = *key == ESCAPE; inside && kpe_typed_ahead();) inside = kpe_read_byte().has_value();
     }
 }
 
