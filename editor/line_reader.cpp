@@ -109,6 +109,7 @@ private:
     bool anew_ = false;                   // the terminal may show something else
     bool ended_ = false;                  // without a line
     bool unbroken_ = false;               // the line has no line break on the screen
+    bool text_follows_ = false;           // the key that is taken, in the same read
     bool end_asked_ = false;              // the last key was Ctrl/D, behind text
 };
 
@@ -127,13 +128,11 @@ void TypedLine::enter() {
         sigaction(row.number, nullptr, &row.before);
         if (row.before.sa_handler != SIG_IGN || row.number == SIGWINCH) kpe_set_handler(row.number, note_signal);
     }
-    kpe_mark_pastes(true);
     if (kpe_end_type_ahead() > 0) anew_ = true;  // the terminal has shown what was typed ahead
 }
 
 void TypedLine::leave() {
     if (!modes_) return;
-    kpe_mark_pastes(false);
     kpe_flush();
     if (kpe_in_background()) modes_->keep();
     modes_.reset();
@@ -195,6 +194,7 @@ void TypedLine::take(std::string_view bytes) {
         }
         decoder_.add(bytes.front());
         bytes.remove_prefix(1);
+        text_follows_ = !bytes.empty() && bytes.front() != KPE_TAB;
         while (const auto key = decoder_.key(/*no_more=*/false)) take_key(*key);
     }
     kpe_give_back(bytes);
@@ -231,7 +231,8 @@ int TypedLine::usual_key(int key) const {
 void TypedLine::take_key(int key) {
     const bool asked_before = std::exchange(end_asked_, false);
     if (editor_.takes_literally()) return editor_.key(key);
-    if (key == KPE_PASTE) {
+    if (key == KPE_TAB && text_follows_) return editor_.type("\t");  // nobody types so fast: it is pasted
+    if (key == KPE_PASTE) {  // where another program has left the terminal so that it marks pastes
         paste_.emplace();
     } else if (is(VINTR, key)) {
         interrupt();

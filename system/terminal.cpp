@@ -21,9 +21,7 @@ void (*g_leave)() = nullptr;
 // Two, so that a handler never reads one that is being written.
 char g_leaving_bytes[2][128];
 const char* volatile g_leaving = g_leaving_bytes[0];
-volatile std::sig_atomic_t g_diverted = 0, g_pastes_marked = 0;
-
-constexpr const char *MARK_PASTES = "\033[?2004h", *LEAVE_PASTES = "\033[?2004l";
+volatile std::sig_atomic_t g_diverted = 0;
 
 // Whether there is a terminal.
 bool begin_change() {
@@ -86,11 +84,6 @@ void TerminalModes::keep() {
     changed_ = false;
 }
 
-void kpe_mark_pastes(bool marked) {
-    g_pastes_marked = marked ? 1 : 0;
-    kpe_send_to_terminal(marked ? MARK_PASTES : LEAVE_PASTES);
-}
-
 bool kpe_in_background() {
     const pid_t foreground = tcgetpgrp(STDIN_FILENO);
     return foreground > 0 && foreground != getpgrp();
@@ -107,8 +100,8 @@ void kpe_restore_modes() {
 
 void kpe_give_terminal_back() {
     kpe_restore_modes();
-    const char* const leaving = g_curses_active ? g_leaving : g_pastes_marked ? LEAVE_PASTES : nullptr;
-    if (!leaving || !kpe_takes_output(STDOUT_FILENO)) return;
+    if (!g_curses_active || !kpe_takes_output(STDOUT_FILENO)) return;
+    const char* const leaving = g_leaving;
     const ssize_t ignored = write(STDOUT_FILENO, leaving, strlen(leaving));
     static_cast<void>(ignored);
 }

@@ -37,9 +37,6 @@ private:
     bool changed_ = false;
 };
 
-// Has the terminal mark pasted text (its mode 2004) while a line is typed, or not any more.
-void kpe_mark_pastes(bool marked);
-
 // --- A signal handler may call these, too ---
 
 // Whether another job has the terminal. Then kpe must not set its modes.

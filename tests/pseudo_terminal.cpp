@@ -53,7 +53,8 @@ std::vector<char*> pointers(std::vector<std::string>& words) {
 
 char state_of(pid_t pid) {
     std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-    const std::string line{std::istreambuf_iterator<char>(stat), {}};
+    std::string line;
+    std::getline(stat, line);  // nothing, if the process ends in this moment
     const size_t name_end = line.rfind(") ");
     return name_end == std::string::npos ? ' ' : line[name_end + 2];
 }
