@@ -52,7 +52,7 @@ TEST(Characters, AreTheSameFromEveryColumnAsFromTheStart) {
             const std::string_view character = std::string_view(line).substr(all[i]);
             EXPECT_EQ(kpe_utf8_character(character).bytes, all[i + 1] - all[i]) << line;
         }
-        for (const size_t columns : {0, 1, 5, 50}) {
+        for (const size_t columns : {0u, 1u, 5u, 50u}) {
             const size_t start = kpe_view_start(line, line.size(), columns);
             EXPECT_LE(kpe_view_columns(line, start, line.size(), 100), columns) << line;
             if (start == 0) continue;
