@@ -497,7 +497,7 @@ void KeyDecoder::report_text(const Report& report) {
     if (shift && report.shifted != 0 && !latin)
         code = report.shifted;
     else if (shift && is_printable_ascii(code))
-        code = kpe_to_upper(static_cast<char>(code));
+        code = static_cast<unsigned char>(kpe_to_upper(static_cast<char>(code)));
     if (report.text.empty()) type_code(code, alt);
     for (std::string_view left = report.text; !left.empty();) {
         type_code(number_of(left), alt);
