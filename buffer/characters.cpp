@@ -261,8 +261,8 @@ Before character_before(std::string_view line, size_t at) {
 }  // namespace
 
 size_t kpe_view_columns(std::string_view line, size_t from, size_t to, size_t most) {
+    size_t columns = to - std::min(to, std::max(from, line.size()));
     to = std::min(to, line.size());
-    size_t columns = 0;
     while (to > from && columns <= most) {
         const Before before = character_before(line, to);
         to = before.start;
@@ -272,7 +272,10 @@ size_t kpe_view_columns(std::string_view line, size_t from, size_t to, size_t mo
 }
 
 size_t kpe_view_start(std::string_view line, size_t to, size_t columns) {
-    to = std::min(to, line.size());
+    const size_t behind = to - std::min(to, line.size());
+    if (behind >= columns) return to - columns;
+    columns -= behind;
+    to -= behind;
     while (to > 0) {
         const Before before = character_before(line, to);
         if (before.columns > columns) break;

@@ -37,8 +37,8 @@ size_t kpe_utf8_size(std::string_view text);
 // The bytes of a code point, which must be valid.
 std::string kpe_utf8_of(char32_t code);
 
-// Columns of the view: an ASCII byte counts as one, even if it is shown in several cells. In a UTF-8 locale any other
-// character counts as its cells, in other locales every byte as one.
+// Columns of the view, also those behind the end of the line: an ASCII byte counts as one, even if it is shown in
+// several cells. In a UTF-8 locale any other character counts as its cells, in other locales every byte as one.
 //
 // How far apart two columns of the line are, from <= to; most + 1 if it is more than most.
 size_t kpe_view_columns(std::string_view line, size_t from, size_t to, size_t most);

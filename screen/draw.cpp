@@ -163,8 +163,7 @@ long long Editor::cursor_x(std::string_view line, long long gutter, int cols) co
     const auto most = static_cast<size_t>(gutter + std::max(cols, 1));
     const bool right = cursor_col_ >= left_col_;
     const size_t from = right ? left_col_ : cursor_col_, to = right ? cursor_col_ : left_col_;
-    const size_t behind = to - std::min(to, std::max(from, line.size()));  // columns behind the end of the line
-    const long long columns = as_signed(std::min(kpe_view_columns(line, from, to, most) + behind, most + 1));
+    const long long columns = as_signed(kpe_view_columns(line, from, to, most));
     return right ? gutter + columns : gutter - columns;
 }
 
