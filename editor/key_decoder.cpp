@@ -173,14 +173,6 @@ std::optional<int> control_byte(int code) {
     return std::nullopt;
 }
 
-// The code point of a valid character.
-int code_point(std::string_view character) {
-    const auto lead = static_cast<unsigned char>(character[0]);
-    int code = lead & (character.size() == 2 ? 0x1f : character.size() == 3 ? 0x0f : 0x07);
-    for (const char c : character.substr(1)) code = code << 6 | (static_cast<unsigned char>(c) & 0x3f);
-    return code;
-}
-
 // How many bytes a character of UTF-8 has that begins with lead; 0 if none does.
 size_t utf8_size_by_lead(unsigned char lead) {
     if (lead < 0xc2 || lead > 0xf4) return 0;
@@ -266,7 +258,7 @@ bool KeyDecoder::decode_character(bool no_more) {
     if (size == 0 || kpe_utf8_size(bytes_) != size)
         drop_broken(1);
     else
-        take_key(size, KPE_CHARACTER + code_point(bytes_.substr(0, size)));
+        take_key(size, KPE_CHARACTER + static_cast<int>(kpe_utf8_character(bytes_.substr(0, size)).code));
     return true;
 }
 
