@@ -118,6 +118,16 @@ const std::string& LineStore::at(size_t row) const {
     return tree_->chunk(at).string(at.row);
 }
 
+void LineStore::append_text(std::string& text, size_t first, size_t last, size_t room_behind) const {
+    size_t bytes = text.size() + room_behind;
+    for (const LineRun& run : runs(first, last)) bytes += run.bytes.size() + (run.terminated ? 0 : 1);
+    text.reserve(bytes);
+    for (const LineRun& run : runs(first, last)) {
+        text.append(run.bytes);
+        if (!run.terminated) text.push_back('\n');
+    }
+}
+
 LineStore LineStore::slice(size_t first, size_t last) const {
     LineTreeBuilder out;
     if (tree_) out.add_rows(*tree_, first, last);

@@ -63,6 +63,10 @@ public:
     // A store of rows [first, last), as far as they exist. Shares bytes and whole chunks.
     LineStore slice(size_t first, size_t last) const;
 
+    // Adds rows [first, last), as far as they exist, to text, each with "\n". The room is taken at once, with so many
+    // bytes behind them.
+    void append_text(std::string& text, size_t first, size_t last, size_t room_behind = 0) const;
+
     // The runs that rows [first, last) lie in, as far as they exist. The store must not change meanwhile.
     LineRuns<LineStore> runs(size_t first = 0, size_t last = SIZE_MAX) const {
         return {*this, first, std::min(last, size())};

@@ -87,23 +87,12 @@ void TextBuffer::replace_lines(const LineStore& lines) {
 std::string TextBuffer::text() const {
     if (is_blank()) return {};
     std::string text;
-    append_rows(text, 0, line_count());
+    lines_.append_text(text, 0, line_count());
     if (!final_newline_ && !text.empty()) text.pop_back();
     return text;
 }
 
 bool TextBuffer::is_blank() const { return line_count() == 1 && length(0) == 0; }
-
-// Adds rows [first, last), each with "\n". The room is taken at once, with so many bytes behind them.
-void TextBuffer::append_rows(std::string& text, size_t first, size_t last, size_t room_behind) const {
-    size_t bytes = text.size() + room_behind;
-    for (const LineRun& run : lines_.runs(first, last)) bytes += run.bytes.size() + (run.terminated ? 0 : 1);
-    text.reserve(bytes);
-    for (const LineRun& run : lines_.runs(first, last)) {
-        text.append(run.bytes);
-        if (!run.terminated) text.push_back('\n');
-    }
-}
 
 // --- Lines ---
 
@@ -202,7 +191,7 @@ std::string TextBuffer::delete_range(size_t first, size_t last) {
     last = std::min(last, line_count() - 1);
     if (first > last) return {};
     std::string removed;
-    append_rows(removed, first, last + 1);
+    lines_.append_text(removed, first, last + 1);
     remove_rows(first, last);
     return removed;
 }

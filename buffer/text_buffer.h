@@ -135,7 +135,6 @@ private:
     template <typename Lines>
     void append_any(const Lines& lines);
     void remove_rows(size_t first, size_t last);
-    void append_rows(std::string& text, size_t first, size_t last, size_t room_behind = 0) const;
     LineStore lines_to(size_t row) const;
     std::string& edit_row(size_t row, size_t room);
     std::string cut_bytes(size_t row, size_t col, size_t count);

@@ -23,12 +23,6 @@ bool holds_breaks(const LineStore& rows) {
     return false;
 }
 
-std::string joined(const LineStore& rows) {
-    std::string text;
-    for (size_t row = 0; row < rows.size(); ++row) text.append(rows.view(row)).push_back('\n');
-    return text;
-}
-
 }  // namespace
 
 // --- Insertions ---
@@ -74,7 +68,11 @@ void TextBuffer::insert_text(size_t& row, size_t& col, std::string_view text) {
 
 void TextBuffer::insert_rows_as_text(size_t& row, size_t& col, const LineStore& rows) {
     if (rows.empty()) return;
-    if (holds_breaks(rows)) return insert_text(row, col, joined(rows));
+    if (holds_breaks(rows)) {
+        std::string text;
+        rows.append_text(text, 0, rows.size());
+        return insert_text(row, col, text);
+    }
     LineStore added = rows;
     const size_t new_rows = added.size();
     const size_t at = std::min(col, length(row));
@@ -232,7 +230,7 @@ std::string TextBuffer::text_in_span(size_t r1, size_t c1, size_t r2, size_t c2)
     if (r1 == r2) return c1 < c2 ? std::string(view(r1).substr(c1, c2 - c1)) : std::string();
     std::string text(view(r1).substr(c1));
     text.push_back('\n');
-    append_rows(text, r1 + 1, r2, c2);
+    lines_.append_text(text, r1 + 1, r2, c2);
     return text.append(view(r2).substr(0, c2));
 }
 

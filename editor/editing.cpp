@@ -19,15 +19,6 @@ char flipped_case(char c) {
     return up != c ? up : kpe_to_lower(c);
 }
 
-std::string joined_rows(const LineStore& rows) {
-    std::string text;
-    for (const LineRun& run : rows.runs()) {
-        text.append(run.bytes);
-        if (!run.terminated) text += '\n';
-    }
-    return text;
-}
-
 // The byte column behind the blank at which a line of this text breaks, or else behind what is width columns wide.
 size_t break_after(std::string_view text, size_t width) {
     const size_t most = kpe_view_end(text, width);
@@ -104,7 +95,9 @@ void Editor::undelete_line() {
     if (delete_line_buffer_.empty()) {
         message_ = "No deleted line";
     } else if (case_mode_ == "LOWER" || case_mode_ == "UPPER") {
-        paste_text(joined_rows(delete_line_buffer_));
+        std::string text;
+        delete_line_buffer_.append_text(text, 0, delete_line_buffer_.size());
+        paste_text(text);
     } else {
         buffer_.insert_rows_as_text(cursor_row_, cursor_col_, delete_line_buffer_);
         maybe_wrap_line();
