@@ -4,6 +4,7 @@
 #include <array>
 #include <utf8proc.h>
 
+#include "system/ascii.h"
 #include "system/locale.h"
 
 namespace {
@@ -14,8 +15,6 @@ constexpr size_t LONGEST = 4;  // bytes of a code point
 constexpr utf8proc_int32_t NO_CODE = -1, ZERO_WIDTH_JOINER = 0x200D, TEXT_STYLE = 0xFE0E, EMOJI_STYLE = 0xFE0F;
 
 bool is_ascii(char c) { return static_cast<unsigned char>(c) < 0x80; }
-
-bool is_continuation(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
 
 struct Code {
     utf8proc_int32_t value = NO_CODE;  // NO_CODE: the byte is no UTF-8
@@ -37,19 +36,19 @@ inline Code first_code(std::string_view text) {
     const auto byte = [&](size_t i) { return static_cast<utf8proc_int32_t>(static_cast<unsigned char>(text[i])); };
     const utf8proc_int32_t first = byte(0);
     if (first < 0x80) return {first, 1};
-    if (first > 0xE0 && first < 0xED && text.size() > 2 && is_continuation(text[1]) && is_continuation(text[2]))
+    if (first > 0xE0 && first < 0xED && text.size() > 2 && kpe_is_continuation(text[1]) && kpe_is_continuation(text[2]))
         return {(first & 0x0F) << 12 | (byte(1) & 0x3F) << 6 | (byte(2) & 0x3F), 3};
-    if (first >= 0xC2 && first < 0xE0 && text.size() > 1 && is_continuation(text[1]))
+    if (first >= 0xC2 && first < 0xE0 && text.size() > 1 && kpe_is_continuation(text[1]))
         return {(first & 0x1F) << 6 | (byte(1) & 0x3F), 2};
     return rare_code(text);
 }
 
 // Where the code point begins that holds the byte at col; col < text.size().
 size_t code_start(std::string_view text, size_t col) {
-    if (!is_continuation(text[col])) return col;
+    if (!kpe_is_continuation(text[col])) return col;
     for (size_t back = 1; back < LONGEST && back <= col; ++back) {
         const size_t start = col - back;
-        if (is_continuation(text[start])) continue;
+        if (kpe_is_continuation(text[start])) continue;
         return start + first_code(text.substr(start)).bytes > col ? start : col;
     }
     return col;

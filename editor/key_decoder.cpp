@@ -179,8 +179,6 @@ size_t utf8_size_by_lead(unsigned char lead) {
     return lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
 }
 
-bool is_continuation(unsigned char byte) { return (byte & 0xc0) == 0x80; }
-
 }  // namespace
 
 // A key that a sequence tells by its number: in kitty's protocol, and in xterm's form for all other keys.
@@ -250,7 +248,7 @@ bool KeyDecoder::skip_overlong(bool no_more) {
 bool KeyDecoder::decode_character(bool no_more) {
     const size_t size = utf8_size_by_lead(byte(0));
     size_t there = 1;
-    while (there < std::min(size, bytes_.size()) && is_continuation(byte(there))) ++there;
+    while (there < std::min(size, bytes_.size()) && kpe_is_continuation(bytes_[there])) ++there;
     if (there < size && there == bytes_.size()) {
         if (no_more) drop_broken(there);
         return no_more;

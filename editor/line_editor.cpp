@@ -107,8 +107,9 @@ std::string common_start(const std::vector<std::string>& words) {
         const auto differs = std::mismatch(common.begin(), common.end(), word.begin(), word.end()).first;
         common.erase(differs, common.end());
     }
-    const auto is_inside = [&](size_t at) { return (static_cast<unsigned char>(words.front()[at]) & 0xc0) == 0x80; };
-    while (!common.empty() && common.size() < words.front().size() && is_inside(common.size())) common.pop_back();
+    const std::string& first = words.front();
+    while (!common.empty() && common.size() < first.size() && kpe_is_continuation(first[common.size()]))
+        common.pop_back();
     return common;
 }
 

@@ -10,6 +10,7 @@
 
 #include "files/file_writer.h"
 #include "files/state_directory.h"
+#include "system/ascii.h"
 #include "system/file_work.h"
 
 namespace {
@@ -24,8 +25,6 @@ std::string local_time() {
     std::array<char, 32> text{};
     return {text.data(), std::strftime(text.data(), text.size(), "%Y%m%d-%H%M%S", &local)};
 }
-
-bool is_continuation(unsigned char c) { return (c & 0xc0) == 0x80; }
 
 // How many bytes follow the first one of a UTF-8 character; 0 for any other byte.
 int bytes_behind(unsigned char c) { return c < 0xc2 || c > 0xf4 ? 0 : c < 0xe0 ? 1 : c < 0xf0 ? 2 : 3; }
@@ -96,14 +95,14 @@ std::vector<std::string> rescue_directories() {
 
 std::string kpe_safe_name(std::string_view name) {
     size_t size = std::min(name.size(), LONGEST_PART);
-    while (size < name.size() && size > 0 && is_continuation(static_cast<unsigned char>(name[size]))) --size;
+    while (size < name.size() && size > 0 && kpe_is_continuation(name[size])) --size;
     std::string safe;
     int inside = 0;  // bytes yet to come of a character
     for (const char byte : name.substr(0, size)) {
         const auto c = static_cast<unsigned char>(byte);
         // 0x80 to 0x9f control terminals that take them as bytes of their own, and as characters, behind 0xc2.
         const bool control = c < ' ' || c == 0x7f || (c >= 0x80 && c < 0xa0 && (inside == 0 || safe.back() == '\xc2'));
-        inside = inside > 0 && is_continuation(c) ? inside - 1 : bytes_behind(c);
+        inside = inside > 0 && kpe_is_continuation(byte) ? inside - 1 : bytes_behind(c);
         if (control && !safe.empty() && safe.back() == '\xc2') safe.back() = '_';
         safe += control || c == '/' ? '_' : byte;
     }

@@ -14,6 +14,8 @@ inline bool kpe_is_alpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' &&
 inline bool kpe_is_punct(char c) { return c > ' ' && c < 127 && !kpe_is_alpha(c) && !kpe_is_digit(c); }
 inline char kpe_to_upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 inline char kpe_to_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+// Whether c stands inside of a character of UTF-8, behind its first byte.
+inline bool kpe_is_continuation(char c) { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; }
 std::string_view kpe_trim(std::string_view text);
 // Takes the first line, without its "\n", from the start of text.
 std::string_view kpe_take_line(std::string_view& text);

@@ -5,6 +5,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "system/ascii.h"
 #include "system/input.h"
 #include "system/report.h"
 #include "system/terminal.h"
@@ -25,7 +26,7 @@ size_t columns(std::string_view line) {
     size_t columns = 0;
     for (const char c : line) {
         if (c == '\t') columns += TAB_STOP - columns % TAB_STOP;
-        if (c != '\t' && (static_cast<unsigned char>(c) & 0xc0) != 0x80) ++columns;
+        if (c != '\t' && !kpe_is_continuation(c)) ++columns;
     }
     return columns;
 }

@@ -55,7 +55,7 @@ size_t character_size(std::string_view text) {
     const size_t size = lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
     if (text.size() < size) return 0;
     for (size_t i = 1; i < size; ++i)
-        if ((byte(i) & 0xc0) != 0x80) return 0;
+        if (!kpe_is_continuation(text[i])) return 0;
     const auto bound = std::find_if(std::begin(SECOND_BYTES), std::end(SECOND_BYTES),
                                     [&](const SecondByte& row) { return row.lead == lead; });
     const bool outside = bound != std::end(SECOND_BYTES) && (byte(1) < bound->first || byte(1) > bound->last);
