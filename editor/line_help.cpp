@@ -1,7 +1,11 @@
 #include <algorithm>
+#include <cerrno>
 #include <span>
+#include <sys/stat.h>
 
+#include "config/n3_rzconfig.h"
 #include "editor/kpe.h"
+#include "editor/reasons.h"
 #include "files/file_reader.h"
 #include "system/ascii.h"
 #include "system/pages.h"
@@ -120,12 +124,16 @@ constexpr Topic TOPICS[] = {
     {"XLATE", XLATE}, {"RETAIN", RETAIN}, {"RANGE", RANGE},   {"FILES", FILES},   {"JOURNAL", JOURNAL},
 };
 
-// The lines of a user's own help text; false if it cannot be opened.
-bool print_file(const std::string& path, Pages& pages) {
+// The lines of a user's own help text. Returns 0, or the errno for which it cannot be opened.
+int print_file(const std::string& path, Pages& pages) {
+    struct stat there;
+    if (kpe_stat(path.c_str(), &there) != 0) return errno;
+    if (S_ISDIR(there.st_mode)) return EISDIR;
+    if (!S_ISREG(there.st_mode)) return ENOTSUP;  // to open a FIFO could take for ever
     const FileContent content = kpe_read_file(path, nullptr);
-    if (content.end == FileContent::End::Missing || content.end == FileContent::End::Refused) return false;
+    if (content.end == FileContent::End::Missing || content.end == FileContent::End::Refused) return content.error;
     for (std::string_view rest = content.block->bytes(); !rest.empty();) pages.say(kpe_take_line(rest));
-    return true;
+    return 0;
 }
 
 }  // namespace
@@ -134,8 +142,11 @@ bool print_file(const std::string& path, Pages& pages) {
 // find what they have asked for.
 void Editor::print_line_help(const std::string& topic) const {
     Pages pages;
-    const bool own = !help_name_.empty() && help_name_ != "KPEHELP" && file_exists(help_name_);
-    if (own && print_file(help_name_, pages)) return;
+    if (!help_name_.empty() && help_name_ != "KPEHELP") {
+        const int error = print_file(help_name_, pages);
+        if (error == 0) return;
+        pages.tell(kpe_why_unread(error, help_name_) + "; this is the help of kpe:");
+    }
     const std::string word = upper(trim(topic));
     if (word == "VERSION") {
         kpe_say_lines(kpe_version_banner() + "\n");
