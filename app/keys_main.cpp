@@ -58,6 +58,7 @@ public:
         return found;
     }
     bool has(Layer layer) const { return seen_[static_cast<size_t>(layer)]; }
+    bool has_alt() const { return has(Layer::Alt) || kpe_terminal_knows_protocol(); }  // with the protocol Alt works
 
     // For the startup file: commands, and comments that begin with "!".
     std::vector<std::string> startup_lines() const {
@@ -67,8 +68,7 @@ public:
             lines.emplace_back("! No digit of the keypad has come, but keys such as Home:");
             lines.emplace_back("SET KEYPAD EDITING");
         }
-        const bool alt = has(Layer::Alt) || kpe_terminal_knows_protocol();  // with the protocol Alt works
-        if (!has(Layer::Digits) && !has(Layer::Editing) && !alt) {
+        if (!has(Layer::Digits) && !has(Layer::Editing) && !has_alt()) {
             lines.emplace_back("! Neither the keypad nor Alt has come, so letters after GOLD:");
             for (const char* const line : GOLD_LETTERS) lines.emplace_back(line);
         }
@@ -141,9 +141,18 @@ std::string functions_of(int key) {
     return gold.empty() ? plain : plain + (plain.empty() ? "" : ", ") + "after GOLD " + gold;
 }
 
+// "Alt/s: save, Alt/x: save and leave, ..."
+std::string leaving_keys() {
+    std::string text;
+    for (const LayerKey& row : kpe_leaving_layer())
+        text += (text.empty() ? "" : ", ") + kpe_key_name(row.key) + ": " + functions_of(row.stands_for);
+    return text;
+}
+
 std::string what_it_does(int key) {
     if (key == KPE_PASTE) return "goes into the text as it is";
     if (key == KPE_NUM_LOCK) return "GOLD after SET NUMLOCK GOLD";
+    if (const int leaving = kpe_in_layer(kpe_leaving_layer(), key)) return "in kpe-editor: " + functions_of(leaving);
     const int meant = kpe_in_layer(kpe_alt_layer(), key);
     const int plain = meant ? meant : kpe_alt_character(key) ? 0 : kpe_plain_key(key);
     std::string text = functions_of(plain);
@@ -265,6 +274,7 @@ void print_result(const Terminal& terminal) {
     say("Digits of the keypad: ", Layer::Digits);
     say("Its - , . and Enter: ", Layer::Operators);
     say("Alt: ", Layer::Alt);
+    if (terminal.has_alt()) kpe_say(true, "In kpe-editor " + leaving_keys());
     say("Bracketed paste: ", Layer::Paste);
     const std::vector<std::string> lines = terminal.startup_lines();
     kpe_say(true, lines.empty() ? "Nothing has to be set." : "For the startup file, KPE.INI in the home directory:");
