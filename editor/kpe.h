@@ -519,6 +519,8 @@ private:
     std::string prompt_line_dir(const std::string& prompt, std::optional<Direction>* dir);
     // As prompt_line_dir. If leaves is true, Ctrl/Z at the empty prompt is returned as the answer "\032".
     std::string read_prompt(const std::string& prompt, std::optional<Direction>* dir, bool leaves);
+    // Whether the next key is Y. Every other one means no, and does nothing else.
+    bool ask_by_key(const std::string& question);
     std::optional<int> read_key_to_define(const std::string& message);
     void prompt_find();
     void prompt_insert_literal();

@@ -91,8 +91,7 @@ void Editor::save_and_leave_key() {
 
 void Editor::leave_key() {
     if (!file_is_as_wanted()) {
-        const std::string answer = prompt_line("Leave without saving the changes? Y or N: ");
-        if (answer != "y" && answer != "Y") {
+        if (!ask_by_key("Leave without saving the changes? Y: leave, N or Esc: go on ")) {
             tell_how_to_leave();
             return;
         }

@@ -86,6 +86,14 @@ std::string Editor::read_prompt(const std::string& prompt, std::optional<Directi
     }
 }
 
+bool Editor::ask_by_key(const std::string& question) {
+    const int key = read_key([&](bool anew) {
+        if (anew || screen_stale_) compose_screen();
+        show_prompt(question, "");
+    });
+    return key == 'y' || key == 'Y';
+}
+
 void Editor::prompt_find() {
     std::optional<Direction> dir;
     const std::string answer = prompt_line_dir("Search for: ", &dir);
