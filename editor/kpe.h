@@ -362,6 +362,9 @@ private:
     // whether it was written: the policy may leave a file alone that holds the text already.
     bool save_for_leaving(TextBuffer& main_buffer, std::string& path, bool& written);
     bool save_by_key();  // the same, told on the message row
+    // Before a key or a command is read, for sessions that never write: tells a user once that the text was changed and
+    // that this goes into no file.
+    void tell_unsaved_change();
     void save_key();
     void save_and_leave_key();
     void leave_key();
@@ -535,6 +538,7 @@ private:
 
     // --- Session and files ---
     SessionPolicy policy_;
+    bool unsaved_change_told_ = false;         // see tell_unsaved_change
     std::string filename_;                     // resolved path of the file being edited
     std::optional<std::string> command_file_;  // from -command
     bool no_command_ = false;                  // no startup command file at all

@@ -10,6 +10,7 @@
 namespace {
 
 constexpr const char* HOW_TO_LEAVE = "Alt/x saves and leaves, Alt/q leaves; or Ctrl/Z, then EXIT or QUIT. Help: F2";
+constexpr const char* NEVER_SAVED = "Read only: changes will not be saved";
 constexpr const char* HOW_TO_GO_ON = "EXIT saves and leaves, QUIT leaves, CHANGE goes back to the screen";
 
 }  // namespace
@@ -78,9 +79,19 @@ bool Editor::save_by_key() {
     const bool saved = save_for_leaving(stored_buffer("MAIN"), path, written);
     if (saved && current_buffer_name_ == "MAIN") buffer_.clear_modified();
     message_ = saved ? (written ? "Saved " : "No changes in ") + path : "Unable to write " + path;
+    if (!saved && policy_.never_writes) message_ = "Read only: nothing is saved. Alt/q leaves";
     if (!saved && path.empty()) message_ = "The text has no file: Ctrl/Z, then WRITE and a name";
     if (!saved) kpe_beep();
     return saved;
+}
+
+void Editor::tell_unsaved_change() {
+    if (!policy_.never_writes || unsaved_change_told_ || !newest_text("MAIN").modified()) return;
+    unsaved_change_told_ = true;
+    if (g_curses_active)
+        message_ = NEVER_SAVED;
+    else
+        tell_user(NEVER_SAVED);
 }
 
 void Editor::save_key() { save_by_key(); }

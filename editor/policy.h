@@ -31,6 +31,7 @@ struct SessionPolicy {
     bool status_tells = false;
     // The journal lies in the state directory, and also goes at ends that do not save.
     bool private_journal = false;
+    // Nothing is written, and who changes the text all the same is told so once.
     bool never_writes = false;
     bool writes_unchanged = true;      // leaving writes the text of a file that holds it already
     bool versions_by_settings = true;  // the environment, the configuration or the startup file may switch versions on

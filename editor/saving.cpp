@@ -82,6 +82,7 @@ bool Editor::apply_rms_lines(const LineStore& lines, const FileForm& form, const
 
 Editor::Written Editor::write_lines_file(const std::string& path, const LineStore& lines, const FileForm& form,
                                          bool must_be_new) {
+    why_unwritten_ = "The option -R was given, with which nothing is written";
     if (policy_.never_writes) return Written::Failed;
     kpe_flush();  // the file may be the terminal or the pipe that the output goes to
     note_used_file(path);

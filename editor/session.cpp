@@ -117,6 +117,7 @@ int Editor::line_mode() {
         greet();
     while (!input_ended_) {
         kpe_forget_interrupt();  // a late Ctrl/C belongs to the command before
+        tell_unsaved_change();
         const auto line = read_command();
         if (!line || g_kpe_end_signal) break;
         append_journal_line(*line);

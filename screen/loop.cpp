@@ -46,6 +46,7 @@ void Editor::screen_loop() {
     snap_cursor();
     for (bool done = false; !done && !input_ended_;) {
         screen_stale_ = true;
+        tell_unsaved_change();
         const int key = read_key();
         if (input_ended_) return;
         if (debug_keys_) last_key_debug_ = key_debug_name(key);
