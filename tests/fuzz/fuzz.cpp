@@ -19,9 +19,9 @@
 #include "pseudo_terminal.h"
 #include "unit/scratch.h"
 
-// kpe_fuzz lines|keys: whole sessions of the program made by chance, in a sandbox from which nothing can be reached.
-// KPE_FUZZ_SECONDS (2) says how long, KPE_FUZZ_SEED runs one session alone. The status is 1 when a session failed,
-// 77 where no sandbox can be made.
+// kpe_fuzz lines|keys|prompt: whole sessions of the program made by chance, in a sandbox from which nothing can be
+// reached. KPE_FUZZ_SECONDS (2) says how long, KPE_FUZZ_SEED runs one session alone. The status is 1 when a session
+// failed, 77 where no sandbox can be made.
 
 namespace {
 
@@ -144,6 +144,38 @@ std::vector<string> typed_characters(Chance& chance, const Words& words) {
     return pieces;
 }
 
+// Commands, and keys that edit a line: whole ones, and ones that are cut off in a piece or in the middle.
+std::vector<string> typed_at_prompt(Chance& chance, const Words& words) {
+    constexpr string_view KEYS[] = {"\t",     "\r",     "\x16",   "\x7f",   "\x13\x11",  "\x1b\x7f",   "\x1b[A",
+                                    "\x1b[B", "\x1b[C", "\x1b[D", "\x1b[H", "\x1b[F",    "\x1b[3~",    "\x1bOA",
+                                    "\x1bOD", "\x1b[",  "\x1bO",  "\x1b[2", "\x1b[1;5D", "\x1b[97;5u", "\x1b[?62c"};
+    constexpr string_view TYPED[] = {"a",      "5",      " ",          "\u0301", "\u00e9",
+                                     "\u6f22", "\u200d", "\U0001f1e9", "\xc3",   "\xff"};
+    const auto letter_from = [&](int first) {
+        return string(1, static_cast<char>(first + static_cast<int>(chance.below(26))));
+    };
+    std::vector<string> pieces = {""};
+    for (size_t keys = 1 + chance.below(120); keys > 0; --keys) {
+        const string lines = command_line(chance, words) + "\n" + command_line(chance, words);
+        const string kinds[] = {letter_from('\x01'),
+                                "\x1b" + letter_from('a'),
+                                chance.one_of(KEYS),
+                                chance.one_of(TYPED),
+                                command_line(chance, words),
+                                command_line(chance, words) + "\r",
+                                "\x1b[200~" + lines + "\x1b[201~"};
+        string key = chance.one_of(kinds);
+        if (chance.below(9) == 0) key.resize(chance.below(key.size() + 1));
+        if (chance.below(99) == 0) key.append(5000, 'x');
+        const bool ends = key == "\x03" || key == "\x04" || key == "\x13";  // the session, or all output
+        if (ends && chance.below(9) > 0) continue;
+        if (chance.below(3) == 0) pieces.emplace_back();
+        pieces.back() += key;
+    }
+    for (const char* leaving : {"\x1b[201~", "\r", "\x1a", "\r", ".\r", "\r"}) pieces.emplace_back(leaving);
+    return pieces;
+}
+
 // All is undone and redone, in half of the sessions undone again, and then they end. WRITE ends redoing.
 std::vector<string> checks(bool undone, const string& end) {
     string undo, redo;
@@ -165,21 +197,24 @@ std::set<string> in_tmp() {
 
 class Session {
 public:
-    Session(bool on_terminal, unsigned long seed)
-        : on_terminal_(on_terminal), text_(on_terminal && seed % 3 == 0 ? CHARACTERS : TEXT) {
+    Session(const string& kind, unsigned long seed)
+        : on_terminal_(kind != "lines"),
+          resizes_(kind == "prompt"),
+          text_(kind == "keys" && seed % 3 == 0 ? CHARACTERS : TEXT) {
         Chance chance(seed);
         static const Words words;
-        const auto typed = !on_terminal ? typed_lines : text_ == TEXT ? typed_keys : typed_characters;
+        const auto keys = text_ == TEXT ? typed_keys : typed_characters;
+        const auto typed = kind == "prompt" ? typed_at_prompt : on_terminal_ ? keys : typed_lines;
         pieces_ = typed(chance, words);
         for (const string& piece : pieces_) typed_ += piece;
         if (says("\x03")) sent_.insert(SIGINT);
         if (says("\x1c")) sent_.insert(SIGQUIT);
-        for (const string& piece : checks(seed % 2 == 0, on_terminal ? "\r" : "\n")) pieces_.push_back(piece);
+        for (const string& piece : checks(seed % 2 == 0, on_terminal_ ? "\r" : "\n")) pieces_.push_back(piece);
         dir_.put("t.txt", text_);
         dir_.put("u.txt", "second\r\nfile\n");
         dir_.put("c.kpe", "TYPE\nFIND alpha\n! a comment\nSET COMMAND c.kpe\n");
         string session = "exec " KPE_PROGRAM " t.txt";
-        if (!on_terminal) {
+        if (!on_terminal_) {
             string input;
             for (const string& piece : pieces_) input += piece;
             session += " <" + dir_.put("io/in", input) + " >io/out 2>io/err";
@@ -236,6 +271,7 @@ private:
             const bool waits = on_terminal_ && rest.empty() && terminal.waits_for_input();
             const bool over = waits || now > start + MOST_PRESSED;
             if (waits && piece < pieces_.size()) {
+                if (resizes_ && piece % 3 == 0) resize(terminal, piece);
                 rest = pieces_[piece++];
             } else if (!sent_.contains(SIGTERM) && (over || now > pressed)) {
                 pressed = now + BETWEEN_PRESSES;
@@ -246,6 +282,12 @@ private:
         while (terminal.read(output_) > 0) {
         }
         return true;
+    }
+    // To a size that the number stands for, also to ones that hold next to nothing.
+    static void resize(PseudoTerminal& terminal, size_t number) {
+        constexpr int MOST_ROWS = 30, MOST_COLUMNS = 90, STEP = 37;
+        const int size = static_cast<int>(number) * STEP;
+        terminal.resize(1 + size % MOST_ROWS, 1 + size % MOST_COLUMNS);
     }
     bool says(const char* word) const { return typed_.find(word) != typed_.npos; }
     // Whether no state of the text had to be forgotten.
@@ -273,7 +315,7 @@ private:
 
     const std::set<string> before_ = in_tmp();  // what the sandbox needs from there, if the sources lie below it
     Scratch dir_;
-    bool on_terminal_;
+    bool on_terminal_, resizes_;
     string_view text_;    // of the file: what is typed into CHARACTERS may break none
     std::set<int> sent_;  // signals
     std::vector<string> pieces_;
@@ -296,7 +338,7 @@ int run_sessions(const string& kind) {
     const auto end = Clock::now() + std::chrono::seconds(setting("KPE_FUZZ_SECONDS", 2));
     unsigned sessions = 0;
     for (unsigned long seed = only ? only : std::random_device{}(); sessions == 0 || Clock::now() < end; ++seed) {
-        Session session(kind == "keys", seed);
+        Session session(kind, seed);
         ++sessions;
         if (const string fault = session.fault(); !fault.empty()) {
             const string input = FAILED + ("/" + kind + "-" + std::to_string(seed));
@@ -314,8 +356,8 @@ int run_sessions(const string& kind) {
 
 int main(int argc, char** argv) {
     const string kind = argc > 1 ? argv[1] : "";
-    if (kind != "lines" && kind != "keys") {
-        std::fprintf(stderr, "usage: kpe_fuzz lines|keys\n");
+    if (kind != "lines" && kind != "keys" && kind != "prompt") {
+        std::fprintf(stderr, "usage: kpe_fuzz lines|keys|prompt\n");
         return 2;
     }
     if (argc > 2) return run_sessions(kind);
