@@ -115,7 +115,20 @@ std::string common_start(const std::vector<std::string>& words) {
 
 }  // namespace
 
-void LineEditor::key(int key) {
+// Whether the cursor is behind "CHANGE ;": in the words for CHANGE an Escape ends the text that INSERT takes.
+bool LineEditor::in_command_string() const {
+    const std::string_view before = std::string_view(line_).substr(0, cursor_);
+    for (size_t sign = before.find(';'); sign != before.npos; sign = before.find(';', sign + 1)) {
+        const std::string_view command = kpe_trim(before.substr(0, sign));
+        const auto letters = std::find_if_not(command.rbegin(), command.rend(), kpe_is_alpha).base();
+        std::string verb(letters, command.end());
+        std::transform(verb.begin(), verb.end(), verb.begin(), kpe_to_upper);
+        if (verb == "C" || verb == "CHANGE") return true;
+    }
+    return false;
+}
+
+void LineEditor::key(int key, bool text_follows) {
     if (literal_) {
         literal_ = false;
         if (key == KPE_LINEFEED) return finish();
@@ -127,6 +140,13 @@ void LineEditor::key(int key) {
     const KeyTable::Row* row = KeyTable::find(key);
     const bool modified = !kpe_is_character(key) && (key & MODIFIERS) != 0;
     if (!row && modified && (key & ~MODIFIERS) >= FIRST_CODE) row = KeyTable::find(key & ~MODIFIERS);
+    const int behind_escape = key - KPE_ALT;
+    const bool alt = behind_escape >= 0 && behind_escape < FIRST_CODE;
+    if ((key == KPE_ESCAPE || (alt && (!row || text_follows))) && in_command_string()) {
+        type("\033");
+        if (alt) this->key(behind_escape, text_follows);
+        return;
+    }
     if (row) return (this->*row->run)();
     const std::string text = modified ? "" : text_of(key);
     if (text.empty())

@@ -25,8 +25,9 @@ public:
     LineEditor(std::string prompt, LineHistory* history, const Completer& completer)
         : prompt_(std::move(prompt)), history_(history), completer_(completer) {}
 
-    // Takes a key, as KeyDecoder makes it.
-    void key(int key);
+    // Takes a key, as KeyDecoder makes it. text_follows: more bytes have come with it, so it may be no key at all but
+    // Escape and a character of a text.
+    void key(int key, bool text_follows = false);
     // Puts text in at the cursor as it is.
     void type(std::string_view text);
     void clear();
@@ -75,6 +76,7 @@ private:
     void newer();
     void search();
 
+    bool in_command_string() const;
     size_t word_end() const;
     void cut(size_t from, size_t to);
     void show_history(size_t index);

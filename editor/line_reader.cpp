@@ -245,7 +245,7 @@ void TypedLine::take_key(int key) {
         editor_.type({&CTRL_Z, 1});
         if (editor_.line().find_first_not_of(" \t\032") == std::string::npos) editor_.finish();
     } else {
-        editor_.key(usual_key(key));
+        editor_.key(usual_key(key), text_follows_);
     }
 }
 
