@@ -54,12 +54,13 @@ Completion next_words(std::string_view text, const std::vector<std::string>& phr
     return {from, {words.begin(), words.end()}};
 }
 
-// A line break in a name would end the command.
-bool can_be_typed(std::string_view name) {
-    return std::none_of(name.begin(), name.end(), [](char c) { return (c >= 0 && c < ' ') || c == 127; });
+// A line break in a name would end the command, and a blank would end the name that has to be one word.
+bool can_be_typed(std::string_view name, bool one_word) {
+    const char first = one_word ? '!' : ' ';
+    return std::none_of(name.begin(), name.end(), [=](char c) { return (c >= 0 && c < first) || c == 127; });
 }
 
-std::vector<std::string> files_like(const std::string& start) {
+std::vector<std::string> files_like(const std::string& start, bool one_word) {
     const size_t name_at = start.rfind('/') == start.npos ? 0 : start.rfind('/') + 1;
     const std::string directory = start.substr(0, name_at), name = start.substr(name_at);
     std::vector<std::string> files;
@@ -67,7 +68,8 @@ std::vector<std::string> files_like(const std::string& start) {
     for (fs::directory_iterator entry(directory.empty() ? "." : directory, failed), end; !failed && entry != end;
          entry.increment(failed)) {
         const std::string found = entry->path().filename().string();
-        if (!found.starts_with(name) || (name.empty() && found.starts_with('.')) || !can_be_typed(found)) continue;
+        if (!found.starts_with(name) || (name.empty() && found.starts_with('.'))) continue;
+        if (!can_be_typed(found, one_word)) continue;
         std::error_code unknown;
         files.push_back(directory + found + (entry->is_directory(unknown) ? "/" : ""));
     }
@@ -114,7 +116,7 @@ std::optional<Completion> Editor::completion(std::string_view before) {
         if (place.names == Names::Buffers) return names(buffers_, typed, "");
         if (place.names == Names::Macros) return names(macro_names_, typed, "");
         if (place.names == Names::Files)
-            return Completion{before.size() - typed.size(), files_like(std::string(typed))};
+            return Completion{before.size() - typed.size(), files_like(std::string(typed), place.one_word)};
         Completion found = next_words(upper_case(typed), phrases);
         found.from += before.size() - typed.size();
         for (std::string& verb : found.words) verb = in_case_of(typed, verb);
@@ -125,6 +127,6 @@ std::optional<Completion> Editor::completion(std::string_view before) {
     Completion found = next_words(command, phrases);
     found.from += start;
     for (std::string& phrase : found.words) phrase = in_case_of(word, phrase);
-    const bool arguments = found.words.empty() && command.find(' ') != command.npos;
-    return arguments ? std::nullopt : std::optional(found);
+    const bool only_letters = std::all_of(command.begin(), command.end(), kpe_is_alpha);
+    return found.words.empty() && !only_letters ? std::nullopt : std::optional(found);
 }
