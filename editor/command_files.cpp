@@ -126,7 +126,9 @@ void Editor::run_command_file(const std::string& path, bool verbose) {
     note_used_file(path);
     TextBuffer file;
     if (!file.load(path)) {
-        if (verbose) kpe_warn("?Unable to open command file " + path);
+        const std::string complaint = "Unable to open command file " + path;
+        kpe_complain(/*report=*/false, complaint);  // counts, but is shown on standard error
+        if (verbose) kpe_warn("?" + complaint);
         tell_unreadable(path);
         return;
     }

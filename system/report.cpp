@@ -141,7 +141,6 @@ void kpe_complain(bool report, std::string_view what) {
 size_t kpe_complaints() { return g_complaints; }
 
 void kpe_warn(std::string_view line) {
-    if (line.starts_with('?')) ++g_complaints;
     kpe_flush();
     const bool terminal = isatty(STDERR_FILENO) != 0;
     const std::string text = (terminal ? harmless(line) : std::string(line)) + "\n";

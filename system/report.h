@@ -16,7 +16,7 @@ void kpe_say_lines(std::string_view text);              // lines with "\n" betwe
 void kpe_say(bool report, std::string_view line);       // line + "\n"; nothing without report
 void kpe_complain(bool report, std::string_view what);  // "?" + what + "\n"; nothing without report
 void kpe_warn(std::string_view line);                   // line + "\n" on standard error
-// How many lines that begin with "?" these two were given until now, printed or not.
+// How many lines kpe_complain was given until now, printed or not. What people are told by kpe_warn does not count.
 size_t kpe_complaints();
 // Sends bytes to standard error as they are, for a question that is wiped out when it is answered. Never for text.
 void kpe_ask_reader(std::string_view bytes);
