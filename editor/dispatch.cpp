@@ -282,6 +282,8 @@ Editor::CommandResult Editor::change_command(const Call& call) {
         execute_nokeypad_string(trim(call.args.substr(1)), call.report);
         return CommandResult::Continue;
     }
+    // A startup file asks for it in vain: the session begins on the screen, and the place to show is not known yet.
+    if (policy_.begins_on_screen && !begun_on_screen_ && command_file_depth_ > 0) return CommandResult::Continue;
     if (keypad_mode_ != "NOKEYPAD") return CommandResult::EnterScreenMode;
     append_journal_line("CHANGE");
     nokeypad_mode();

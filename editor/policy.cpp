@@ -16,8 +16,7 @@ constexpr const char* HOW_TO_GO_ON = "EXIT saves and leaves, QUIT leaves, CHANGE
 }  // namespace
 
 void Editor::begin_on_screen() {
-    if (kpe_screen_size().rows > 0) return;  // the startup file has shown it, and Ctrl/Z has left it
-    if (!may_enter_screen()) return;         // the commands can be typed, or come from a script
+    if (!may_enter_screen()) return;  // the commands can be typed, or come from a script
     if (message_.empty()) tell_how_to_leave();
     begun_on_screen_ = true;
     if (keypad_mode_ == "NOKEYPAD")
@@ -81,6 +80,7 @@ bool Editor::save_by_key() {
     message_ = saved ? (written ? "Saved " : "No changes in ") + path : "Unable to write " + path;
     if (!saved && policy_.never_writes) message_ = "Read only: nothing is saved. Alt/q leaves";
     if (!saved && path.empty()) message_ = "The text has no file: Ctrl/Z, then WRITE and a name";
+    if (!saved && !path.empty() && !policy_.never_writes) message_ += ": " + why_unwritten_;
     if (!saved) kpe_beep();
     return saved;
 }

@@ -48,6 +48,7 @@ int Editor::run() {
     if (!policy_.versions_by_settings) versioning_ = false;
     filename_ = resolve_read_path(filename_);
     load_current_file();
+    const std::string told_of_file = message_;
     buffers_["PASTE"] = TextBuffer();
     current_buffer_name_ = "MAIN";
     if (startup) {
@@ -60,6 +61,7 @@ int Editor::run() {
     }
     if (!policy_.versions_by_settings) versioning_ = false;
     if (recover_) try_recover_journal();
+    if (policy_.begins_on_screen) message_ = told_of_file;  // what the commands of the startup file say is no news
     go_to_asked_place();
     if (policy_.begins_on_screen) begin_on_screen();
     return line_mode();
@@ -89,7 +91,10 @@ void Editor::tell_unread() {
     if (error == 0 || buffer_.load_state() == TextBuffer::Load::Missing) return;
     const bool part = buffer_.line_count() > 1 || buffer_.length(0) > 0;
     const std::string reason = error == ENOMEM ? "not enough memory" : std::strerror(error);
-    tell_user((part ? "?Only a part of " + filename_ + " is shown: " : "?Unable to read " + filename_ + ": ") + reason);
+    const std::string told =
+        (part ? "?Only a part of " + filename_ + " is shown: " : "?Unable to read " + filename_ + ": ") + reason;
+    if (policy_.begins_on_screen) message_ = told;  // the screen hides what was told before it
+    tell_user(told);
 }
 
 void Editor::greet() const {
