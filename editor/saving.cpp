@@ -4,6 +4,7 @@
 
 #include "config/n3_rzconfig.h"
 #include "editor/kpe.h"
+#include "editor/on_screen.h"
 #include "editor/reasons.h"
 #include "files/file_writer.h"
 #include "system/file_work.h"
@@ -167,7 +168,10 @@ bool Editor::do_save(bool verbose) {
 }
 
 void Editor::save_and_exit_now(bool show_eob) {
+    const bool from_screen = g_curses_active && isatty(STDOUT_FILENO) != 0;
     kpe_safe_endwin();
+    // The caller may have left words on this row, as git does.
+    if (from_screen && policy_.leaving_keys && kpe_can_edit_lines()) kpe_send_to_terminal("\r\033[K");
     keep_history();
     save_current_buffer_state();
     TextBuffer& main_buffer = stored_buffer("MAIN");
