@@ -163,7 +163,7 @@ bool FileWriter::State::open_existing() {
     if (at_its_name && text.make(dir.fd(), base, old.st_mode & OWNER_ONLY)) return true;
     if (at_its_name && !refused()) return false;
     way = Way::InPlace;
-    return text.make_elsewhere();
+    return text.make_elsewhere(target.fd());
 }
 
 // Sends what was gathered, and last behind it.

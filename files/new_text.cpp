@@ -8,6 +8,7 @@
 
 #include "files/file_attributes.h"
 #include "files/safety_copy.h"
+#include "files/state_directory.h"
 #include "system/ascii.h"
 
 namespace {
@@ -82,8 +83,8 @@ bool NewText::make_named(mode_t mode) {
     return file_.is_open();
 }
 
-bool NewText::make_elsewhere() {
-    file_ = kpe_make_nameless_state_file();
+bool NewText::make_elsewhere(int target) {
+    file_ = kpe_make_nameless_state_file(kpe_lives_in_memory(target));
     return file_.is_open();
 }
 

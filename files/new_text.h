@@ -23,7 +23,8 @@ public:
     NewText& operator=(const NewText&) = delete;
 
     bool make(int dir, const std::string& base, mode_t mode);
-    bool make_elsewhere();  // makes it among the safety copies, from where it can only be copied
+    // Makes it among the safety copies for the file target, from where it can only be copied.
+    bool make_elsewhere(int target);
     int fd() const { return file_.fd(); }
     bool sync();
     bool name();      // gives it a name beside the old file if it has none; needed before replace()

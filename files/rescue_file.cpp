@@ -16,7 +16,7 @@
 namespace {
 
 constexpr size_t LONGEST_PART = 90;  // bytes: two parts, time and process stay below the 255 of a file name
-constexpr mode_t OWNER_ONLY = 0600, OWNERS_DIRECTORY = 0700;
+constexpr mode_t OWNER_ONLY = 0600;
 
 std::string local_time() {
     const std::time_t now = std::time(nullptr);
@@ -28,21 +28,6 @@ std::string local_time() {
 
 // How many bytes follow the first one of a UTF-8 character; 0 for any other byte.
 int bytes_behind(unsigned char c) { return c < 0xc2 || c > 0xf4 ? 0 : c < 0xe0 ? 1 : c < 0xf0 ? 2 : 3; }
-
-// The directory (path ends in "/"), made private; one that is somebody else's, or was put there as a link, is none.
-FileHandle open_directory(const std::string& path) {
-    kpe_make_directories(path);
-    const std::string plain = path.substr(0, path.size() - 1);  // behind a "/" a link would be followed
-    FileHandle directory(open(plain.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    struct stat st;
-    if (!directory.is_open() || fstat(directory.fd(), &st) != 0) return {};
-    if (st.st_uid != geteuid()) {
-        errno = EACCES;
-        return {};
-    }
-    if ((st.st_mode & 07777) != OWNERS_DIRECTORY) fchmod(directory.fd(), OWNERS_DIRECTORY);
-    return directory;
-}
 
 // A new file in the directory whose name begins with name; path is its path.
 FileHandle make_file(const FileHandle& directory, const std::string& name, std::string& path) {
@@ -61,7 +46,7 @@ FileHandle make_file(const FileHandle& directory, const std::string& name, std::
 
 RescuedText write_text(const std::string& directory_path, const std::string& name, const KpeWriteText& write) {
     RescuedText text;
-    if (const FileHandle directory = open_directory(directory_path); directory.is_open()) {
+    if (const FileHandle directory = kpe_open_private_directory(directory_path); directory.is_open()) {
         text.path = directory_path;
         text.file = make_file(directory, name, text.path);
     }
@@ -80,13 +65,27 @@ void remove_text(const RescuedText& text) {
     rmdir(text.path.substr(0, text.path.rfind('/')).c_str());
 }
 
-std::vector<std::string> rescue_directories() {
+std::string own_directory(const std::string& shared) {
+    return shared + "kpe-rescue-" + std::to_string(geteuid()) + "/";
+}
+
+// Directories in shared directories: somebody else may have taken the first name.
+void add_shared(std::vector<std::string>& directories, const std::string& shared) {
+    std::string own = own_directory(shared);
+    directories.push_back(own);
+    own.back() = '-';
+    directories.push_back(kpe_unlikely_name(own) + "/");
+}
+
+std::vector<std::string> rescue_directories(const std::string& edited) {
     std::vector<std::string> directories = kpe_state_directories();
     for (std::string& directory : directories) directory += "rescue/";
-    for (const std::string& shared : kpe_temporary_directories()) {
-        const std::string own = shared + "kpe-rescue-" + std::to_string(geteuid());
-        directories.push_back(own + "/");
-        directories.push_back(kpe_unlikely_name(own + "-") + "/");  // somebody else may have taken that name
+    for (const std::string& shared : kpe_temporary_directories()) add_shared(directories, shared);
+    if (!edited.empty() && kpe_lives_in_memory(edited)) {
+        if (const std::string runtime = kpe_env_directory("XDG_RUNTIME_DIR"); !runtime.empty())
+            directories.insert(directories.begin(), runtime + "/kpe/rescue/");
+        add_shared(directories, "/dev/shm/");
+        kpe_keep_in_memory(directories);
     }
     return directories;
 }
@@ -110,12 +109,22 @@ std::string kpe_safe_name(std::string_view name) {
     return safe;
 }
 
+std::vector<std::string> kpe_rescue_directories() {
+    std::vector<std::string> directories = kpe_state_directories();
+    for (std::string& directory : directories) directory += "rescue/";
+    if (const std::string runtime = kpe_env_directory("XDG_RUNTIME_DIR"); !runtime.empty())
+        directories.push_back(runtime + "/kpe/rescue/");
+    for (const std::string& shared : kpe_temporary_directories()) directories.push_back(own_directory(shared));
+    directories.push_back(own_directory("/dev/shm/"));
+    return directories;
+}
+
 RescuedText kpe_rescue_text(const std::string& edited, const std::string& buffer, const KpeWriteText& write) {
     const std::string name = kpe_safe_name(edited.substr(edited.rfind('/') + 1)) + "-" + kpe_safe_name(buffer) + "-" +
                              local_time() + "-" + std::to_string(getpid());
     RescuedText longest;
     int error = 0;
-    for (const std::string& directory : rescue_directories()) {
+    for (const std::string& directory : rescue_directories(edited)) {
         RescuedText text = write_text(directory, name, write);
         if (error == 0) error = text.error;
         if (size_of(text) > size_of(longest)) std::swap(text, longest);

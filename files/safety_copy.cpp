@@ -11,10 +11,16 @@
 
 namespace {
 
-// In order of preference.
-std::vector<std::string> copy_directories() {
+// In order of preference. in_memory: for a text that lives in memory only, and must not get to a disk.
+std::vector<std::string> copy_directories(bool in_memory) {
     std::vector<std::string> directories = kpe_state_directories();
     directories.push_back(kpe_temporary_directories().front());
+    if (in_memory) {
+        if (const std::string runtime = kpe_env_directory("XDG_RUNTIME_DIR"); !runtime.empty())
+            directories.insert(directories.begin(), runtime + "/kpe/");
+        directories.push_back("/dev/shm/");
+        kpe_keep_in_memory(directories);
+    }
     return directories;
 }
 
@@ -42,7 +48,7 @@ class SafetyCopy {
 public:
     // Goes on to the next directory when one has no room.
     bool make(int old, off_t size, const std::string& label) {
-        for (const std::string& directory : copy_directories())
+        for (const std::string& directory : copy_directories(kpe_lives_in_memory(old)))
             if (make_in(directory, old, size, label)) return true;
         return false;
     }
@@ -108,19 +114,19 @@ bool put_back(const Overwrite& files, int copy, off_t size) {
 
 }  // namespace
 
-FileHandle kpe_make_state_file(const std::string& prefix, std::string& path) {
+FileHandle kpe_make_state_file(const std::string& prefix, std::string& path, bool in_memory) {
     FileHandle file;
-    for (const std::string& directory : copy_directories())
+    for (const std::string& directory : copy_directories(in_memory))
         if (file = make_file(directory, prefix, path); file.is_open()) break;
     return file;
 }
 
-FileHandle kpe_make_nameless_state_file() {
+FileHandle kpe_make_nameless_state_file(bool in_memory) {
     FileHandle file;
-    for (const std::string& directory : copy_directories())
+    for (const std::string& directory : copy_directories(in_memory))
         if (file = make_nameless(directory); file.is_open()) return file;
     std::string path;
-    file = kpe_make_state_file(".kpe-", path);
+    file = kpe_make_state_file(".kpe-", path, in_memory);
     if (file.is_open() && kpe_retry([&] { return unlink(path.c_str()); }) != 0) file = FileHandle();
     return file;
 }

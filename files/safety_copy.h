@@ -7,13 +7,14 @@
 #include "files/file_handle.h"
 
 // Copies of texts are put into the first directory that takes them. kpe_state_directories() are tried first, then
-// kpe_temporary_directories().
+// kpe_temporary_directories(). A text that lives in memory only (in_memory, kpe_lives_in_memory) is copied to memory
+// only: below $XDG_RUNTIME_DIR, or to /dev/shm.
 
 // Makes a new file of mode 0600 in such a directory, open for reading and writing. path gets its path. Missing
 // directories are made with mode 0700. The handle is not open, and errno is set, if no directory takes a file.
-FileHandle kpe_make_state_file(const std::string& prefix, std::string& path);
+FileHandle kpe_make_state_file(const std::string& prefix, std::string& path, bool in_memory);
 // The same for a file without a name, which vanishes when it is closed or the process ends.
-FileHandle kpe_make_nameless_state_file();
+FileHandle kpe_make_nameless_state_file(bool in_memory);
 // Copies the open file fd, or its first size bytes, to such a directory, and syncs the copy and the directory. label is
 // a short name without "/" that the copy's name begins with; path gets the copy's path. On failure returns false with
 // errno set, and leaves nothing behind.
