@@ -157,6 +157,60 @@ LineRun LineChunk::run_to(size_t row, size_t limit) const {
     return {first, row + 1 - first, {view(first).data(), bytes}, true};
 }
 
+// --- Comparing ---
+
+namespace {
+
+bool is_same(const LineChunk::Line& a, const LineChunk::Line& b) {
+    return a.slice.data() == b.slice.data() && a.slice.size() == b.slice.size() && (!a.edited() || a.own == b.own);
+}
+
+}  // namespace
+
+// Whether both chunks were made of the same lines of a block, so that they differ in edits at most.
+bool LineChunk::same_slice(const LineChunk& other) const {
+    const Slice *a = std::get_if<Slice>(&body_), *b = std::get_if<Slice>(&other.body_);
+    return a && b && a->base == b->base && a->stride == b->stride && a->starts == b->starts && rows_ == other.rows_;
+}
+
+size_t LineChunk::count_same(const LineChunk& other, size_t row) const {
+    if (same_slice(other)) {
+        const auto &a = std::get<Slice>(body_).edits, &b = std::get<Slice>(other.body_).edits;
+        auto in_a = edit_from(a, row);
+        auto in_b = edit_from(b, row);
+        while (in_a != a.end() && in_b != b.end() && in_a->row == in_b->row && in_a->own == in_b->own) ++in_a, ++in_b;
+        const size_t end_a = in_a == a.end() ? rows_ : in_a->row, end_b = in_b == b.end() ? rows_ : in_b->row;
+        return std::min(end_a, end_b) - row;
+    }
+    const Mixed *a = std::get_if<Mixed>(&body_), *b = std::get_if<Mixed>(&other.body_);
+    if (!a || !b) return 0;
+    size_t count = 0;
+    for (const size_t most = std::min(rows_, other.rows_) - row; count < most; ++count)
+        if (!is_same(a->lines[row + count], b->lines[row + count])) break;
+    return count;
+}
+
+size_t LineChunk::count_same_back(size_t row, const LineChunk& other, size_t other_row) const {
+    if (row == other_row && same_slice(other)) {
+        const auto &a = std::get<Slice>(body_).edits, &b = std::get<Slice>(other.body_).edits;
+        auto end_a = edit_from(a, row);
+        auto end_b = edit_from(b, row);
+        const auto same_last = [&] {
+            return (end_a - 1)->row == (end_b - 1)->row && (end_a - 1)->own == (end_b - 1)->own;
+        };
+        while (end_a != a.begin() && end_b != b.begin() && same_last()) --end_a, --end_b;
+        const size_t begin_a = end_a == a.begin() ? 0 : (end_a - 1)->row + 1;
+        const size_t begin_b = end_b == b.begin() ? 0 : (end_b - 1)->row + 1;
+        return row - std::max(begin_a, begin_b);
+    }
+    const Mixed *a = std::get_if<Mixed>(&body_), *b = std::get_if<Mixed>(&other.body_);
+    if (!a || !b) return 0;
+    size_t count = 0;
+    for (const size_t most = std::min(row, other_row); count < most; ++count)
+        if (!is_same(a->lines[row - 1 - count], b->lines[other_row - 1 - count])) break;
+    return count;
+}
+
 // --- Changes ---
 
 void LineChunk::put(size_t row, std::shared_ptr<EditedLine> own) {

@@ -84,6 +84,11 @@ public:
     LineRun run_to(size_t row, size_t limit) const;
     LineRuns<LineChunk> runs() const { return {*this, 0, rows_}; }
 
+    // How many rows from row on (count_same), and how many in front of row (count_same_back), lie at the same place in
+    // memory in both chunks. Both chunks have these rows. Fewer are counted if that takes a look at each line's bytes.
+    size_t count_same(const LineChunk& other, size_t row) const;
+    size_t count_same_back(size_t row, const LineChunk& other, size_t other_row) const;
+
     std::string& edit(size_t row,
                       size_t room);  // for changing the line in place; room is by how many bytes it will grow
     void set(size_t row, std::string_view text);
@@ -110,6 +115,7 @@ private:
     const std::shared_ptr<EditedLine>* edited_text(size_t row) const;  // null if the row is untouched
     void put(size_t row, std::shared_ptr<EditedLine> own);
     bool adjoin(size_t row) const;
+    bool same_slice(const LineChunk& other) const;
 
     size_t rows_ = 0;
     std::variant<Slice, Mixed> body_;

@@ -105,8 +105,20 @@ public:
     void add_differences(const LineStore& newer, Differences& to) const noexcept;  // fewer if memory runs out
     static void settle(Differences& left) noexcept;
 
+    // Where this store differs from an older one, of which it is a changed copy: rows [first, first + old_rows) of the
+    // older store have become rows [first, first + rows). The rows in front and behind have the same bytes in both.
+    // Parts that both share are not looked at. May throw std::bad_alloc.
+    struct Difference {
+        size_t first = 0, old_rows = 0, rows = 0;
+        bool none() const { return old_rows == 0 && rows == 0; }
+    };
+    Difference difference_to(const LineStore& older) const;
+    // Whether both are copies of which none was changed since.
+    bool is_copy_of(const LineStore& other) const { return tree_ == other.tree_; }
+
 private:
     friend class RowRewriter;  // gives new texts to many rows at once
+    friend class RowPairs;     // compares rows
     explicit LineStore(std::shared_ptr<LineTree> tree) : tree_(std::move(tree)) {}
     static LineStore cut(const std::shared_ptr<Block>& block, Returns returns);
     struct Spot;

@@ -1,51 +1,14 @@
 #include <algorithm>
 #include <new>
-#include <type_traits>
 
 #include "buffer/edited_line.h"
 #include "buffer/line_store.h"
 #include "buffer/line_tree.h"
+#include "buffer/tree_difference.h"
 
 namespace {
 
-// Some parts of a level, one behind the other.
-template <typename Part>
-struct Parts {
-    const LineLevel<Part>& level;
-    size_t first, last;  // [first, last)
-
-    size_t count() const { return last - first; }
-    size_t start() const { return level.start(first); }
-    size_t rows() const { return first == last ? 0 : level.entries[last - 1].end - start(); }
-};
-
-// What lies in these parts, put together.
-template <typename Part>
-LineLevel<Part> joined(const Parts<LineLevel<Part>>& parts) {
-    LineLevel<Part> all;
-    for (size_t i = parts.first; i < parts.last; ++i)
-        for (const auto& entry : parts.level.entries[i].part->entries) all.add(entry.part);
-    return all;
-}
-
-// Calls use(old, anew) with the chunks between those that both have in front and those that both have behind.
-template <typename Part, typename Use>
-void each_difference(const LineLevel<Part>& old, const LineLevel<Part>& anew, const Use& use) {
-    const auto &a = old.entries, &b = anew.entries;
-    size_t front = 0, back = 0;
-    const size_t most = std::min(a.size(), b.size());
-    while (front < most && a[front].part == b[front].part) ++front;
-    while (back < most - front && a[a.size() - 1 - back].part == b[b.size() - 1 - back].part) ++back;
-    const Parts<Part> rest_a{old, front, a.size() - back}, rest_b{anew, front, b.size() - back};
-    if constexpr (std::is_same_v<Part, LineChunk>)
-        use(rest_a, rest_b);
-    else if (rest_a.count() == 1 && rest_b.count() == 1)
-        each_difference(*a[front].part, *b[front].part, use);
-    else
-        each_difference(joined(rest_a), joined(rest_b), use);
-}
-
-using Chunks = Parts<LineChunk>;
+using Chunks = LineParts<LineChunk>;
 
 struct Row {
     LineChunk* chunk = nullptr;  // null: there is none
@@ -113,7 +76,7 @@ LineStore::Thinned LineStore::thin(const LineStore& newer) const noexcept {
     Thinned thinned;
     if (!tree_ || !newer.tree_ || tree_ == newer.tree_) return thinned;
     try {
-        each_difference(*tree_, *newer.tree_, [&](const Chunks& old, const Chunks& anew) {
+        kpe_each_difference(*tree_, *newer.tree_, 0, [&](const Chunks& old, const Chunks& anew, size_t) {
             each_long_line(old, anew, [&](const Row& row, const Partners& partners) {
                 auto line = row.chunk->edited_line(row.row);
                 if (!line || !line->is_difference()) thin_line(row, partners);
@@ -133,7 +96,7 @@ LineStore::Thinned LineStore::thin(const LineStore& newer) const noexcept {
 void LineStore::add_differences(const LineStore& newer, Differences& to) const noexcept {
     if (!tree_ || !newer.tree_ || tree_ == newer.tree_) return;
     try {
-        each_difference(*tree_, *newer.tree_, [&](const Chunks& old, const Chunks& anew) {
+        kpe_each_difference(*tree_, *newer.tree_, 0, [&](const Chunks& old, const Chunks& anew, size_t) {
             each_long_line(old, anew, [&](const Row& row, const Partners&) {
                 auto line = row.chunk->edited_line(row.row);
                 if (line && line->is_difference()) to.push_back(std::move(line));
