@@ -15,9 +15,11 @@
 
 #include "buffer/match.h"
 #include "buffer/text_buffer.h"
+#include "buffer/write_rows.h"
 #include "editor/line_editor.h"
 #include "editor/line_history.h"
 #include "editor/policy.h"
+#include "editor/recorder.h"
 #include "files/file_handle.h"
 #include "files/journal_file.h"
 #include "system/idle.h"
@@ -314,24 +316,18 @@ private:
     static std::string strip_vms_version(const std::string& path);
     std::string resolve_read_path(const std::string& path) const;
     std::string resolve_write_path(const std::string& path) const;
-    // What a file had beside the text of its lines, and gets again.
-    struct FileForm {
-        bool returns = false;   // a carriage return in front of each line break
-        bool open_end = false;  // no line break behind the last line
-    };
     // Hands the bytes of a file that holds the lines to put, piece by piece: each row with a line break. Under SET RMS
     // FIXED the rows become records of exactly rms_fixed_len_ bytes, each with a line break: an empty row becomes one
     // record of blanks, a long row several records, and blanks fill the last of them. It works in pieces because a
     // record may be far longer than its text. Returns false as soon as put returns false.
-    using PutBytes = std::function<bool(std::string_view)>;
-    bool apply_rms_lines(const LineStore& lines, const FileForm& form, const PutBytes& put) const;
+    bool apply_rms_lines(const LineStore& lines, const TextForm& form, const KpePut& put) const;
     enum class Written { Done, Failed, Taken };  // Taken: it had to be new, and somebody else made it first
     // Writes the lines to path as text, or as records under SET RMS FIXED. The file always ends with a line break,
     // except that one empty line makes an empty file. After a failure the old file is as it was.
-    Written write_lines_file(const std::string& path, const LineStore& lines, const FileForm& form, bool must_be_new);
+    Written write_lines_file(const std::string& path, const LineStore& lines, const TextForm& form, bool must_be_new);
     // Writes the lines to the file that a write of name uses; path gets its path, also after a failure. If another
     // session takes that version first, the next free one is used. A file that could not be read whole is refused.
-    bool save_lines(const LineStore& lines, const FileForm& form, const std::string& name, std::string& path);
+    bool save_lines(const LineStore& lines, const TextForm& form, const std::string& name, std::string& path);
     // The same for a buffer. It counts as saved if path belongs to its own file.
     bool save_buffer_to_path(TextBuffer& buf, const std::string& name, std::string& path);
     // Behind the message of a write that failed: tells the user at a terminal why. It tells it on the screen as well.
@@ -396,6 +392,30 @@ private:
     // Ends the process now if a signal has asked for that. While curses has the terminal it does nothing. It is called
     // between commands, where every text is whole.
     void obey_end_signal();
+
+    // --- The recovery log: editor/recovery.cpp ---
+    bool wants_recording() const;
+    // From now on changes of the file that was loaded are recorded. Other buffers are recorded once they change.
+    void begin_recording();
+    void record_from(const std::string& path, const FileState& file, const LineStore& text, bool from_file);
+    // The file path, which is that of this session, holds the text now; as_it_is: and nothing else, such as records.
+    void record_saved(const std::string& path, const FileState& file, const LineStore& text, bool as_it_is);
+    // Records what has changed since the last call. It is called before kpe waits for a key or a line, so that whatever
+    // the screen shows is in the log.
+    void record_changes();
+    // Records what the current buffer will hold when the lines that are being typed are inserted.
+    void record_ahead(const TextBuffer& text);
+    void commit_record();
+    // The file was read, and holds this text: what is copied from it is not repeated in the log.
+    void record_source(const std::string& path, const FileState& file, const LineStore& text);
+    bool discards_text() const;  // whether a text, PASTE aside, would be gone if the session ended now
+    void end_recording_unsaved();
+    void end_recording_rescued();
+    enum class Recovery { AtTerminal, On, Off };
+    void switch_recovery(Recovery how);
+    void tell_unsaved_changes();
+    // Under a policy that recovers a text: it becomes that of the file, as a change that can be undone.
+    void take_recovered_text();
 
     // --- Journal: editor/journal.cpp ---
     std::string journal_path() const;
@@ -556,7 +576,7 @@ private:
     std::optional<LineRange> sticky_range_;  // set by RANGE
     std::map<char, char> xlate_map_;
     bool file_existed_ = false;
-    FileForm file_form_;                    // of filename_
+    TextForm file_form_;                    // of filename_
     std::optional<LineStore> edited_text_;  // what filename_ held when it was last read or written, if that is known
     bool walk_failed_ = false;              // NEXT or PREVIOUS could not save the file that they left
     bool begun_on_screen_ = false;
@@ -653,13 +673,17 @@ private:
     // --- Texts that must not be lost ---
     struct Rescued {
         FileHandle file;
-        std::string message;
+        std::string path, message;
     };
     std::map<std::string, LineStore> on_disk_;  // by buffer name: the text that was last loaded or saved
     std::vector<Rescued> rescued_;              // files that the user was not told of yet
     bool lost_some_ = false;                    // a text could not be kept whole
     static Editor* after_crash_;                // the editor whose texts are rescued after a crash
     bool at_terminal_ = false;                  // standard input was a terminal at the start
+
+    // --- The recovery log ---
+    SessionRecorder recorder_;
+    Recovery recovery_ = Recovery::AtTerminal;
 
     // --- The journal ---
     JournalFile journal_;  // the journal that lines were appended to last

@@ -67,6 +67,8 @@ constexpr Spelling SPELLINGS[] = {
     {"SET CLIPBOARD", "SET-CLIPBOARD"},           {"SET NOCLIPBOARD", "SET-NOCLIPBOARD"},
     {"SET CLIPBOARD ON", "SET-CLIPBOARD"},        {"SET CLIPBOARD OFF", "SET-NOCLIPBOARD"},
     {"SET HISTORY", "SET-HISTORY"},               {"SET NOHISTORY", "SET-NOHISTORY"},
+    {"SET RECOVERY", "SET-RECOVERY", "ON"},       {"SET NORECOVERY", "SET-RECOVERY", "OFF"},
+    {"SET RECOVERY ON", "SET-RECOVERY", "ON"},    {"SET RECOVERY OFF", "SET-RECOVERY", "OFF"},
     {"SET VERSIONING", "SET-VERSIONING", "ON"},   {"SET NOVERSIONING", "SET-VERSIONING", "OFF"},
     // SHOW
     {"SHOW NUMBERS", "SHOW-NUMBERS"},       {"SHOW NUMBER", "SHOW-NUMBERS"},   {"SHOW BUFFER", "SHOW-BUFFER"},
@@ -83,6 +85,7 @@ constexpr Spelling SPELLINGS[] = {
     {"SHOW KEY", "SHOW-KEY"},               {"SHOW KEYS", "SHOW-KEY"},         {"SHOW ENTITY", "SHOW-ENTITY"},
     {"SHOW WORD", "SHOW-ENTITY"},           {"SHOW RMS", "SHOW-RMS"},          {"SHOW VERSIONING", "SHOW-VERSIONING"},
     {"SHOW CLIPBOARD", "SHOW-CLIPBOARD"},   {"SHOW NUMLOCK", "SHOW-NUMLOCK"},  {"SHOW HISTORY", "SHOW-HISTORY"},
+    {"SHOW RECOVERY", "SHOW-RECOVERY"},
 };
 
 // The beginning of a line; the arguments are what follows it. The first row that fits wins, and the rules for

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -20,7 +22,11 @@ struct SessionPolicy {
         std::string text;
     };
     std::vector<Place> places;  // of the first files of the list, in its order
-    std::string read_from;      // if not "": the text comes from this path, and has no file of its own
+    // If not "": the log or rescue file whose text takes the place of the first file's text, with what was changed
+    // until that time, in milliseconds since 1970.
+    std::string recovers;
+    int64_t recovers_until = std::numeric_limits<int64_t>::max();
+    std::string read_from;  // if not "": the text comes from this path, and has no file of its own
 
     // The session begins on the screen, and the message row says how to leave.
     bool begins_on_screen = false;

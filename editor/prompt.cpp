@@ -80,6 +80,7 @@ std::vector<std::string> files_like(const std::string& start, bool one_word) {
 }  // namespace
 
 std::optional<std::string> Editor::read_command() {
+    record_changes();
     LineRequest request = {.kind = LineRequest::Kind::Command, .history = history_ ? &line_history_ : nullptr};
     request.completer = [this](std::string_view before) { return completion(before); };
     return kpe_read_typed(policy_.shows_prompts ? prompt_ : "", request);

@@ -85,7 +85,7 @@ void Editor::keep_text(const std::string& name) {
     lost_some_ |= !kept.whole;
     if (kept.file.is_open())
         message = (kept.whole ? "T" + text.substr(1) : "?Only a part of " + text) + " is kept in " + kept.path;
-    rescued_.push_back({std::move(kept.file), message});
+    rescued_.push_back({std::move(kept.file), kept.path, message});
     on_disk_[name] = lines;  // or nowhere: it was told, and is not tried again
 }
 
@@ -126,6 +126,7 @@ bool Editor::rescue() {
         undo_stack_.clear();  // there may be no memory left, and nothing will be undone any more
         redo_stack_.clear();
         keep_texts();
+        end_recording_rescued();
         tell_kept();
         return !lost_some_;
     } catch (const std::exception&) {

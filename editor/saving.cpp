@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <unistd.h>
 
+#include "buffer/write_rows.h"
 #include "config/n3_rzconfig.h"
 #include "editor/kpe.h"
 #include "editor/on_screen.h"
@@ -17,23 +18,7 @@ namespace {
 
 constexpr size_t PIECE = size_t{64} << 10;
 
-using Put = std::function<bool(std::string_view)>;
-
-// The first rows, each with a line break. Untouched bytes are put in large pieces.
-bool put_rows(const LineStore& lines, size_t rows, const Put& put) {
-    for (const LineRun& run : lines.runs(0, rows))
-        if (!put(run.bytes) || (!run.terminated && !put("\n"))) return false;
-    return true;
-}
-
-// The same with a carriage return in front of each line break.
-bool put_rows_with_returns(const LineStore& lines, size_t rows, const Put& put) {
-    for (size_t row = 0; row < rows; ++row)
-        if (!put(lines.view(row)) || !put("\r\n")) return false;
-    return true;
-}
-
-bool put_blanks(size_t count, const Put& put) {
+bool put_blanks(size_t count, const KpePut& put) {
     const std::string blanks(std::min(count, PIECE), ' ');
     for (; count > 0; count -= std::min(count, PIECE)) {
         if (!put(std::string_view(blanks).substr(0, count))) return false;
@@ -41,7 +26,7 @@ bool put_blanks(size_t count, const Put& put) {
     return true;
 }
 
-bool put_records(std::string_view text, size_t length, const Put& put) {
+bool put_records(std::string_view text, size_t length, const KpePut& put) {
     do {
         const std::string_view piece = text.substr(0, length);
         text.remove_prefix(piece.size());
@@ -69,24 +54,21 @@ std::string Editor::resolve_write_path(const std::string& path) const {
     return n3rz::resolve_write_path(path, versioning_);
 }
 
-bool Editor::apply_rms_lines(const LineStore& lines, const FileForm& form, const PutBytes& put) const {
-    if (!rms_fixed_ || rms_fixed_len_ <= 0) {
-        const size_t ended = lines.size() - (form.open_end && !lines.empty() ? 1 : 0);
-        const bool good = form.returns ? put_rows_with_returns(lines, ended, put) : put_rows(lines, ended, put);
-        return good && (ended == lines.size() || put(lines.view(ended)));
-    }
+bool Editor::apply_rms_lines(const LineStore& lines, const TextForm& form, const KpePut& put) const {
+    if (!rms_fixed_ || rms_fixed_len_ <= 0) return kpe_put_rows(lines, form, put);
     for (size_t row = 0; row < lines.size(); ++row) {
         if (!put_records(lines.view(row), static_cast<size_t>(rms_fixed_len_), put)) return false;
     }
     return true;
 }
 
-Editor::Written Editor::write_lines_file(const std::string& path, const LineStore& lines, const FileForm& form,
+Editor::Written Editor::write_lines_file(const std::string& path, const LineStore& lines, const TextForm& form,
                                          bool must_be_new) {
     why_unwritten_ = "The option -R was given, with which nothing is written";
     if (policy_.never_writes) return Written::Failed;
     kpe_flush();  // the file may be the terminal or the pipe that the output goes to
     note_used_file(path);
+    recorder_.forget_source(path);
     const FileWork work(path);
     FileWriter file;
     const bool edited = path == filename_ || same_file(path, filename_);
@@ -106,6 +88,8 @@ Editor::Written Editor::write_lines_file(const std::string& path, const LineStor
     const bool empty_text = !records && lines.size() == 1 && lines.view(0).empty();
     bool good = empty_text || apply_rms_lines(lines, form, [&](std::string_view bytes) { return file.write(bytes); });
     if (lines.empty()) good = file.write("\n");
+    const bool own = edited || strip_vms_version(path) == strip_vms_version(filename_);
+    if (good && own) recorder_.note_saving(lines);
     if (!good || !file.commit()) {
         why_unwritten_ = kpe_why_unwritten(errno, path);
         if (!file.safety_copy().empty()) kpe_warn("?The old text is kept in " + file.safety_copy());
@@ -113,7 +97,8 @@ Editor::Written Editor::write_lines_file(const std::string& path, const LineStor
     }
     last_saved_path_ = path;
     if (edited) edited_file_ = file.made();
-    if (edited || strip_vms_version(path) == strip_vms_version(filename_)) note_edited_text(lines, !records);
+    if (own) note_edited_text(lines, !records);
+    if (own) record_saved(path, file.made(), lines, !records);
     // For people only: what a script reads of a save stays the same.
     if (!file.changed_copy().empty() && isatty(STDERR_FILENO))
         kpe_warn("?The file had changed on disk; what it held is kept in " + file.changed_copy());
@@ -126,7 +111,7 @@ void Editor::note_edited_text(const LineStore& lines, bool as_it_is) {
     if (as_it_is && asked_for) edited_text_ = lines;
 }
 
-bool Editor::save_lines(const LineStore& lines, const FileForm& form, const std::string& name, std::string& path) {
+bool Editor::save_lines(const LineStore& lines, const TextForm& form, const std::string& name, std::string& path) {
     for (;;) {
         path = resolve_write_path(name);
         why_unwritten_ = path.empty() ? "There is no name to write to" : "No name of a file holds a NUL";
@@ -188,6 +173,7 @@ void Editor::save_and_exit_now(bool show_eob) {
         }
         kpe_exit(2);
     }
+    recorder_.remove();
     delete_journal_file();
     const bool any_written = written || !last_saved_path_.empty();
     kpe_say(summary_, path + (any_written ? " " + std::to_string(main_buffer.line_count()) + " lines" : " unchanged"));
@@ -203,6 +189,7 @@ void Editor::quit_without_saving_now(bool report) {
     keep_history();
     save_current_buffer_state();
     const bool any = std::any_of(buffers_.begin(), buffers_.end(), [](const auto& b) { return b.second.modified(); });
+    end_recording_unsaved();
     kpe_say(report && any, "Changes discarded");
     if (policy_.private_journal) delete_journal_file();
     kpe_flush();
@@ -238,7 +225,9 @@ void Editor::walk_to_file(size_t index, bool verbose) {
     if (policy_.private_journal) delete_journal_file();
     keep_text("MAIN");                // it could not be saved then
     keep_text(current_buffer_name_);  // its text goes as well
+    end_recording_rescued();
     tell_kept();
+    record_source(filename_, edited_file_, on_disk_["MAIN"]);
     current_file_idx_ = index;
     filename_ = resolve_read_path(all_files_[index]);
     load_current_file();
@@ -248,6 +237,8 @@ void Editor::walk_to_file(size_t index, bool verbose) {
     // An older state belongs to the file that was left: bringing it back would write it over this one.
     undo_stack_.clear();
     redo_stack_.clear();
+    begin_recording();
+    tell_unsaved_changes();
     go_to_asked_place();
     if (!verbose) return;
     kpe_say(true, filename_);

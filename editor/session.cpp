@@ -62,6 +62,11 @@ int Editor::run() {
     if (!policy_.versions_by_settings) versioning_ = false;
     if (recover_) try_recover_journal();
     if (policy_.begins_on_screen) message_ = told_of_file;  // what the commands of the startup file say is no news
+    begin_recording();
+    if (policy_.recovers.empty())
+        tell_unsaved_changes();
+    else
+        take_recovered_text();
     go_to_asked_place();
     if (policy_.begins_on_screen) begin_on_screen();
     return line_mode();
@@ -109,6 +114,7 @@ void Editor::greet() const {
 
 void Editor::stop_after(size_t complaints) {
     if (!policy_.stops_at_complaint || kpe_complaints() == complaints) return;
+    end_recording_unsaved();
     kpe_safe_endwin();
     kpe_flush();
     kpe_exit(SessionPolicy::STATUS_STOPPED);
@@ -146,6 +152,7 @@ int Editor::line_mode() {
         if (!rescue()) status = STATUS_UNSAVED;
         kpe_limit_end(status);
     }
+    end_recording_unsaved();
     kpe_flush();
     return status;
 }

@@ -106,6 +106,13 @@ struct Editor::SettingTable {
         e.message_ = "Line numbers OFF";
         show_numbers(e, {}, report);
     }
+    static void set_recovery(Editor& e, const std::string& args, bool report) {
+        e.switch_recovery(args == "OFF" ? Recovery::Off : Recovery::On);
+        kpe_say(report, std::string("Recovery ") + kpe_on_off(e.wants_recording()));
+    }
+    static void show_recovery(Editor& e, const std::string&, bool report) {
+        kpe_say(report, std::string("Recovery: ") + kpe_on_off(e.wants_recording()));
+    }
     static void set_overstrike(Editor& e, const std::string&, bool report) {
         e.overstrike_ = true;
         kpe_say(report, e.message_ = "Overstrike mode");
@@ -297,6 +304,7 @@ const Editor::SettingTable::Own Editor::SettingTable::OWN[] = {
     {"SET-ENTITY",     set_entity},       {"SET-WORD-DELIM",    set_word_delim},  {"SHOW-ENTITY",     show_entity},
     {"SET-RMS",        set_rms},          {"SHOW-RMS",          show_rms},
     {"SET-VERSIONING", set_versioning},   {"SHOW-VERSIONING",   show_versioning},
+    {"SET-RECOVERY",   set_recovery},     {"SHOW-RECOVERY",     show_recovery},
 };
 // clang-format on
 

@@ -206,6 +206,7 @@ void Editor::substitute_single(const std::string& replacement, const Qualifiers&
     last_match_len_ = place->len;
     if (!q.query || !report) return replace_and_go_on(replacement, q, report);
 
+    record_changes();
     const auto answer = ask(cursor_row_, buffer_.view(cursor_row_), YES_OR_NO);
     if (check_abort(report) || !answer) return;
     if (*answer == "Y") return replace_and_go_on(replacement, q, report);
@@ -254,6 +255,7 @@ size_t Editor::ask_everywhere(const std::string& text) {
     while (const auto place = next_place(buffer_.lines(), row, col)) {
         cursor_row_ = row = place->row;
         cursor_col_ = place->col;
+        record_changes();
         const auto answer = ask(row, buffer_.view(row), YES_OR_NO);
         if (g_kpe_abort_requested || !answer) break;
         const bool yes = *answer == "Y";
@@ -304,6 +306,7 @@ void Editor::ask_in_rows(const LineRange& range, Substitution& rest) {
         for (size_t col = 0; !quit;) {
             const auto match = next_allowed({buffer_.view(row)}, col);
             if (!match || match->len == 0) break;
+            record_changes();
             const auto answer = ask(row, buffer_.view(row), YES_NO_ALL_OR_QUIT);
             quit = check_abort(/*report=*/true) || !answer || *answer == "Q";
             if (quit) break;

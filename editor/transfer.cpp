@@ -27,6 +27,7 @@
 namespace {
 
 constexpr char CTRL_Z = 26;
+constexpr size_t MOST_AT_ONCE = 64;  // lines that come faster than they are shown, before they are recorded
 
 // What system() does, but with signals in the child as they are for any other command. The command's wait
 // status, or -1 if it could not be run.
@@ -202,7 +203,10 @@ void Editor::include_file_command(const std::string& args, bool report) {
     }
     if (content.error == EISDIR && (report || g_curses_active)) tell_user("?" + kpe_why_unread(EISDIR, name));
     const LineStore lines = LineStore::from_block(content.block);
+    record_changes();
+    if (content.end == End::Whole) record_source(name, content.file, lines);
     buffer_.insert_lines(cursor_row_, lines);
+    record_changes();
     cursor_row_ += lines.size();
     if (content.end == End::Broken) tell("?Include file could not be read to its end: " + name);
 }
@@ -211,11 +215,15 @@ void Editor::insert_multiline(bool report) {
     const LineModePause pause;
     const CtrlZAsInput ctrl_z;
     std::vector<std::string> lines;
+    TextBuffer ahead = buffer_;  // with the lines so far, so that those are not lost by a crash
+    size_t row = cursor_row_, col = cursor_col_;
     const LineRequest request = {.kind = LineRequest::Kind::Inserted};
     std::string_view prompt = "";  // none at first
     while (auto line = kpe_read_typed(prompt, request)) {
         if (line->ends_with('\r')) line->pop_back();
         if (ends_insertion(*line)) break;
+        ahead.insert_text(row, col, apply_case_mode((lines.empty() ? "" : "\n") + *line));
+        if (!kpe_typed_ahead() || lines.size() % MOST_AT_ONCE == 0) record_ahead(ahead);
         lines.push_back(std::move(*line));
         if (report && policy_.shows_prompts) prompt = "_";
     }

@@ -65,6 +65,7 @@ void Editor::screen_loop() {
 
 int Editor::read_key(const std::function<void(bool anew)>& draw) {
     if (input_ended_) return ERR;
+    record_changes();
     const auto draw_first = [&](bool anew) {
         draw(anew);
         free_dropped_states();

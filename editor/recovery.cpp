@@ -1,0 +1,175 @@
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <new>
+#include <unistd.h>
+
+#include "buffer/kept_text.h"
+#include "buffer/log_replay.h"
+#include "editor/kpe.h"
+#include "system/report.h"
+
+namespace {
+
+// A log is repeated at the start, to see whether it says something new, if that takes no time.
+constexpr uint64_t SMALL_LOG = uint64_t{2} << 20, SMALL_TEXT = uint64_t{8} << 20;  // bytes
+
+// By this a file is known in logs, from whatever directory it is opened. The name may lead to no file yet.
+std::string absolute_path(const std::string& path) {
+    char real[PATH_MAX];
+    if (path.empty()) return "";
+    if (realpath(path.c_str(), real)) return real;
+    const size_t slash = path.rfind('/');
+    const std::string directory = slash == path.npos ? "." : path.substr(0, slash + 1);
+    return realpath(directory.c_str(), real) ? std::string(real) + "/" + path.substr(slash + 1) : path;
+}
+
+// Whether a reader of the file that the text was written to gets these lines: none holds a line break or ends in a
+// carriage return.
+bool reads_back(const LineStore& text) {
+    for (const LineRun& run : text.runs()) {
+        if (run.bytes.find('\r') != run.bytes.npos) return false;
+        const auto breaks = static_cast<size_t>(std::count(run.bytes.begin(), run.bytes.end(), '\n'));
+        if (breaks != (run.terminated ? run.rows : 0)) return false;
+    }
+    return true;
+}
+
+// "14:05" for today, else with the date.
+std::string time_of(int64_t milliseconds) {
+    const std::time_t then = milliseconds / 1000, now = std::time(nullptr);
+    std::tm local{}, today{};
+    localtime_r(&then, &local);
+    localtime_r(&now, &today);
+    const bool is_today = local.tm_year == today.tm_year && local.tm_yday == today.tm_yday;
+    char text[32];
+    return {text, std::strftime(text, sizeof text, is_today ? "%H:%M" : "%Y-%m-%d %H:%M", &local)};
+}
+
+}  // namespace
+
+bool Editor::wants_recording() const {
+    if (read_only_ || policy_.never_writes || std::getenv("KPE_NO_RECOVERY")) return false;
+    return recovery_ == Recovery::On || (recovery_ == Recovery::AtTerminal && at_terminal_);
+}
+
+void Editor::begin_recording() {
+    if (!wants_recording()) return recorder_.give_up();
+    const auto loaded = on_disk_.find("MAIN");
+    const bool whole = buffer_.load_state() != TextBuffer::Load::Broken && !edited_file_.is_special();
+    const bool from_file = whole && policy_.read_from.empty() && loaded != on_disk_.end();
+    record_from(filename_, edited_file_, from_file ? loaded->second : buffer_.lines(), from_file);
+    for (const auto& [name, text] : buffers_) recorder_.leave_out(name, newest_text(name).lines());
+}
+
+void Editor::record_from(const std::string& path, const FileState& file, const LineStore& text, bool from_file) {
+    LogHead head;
+    head.path = policy_.read_from.empty() ? absolute_path(path) : "";
+    head.file = file;
+    head.from_file = from_file;
+    head.line_ends_same = line_ends() == TextBuffer::LineEnds::Same;
+    head.returns = file_form_.returns;
+    head.open_end = file_form_.open_end;
+    recorder_.begin(head, text);
+}
+
+void Editor::record_saved(const std::string& path, const FileState& file, const LineStore& text, bool as_it_is) {
+    if (recorder_.is_on()) record_from(path, file, text, as_it_is && !file.is_special() && reads_back(text));
+}
+
+void Editor::record_changes() {
+    if (!recorder_.is_on()) return;
+    try {
+        recorder_.note(current_buffer_name_, buffer_.lines());
+        for (const auto& [name, text] : buffers_)
+            if (name != current_buffer_name_) recorder_.note(name, text.lines());
+        commit_record();
+    } catch (const std::bad_alloc&) {
+        recorder_.give_up();
+        tell_user("?No recovery log from here on: not enough memory");
+    }
+}
+
+void Editor::commit_record() {
+    if (!recorder_.commit()) tell_user(std::string("?No recovery log from here on: ") + std::strerror(errno));
+}
+
+void Editor::record_source(const std::string& path, const FileState& file, const LineStore& text) {
+    if (!file.is_special() && reads_back(text)) recorder_.add_source(absolute_path(path), file, text);
+}
+
+void Editor::record_ahead(const TextBuffer& text) {
+    if (!recorder_.is_on()) return;
+    recorder_.note(current_buffer_name_, text.lines());
+    commit_record();
+}
+
+bool Editor::discards_text() const {
+    const auto discards = [this](const auto& buffer) { return buffer.first != "PASTE" && is_only_here(buffer.first); };
+    return std::any_of(buffers_.begin(), buffers_.end(), discards);
+}
+
+void Editor::end_recording_unsaved() {
+    if (!recorder_.has_log()) return;
+    if (discards_text())
+        recorder_.end(LogEnd::Discarded);
+    else
+        recorder_.remove();
+}
+
+void Editor::end_recording_rescued() {
+    if (!recorder_.has_log()) return;
+    std::vector<std::string> paths;
+    for (const Rescued& text : rescued_) paths.push_back(text.path);
+    if (paths.empty() && !lost_some_)
+        recorder_.remove();
+    else
+        recorder_.end(LogEnd::Rescued, paths);
+}
+
+void Editor::switch_recovery(Recovery how) {
+    recovery_ = how;
+    if (recorder_.is_on() == wants_recording()) return;
+    recorder_.remove();
+    begin_recording();
+}
+
+// One line and no question: whoever wants to go on at once is not held up.
+void Editor::tell_unsaved_changes() try {
+    if (!wants_recording() || !at_terminal_ || isatty(STDERR_FILENO) == 0 || filename_.empty()) return;
+    if (!broken_file_.empty()) return;  // there are worse news
+    const std::string path = absolute_path(filename_), directory = kpe_recovery_directory(path);
+    if (directory.empty()) return;
+    for (const LogFile& log : kpe_list_logs(directory, path)) {
+        if (log.live || (log.end == LogEnd::Discarded && kpe_is_log_told(log.path))) continue;
+        LogReplay replay;
+        if (!replay.open(log.path) || replay.head().path != path || replay.changes() == 0) continue;
+        const bool small = log.size <= SMALL_LOG && edited_file_.size <= static_cast<off_t>(SMALL_TEXT);
+        if (small && replay.replay() && replay.obstacle().empty() && replay.says_nothing_new()) continue;
+        if (log.end == LogEnd::Discarded) kpe_note_log_told(log.path);
+
+        const std::string message =
+            "?Unsaved changes of " + time_of(replay.newest()) + " in " + filename_ + ": kpe-recover " + filename_;
+        tell_user(message);
+        if (policy_.begins_on_screen && message_.empty()) message_ = message;
+        return;
+    }
+} catch (const std::bad_alloc&) {  // whoever has no memory for that has other worries
+}
+
+// The text is in the log of this session before the older log goes.
+void Editor::take_recovered_text() {
+    KeptText kept;
+    if (!kpe_read_kept_text(policy_.recovers, kept, policy_.recovers_until))
+        return set_error("Unable to recover from " + policy_.recovers);
+    begin_undo_unit();
+    buffer_.set_lines(kept.text);
+    unit_open_ = false;
+    message_ = "Recovered: " + kpe_counted(kept.changes, "change") + ". Not saved yet";
+    if (!kept.obstacle.empty()) message_ = "?Recovered only in part: " + kept.obstacle;
+    record_changes();
+    if (kept.is_log && kept.changes == kept.all_changes && recorder_.has_log()) unlink(policy_.recovers.c_str());
+}
