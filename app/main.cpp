@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "app/editor_arguments.h"
+#include "app/recover.h"
 #include "app/usage.h"
 #include "config/n3_rzconfig.h"
 #include "editor/kpe.h"
@@ -210,10 +211,27 @@ int run_as_editor(int argc, char** argv) {
     return edit(std::move(options), /*versioning=*/false, std::move(policy));
 }
 
+// --edit goes on as kpe-editor does.
+int run_as_recover(int argc, char** argv) {
+    RecoverResult result = kpe_recover(argc, argv);
+    if (result.edit.empty()) return result.status;
+    if (refuses_terminal()) return Editor::STATUS_UNSAVED;
+    kpe_install_signal_handlers();
+    redirect_tty();
+    EditorArguments arguments;
+    SessionPolicy policy = editor_policy(arguments);
+    policy.recovers = std::move(result.edit_from);
+    policy.recovers_until = result.edit_until;
+    Options options;
+    options.files.push_back(std::move(result.edit));
+    return edit(std::move(options), /*versioning=*/false, std::move(policy));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     open_standard_streams();
+    if (argc > 0 && kpe_called_as_recover(argv[0])) return run_as_recover(argc, argv);
     if (argc > 0 && kpe_called_as_editor(argv[0])) return run_as_editor(argc, argv);
     if (argc < 2) {
         print_usage(argc > 0 ? argv[0] : nullptr);

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -10,22 +9,13 @@
 #include "buffer/kept_text.h"
 #include "buffer/log_replay.h"
 #include "editor/kpe.h"
+#include "files/file_place.h"
 #include "system/report.h"
 
 namespace {
 
 // A log is repeated at the start, to see whether it says something new, if that takes no time.
 constexpr uint64_t SMALL_LOG = uint64_t{2} << 20, SMALL_TEXT = uint64_t{8} << 20;  // bytes
-
-// By this a file is known in logs, from whatever directory it is opened. The name may lead to no file yet.
-std::string absolute_path(const std::string& path) {
-    char real[PATH_MAX];
-    if (path.empty()) return "";
-    if (realpath(path.c_str(), real)) return real;
-    const size_t slash = path.rfind('/');
-    const std::string directory = slash == path.npos ? "." : path.substr(0, slash + 1);
-    return realpath(directory.c_str(), real) ? std::string(real) + "/" + path.substr(slash + 1) : path;
-}
 
 // Whether a reader of the file that the text was written to gets these lines: none holds a line break or ends in a
 // carriage return.
@@ -67,7 +57,7 @@ void Editor::begin_recording() {
 
 void Editor::record_from(const std::string& path, const FileState& file, const LineStore& text, bool from_file) {
     LogHead head;
-    head.path = policy_.read_from.empty() ? absolute_path(path) : "";
+    head.path = policy_.read_from.empty() ? kpe_absolute_path(path) : "";
     head.file = file;
     head.from_file = from_file;
     head.line_ends_same = line_ends() == TextBuffer::LineEnds::Same;
@@ -98,7 +88,7 @@ void Editor::commit_record() {
 }
 
 void Editor::record_source(const std::string& path, const FileState& file, const LineStore& text) {
-    if (!file.is_special() && reads_back(text)) recorder_.add_source(absolute_path(path), file, text);
+    if (!file.is_special() && reads_back(text)) recorder_.add_source(kpe_absolute_path(path), file, text);
 }
 
 void Editor::record_ahead(const TextBuffer& text) {
@@ -141,7 +131,7 @@ void Editor::switch_recovery(Recovery how) {
 void Editor::tell_unsaved_changes() try {
     if (!wants_recording() || !at_terminal_ || isatty(STDERR_FILENO) == 0 || filename_.empty()) return;
     if (!broken_file_.empty()) return;  // there are worse news
-    const std::string path = absolute_path(filename_), directory = kpe_recovery_directory(path);
+    const std::string path = kpe_absolute_path(filename_), directory = kpe_recovery_directory(path);
     if (directory.empty()) return;
     for (const LogFile& log : kpe_list_logs(directory, path)) {
         if (log.live || (log.end == LogEnd::Discarded && kpe_is_log_told(log.path))) continue;

@@ -1,6 +1,7 @@
 #include "files/file_place.h"
 
 #include <climits>
+#include <cstdlib>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -42,4 +43,12 @@ bool kpe_same_place(const std::string& a, const std::string& b) {
     const Parts in_a(without_links(a)), in_b(without_links(b));
     return in_a.name == in_b.name && stat(in_a.directory.c_str(), &of_a) == 0 &&
            stat(in_b.directory.c_str(), &of_b) == 0 && same_file(of_a, of_b);
+}
+
+std::string kpe_absolute_path(const std::string& path) {
+    char real[PATH_MAX];
+    if (path.empty()) return "";
+    if (realpath(path.c_str(), real)) return real;
+    const Parts parts(path);
+    return realpath(parts.directory.c_str(), real) ? std::string(real) + "/" + parts.name : path;
 }

@@ -162,9 +162,10 @@ private:
                 terminal_->signal(SIGTERM);
                 expect(terminal_->status() == -SIGTERM, "a signal does not end the session");
             }
-            expect(terminal_->has_its_modes_back(), "the terminal is not as it was");
+            const bool killed = now_.signal == SIGKILL;
+            expect(killed || terminal_->has_its_modes_back(), "the terminal is not as it was");
             const string modes = terminal_->key_modes();
-            expect(!now_.listens || modes.empty() || modes == "digits" || now_.signal == SIGHUP,
+            expect(!now_.listens || modes.empty() || modes == "digits" || now_.signal == SIGHUP || killed,
                    "modes are left on: " + modes);
         }
         for (const Step& s : now_.kept) kept(s);

@@ -14,13 +14,15 @@
 #include <string_view>
 #include <sys/resource.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include "pseudo_terminal.h"
 #include "unit/scratch.h"
 
-// kpe_fuzz lines|keys|prompt: whole sessions of the program made by chance, in a sandbox from which nothing can be
-// reached. KPE_FUZZ_SECONDS (2) says how long, KPE_FUZZ_SEED runs one session alone. The status is 1 when a session
+// kpe_fuzz lines|keys|prompt|kills: whole sessions of the program made by chance, in a sandbox from which nothing can
+// be reached. A session of kills is ended by SIGKILL, and what kpe-recover makes of it has to be what a twin session
+// holds. KPE_FUZZ_SECONDS (2) says how long, KPE_FUZZ_SEED runs one session alone. The status is 1 when a session
 // failed, 77 where no sandbox can be made.
 
 namespace {
@@ -195,21 +197,31 @@ std::set<string> in_tmp() {
     return paths;
 }
 
+bool has_word(const string& text, const string& word) {
+    const auto same = [](char a, char b) { return std::toupper(static_cast<unsigned char>(a)) == b; };
+    return std::search(text.begin(), text.end(), word.begin(), word.end(), same) != text.end();
+}
+
 class Session {
 public:
     Session(const string& kind, unsigned long seed)
         : on_terminal_(kind != "lines"),
           resizes_(kind == "prompt"),
-          text_(kind == "keys" && seed % 3 == 0 ? CHARACTERS : TEXT) {
+          text_(kind != "prompt" && kind != "lines" && seed % 3 == 0 ? CHARACTERS : TEXT) {
         Chance chance(seed);
         static const Words words;
         const auto keys = text_ == TEXT ? typed_keys : typed_characters;
-        const auto typed = kind == "prompt" ? typed_at_prompt : on_terminal_ ? keys : typed_lines;
+        const bool at_prompt = kind == "prompt" || (kind == "kills" && seed % 4 == 0);
+        const auto typed = at_prompt ? typed_at_prompt : on_terminal_ ? keys : typed_lines;
         pieces_ = typed(chance, words);
+        if (kind == "kills") pieces_.resize(1 + chance.below(pieces_.size()));
         for (const string& piece : pieces_) typed_ += piece;
         if (says("\x03")) sent_.insert(SIGINT);
         if (says("\x1c")) sent_.insert(SIGQUIT);
-        for (const string& piece : checks(seed % 2 == 0, on_terminal_ ? "\r" : "\n")) pieces_.push_back(piece);
+        const bool ends_itself = kind != "kills";
+        for (const string& piece :
+             ends_itself ? checks(seed % 2 == 0, on_terminal_ ? "\r" : "\n") : std::vector<string>())
+            pieces_.push_back(piece);
         dir_.put("t.txt", text_);
         dir_.put("u.txt", "second\r\nfile\n");
         dir_.put("c.kpe", "TYPE\nFIND alpha\n! a comment\nSET COMMAND c.kpe\n");
@@ -230,6 +242,31 @@ public:
                         "UBSAN_OPTIONS=log_path=sanitizer"};
     }
     const string& typed() const { return typed_; }
+
+    // Ends the session when all is typed. Returns whether that has ended it, and nothing else.
+    bool killed_by(int signal, std::chrono::microseconds early) {
+        PseudoTerminal terminal(command_);
+        last_signal_ = signal;
+        early_ = early;
+        return ends(terminal) && terminal.ended_with() == -signal;
+    }
+    // The text that a user gets back, nothing if kpe-recover fails; and the text that a session held which was asked to
+    // end.
+    std::optional<string> recovered() const {
+        const string recover =
+            "cd '" + dir_.root() + "' && HOME=$PWD '" KPE_PROGRAM "-recover' --write r.txt t.txt 2>why";
+        const int status = std::system(recover.c_str());
+        if (WIFEXITED(status) && WEXITSTATUS(status) < 2) return dir_.get(WEXITSTATUS(status) == 0 ? "r.txt" : "t.txt");
+        return std::nullopt;
+    }
+    string rescued() const {
+        const string rescue = ".local/state/kpe/rescue";
+        if (std::filesystem::exists(dir_.path(rescue)))
+            for (const string& name : dir_.names(rescue))
+                if (name.starts_with("t.txt-MAIN-")) return dir_.get(rescue + "/" + name);
+        return dir_.get("t.txt");
+    }
+    string why_unrecovered() const { return dir_.get("why"); }
 
     // What is wrong with it; "" when nothing is.
     string fault() {
@@ -269,6 +306,12 @@ private:
             if (!asked && (asked = output_.find("\033[c") != output_.npos)) rest.insert(0, "\033[?62c");
             if (!on_terminal_ || !rest.empty()) rest.erase(0, terminal.write(rest));
             const bool waits = on_terminal_ && rest.empty() && terminal.waits_for_input();
+            if (last_signal_ != 0 && piece == pieces_.size() && rest.empty() && (waits || early_ > 0us)) {
+                if (early_ > 0us) usleep(static_cast<useconds_t>(early_.count()));
+                terminal.signal(std::exchange(last_signal_, 0));
+                sent_.insert(SIGTERM);
+                continue;
+            }
             const bool over = waits || now > start + MOST_PRESSED;
             if (waits && piece < pieces_.size()) {
                 if (resizes_ && piece % 3 == 0) resize(terminal, piece);
@@ -316,8 +359,10 @@ private:
     const std::set<string> before_ = in_tmp();  // what the sandbox needs from there, if the sources lie below it
     Scratch dir_;
     bool on_terminal_, resizes_;
-    string_view text_;    // of the file: what is typed into CHARACTERS may break none
-    std::set<int> sent_;  // signals
+    string_view text_;                   // of the file: what is typed into CHARACTERS may break none
+    int last_signal_ = 0;                // that ends the session, 0 once it is sent
+    std::chrono::microseconds early_{};  // when, after the last piece, without waiting for what becomes of it
+    std::set<int> sent_;                 // signals
     std::vector<string> pieces_;
     string typed_, output_;
     Command command_;
@@ -326,6 +371,20 @@ private:
 unsigned long setting(const char* name, unsigned long otherwise) {
     const char* const value = std::getenv(name);
     return value ? std::strtoul(value, nullptr, 10) : otherwise;
+}
+
+// What is wrong with a session that is killed. One in three is killed while it works: then it may be anywhere between
+// two texts, but has to come back without a fault.
+string fault_of_kill(unsigned long seed) {
+    Session killed("kills", seed), twin("kills", seed);
+    const std::chrono::microseconds early(seed % 3 == 0 ? 1 + seed % 2000 : 0);
+    if (has_word(killed.typed(), "DATE")) return "";  // another text in each session
+    if (!killed.killed_by(SIGKILL, early)) return "";
+    const auto text = killed.recovered();
+    if (!text) return "not recovered: " + killed.why_unrecovered();
+    if (early.count() > 0 || !twin.killed_by(SIGTERM, 0us)) return "";
+    const auto plain = [](const string& bytes) { return bytes == "\n" ? "" : bytes; };
+    return plain(*text) == plain(twin.rescued()) ? "" : "recovered is\n" + *text + "\nand not\n" + twin.rescued();
 }
 
 // In the sandbox.
@@ -340,7 +399,7 @@ int run_sessions(const string& kind) {
     for (unsigned long seed = only ? only : std::random_device{}(); sessions == 0 || Clock::now() < end; ++seed) {
         Session session(kind, seed);
         ++sessions;
-        if (const string fault = session.fault(); !fault.empty()) {
+        if (const string fault = kind == "kills" ? fault_of_kill(seed) : session.fault(); !fault.empty()) {
             const string input = FAILED + ("/" + kind + "-" + std::to_string(seed));
             std::ofstream(input, std::ios::binary) << session.typed();
             std::fprintf(stderr, "%s\nwith KPE_FUZZ_SEED=%lu, typed: %s\n", fault.c_str(), seed, input.c_str());
@@ -356,8 +415,8 @@ int run_sessions(const string& kind) {
 
 int main(int argc, char** argv) {
     const string kind = argc > 1 ? argv[1] : "";
-    if (kind != "lines" && kind != "keys" && kind != "prompt") {
-        std::fprintf(stderr, "usage: kpe_fuzz lines|keys|prompt\n");
+    if (kind != "lines" && kind != "keys" && kind != "prompt" && kind != "kills") {
+        std::fprintf(stderr, "usage: kpe_fuzz lines|keys|prompt|kills\n");
         return 2;
     }
     if (argc > 2) return run_sessions(kind);
