@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <utility>
 
 #include "editor/kpe.h"
 #include "editor/on_screen.h"
@@ -52,14 +53,33 @@ Rows rows_where(const std::function<bool(const VerbHelp&)>& fits) {
 
 constexpr size_t LEAST_LETTERS = 3;
 
-// Of a verb as it was recognised in the topic; for the beginning of several verbs all of these.
+// The verb that SET has for what SHOW shows.
+std::string setter_of(const std::string& verb) { return verb.starts_with("SHOW-") ? "SET-" + verb.substr(5) : verb; }
+
+// Of a verb as it was recognised in the topic; for the beginning of several verbs all of these. A verb without a row
+// belongs to the row of a shorter one: SET-SEARCH-WORD to SET-SEARCH, or at last to SET.
 Rows rows_of(const std::string& topic, const std::string& verb) {
-    Rows rows = rows_where([&](const VerbHelp& row) { return row.verb == verb || phrase(row.verb) == topic; });
+    Rows rows = rows_where([&](const VerbHelp& row) { return phrase(row.verb) == topic; });
+    if (rows.empty()) rows = rows_where([&](const VerbHelp& row) { return row.verb == verb; });
     if (rows.empty() && verb.size() >= LEAST_LETTERS)
         rows = rows_where([&](const VerbHelp& row) { return row.verb.starts_with(verb); });
-    if (!rows.empty()) return rows;
-    const std::string family = verb.substr(0, verb.find('-'));
-    return rows_where([&](const VerbHelp& row) { return row.verb == family; });
+    std::string shorter = setter_of(verb);
+    for (size_t length = shorter.size(); rows.empty() && length != shorter.npos; length = shorter.rfind('-')) {
+        shorter.resize(length);
+        rows = rows_where([&](const VerbHelp& row) { return row.verb == shorter; });
+    }
+    return rows;
+}
+
+// What screen mode calls a key that does the same, where that is none of the spellings.
+constexpr std::pair<std::string_view, std::string_view> OTHER_FUNCTIONS[] = {
+    {"TAB", "tab to next stop"},
+    {"SET-NUMBERS", "Line numbers"},
+};
+
+bool is_function_of(const std::string& verb, std::string_view function) {
+    const auto same = [&](const auto& row) { return row.first == verb && row.second == function; };
+    return function == phrase(verb) || std::any_of(std::begin(OTHER_FUNCTIONS), std::end(OTHER_FUNCTIONS), same);
 }
 
 }  // namespace
@@ -80,7 +100,7 @@ std::string Editor::keys_for(const VerbHelp& row) const {
     for (const KeyFunction& key : kpe_key_functions()) {
         const ParsedCommand command = parse_command(std::string(key.function));
         const bool command_word = command.verb == row.verb && command.args.empty();
-        if (command_word || key.function == row.function || key.function == phrase(row.verb))
+        if (command_word || is_function_of(std::string(row.verb), key.function))
             keys += (keys.empty() ? "" : ", ") + key.key;
     }
     return keys;
