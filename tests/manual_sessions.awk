@@ -8,7 +8,7 @@
 # ```shell           "$ COMMAND" and what it prints
 #
 # Each example has a directory of its own. With -v follow=1 they all share one, and an example that does not begin
-# with "$ kpe" goes on in the session before it.
+# with "$ kpe" goes on in the session before it. With -v alt=1 keys of the keypad are pressed as Alt and a letter.
 
 function fail(what) {
     print FILENAME ":" FNR ": " what >"/dev/stderr"
@@ -54,6 +54,7 @@ function begin_session(arguments) {
     if (arguments ~ /^kpe-/) print "start: exec \"${KPE%/*}/\"" arguments
     else {
         sub(/^kpe ?/, "", arguments)
+        gsub(/'/, "", arguments)
         print "args: " arguments
     }
     prompt = "*"
@@ -98,7 +99,9 @@ function play_session(    i, text, first, wanted, fresh, at) {
         else if (text ~ /^_/ || last_typed ~ /^(I|INSERT)$/) type_line(text ~ /^_/ ? substr(text, 2) : text)
         else if (at && text ~ /^Substitute\? /) type_line(substr(text, at + 3))
     }
-    if (last_typed ~ /^(C|CHANGE)$/) return
+    if (fresh && last_typed == "") print "send: \"\""  # or it would begin on the screen
+    on_screen = last_typed ~ /^(C|CHANGE)$/
+    if (on_screen) return
     open = !ends_session(last_typed)
     at = open && block[count] != prompt ? substr(prompt, 1, 1) : ""  # the next one
     if (follow) print "has: " wanted (open ? "\\n" : "") at
@@ -106,7 +109,8 @@ function play_session(    i, text, first, wanted, fresh, at) {
     if (!open) print "status: 0"
 }
 
-function key_for_player(name,    letter) {
+function key_for_player(name) {
+    if (alt && name in LETTERS) name = "Alt/" LETTERS[name]
     if (name in NAMES) return NAMES[name]
     if (name ~ /^Ctrl\/[A-Z]$/) return "^" substr(name, 6)
     if (name ~ /^Alt\/.$/) return "\"\\x1b" escaped(substr(name, 5)) "\""
@@ -114,6 +118,7 @@ function key_for_player(name,    letter) {
     fail("unknown key " name)
 }
 
+# Returns the status if they end the session, or "".
 function press(keys,    all, count_of, rest) {
     all = ""
     for (rest = keys; match(rest, /^ *("[^"]*"|[^ ]+)/); rest = substr(rest, RSTART + RLENGTH)) {
@@ -129,12 +134,15 @@ function press(keys,    all, count_of, rest) {
         match(rest, /^ *("[^"]*"|[^ ]+)/)
     }
     print "keys:" all
-    return keys ~ /GOLD "?[qQ]"?$|Alt\/[xq]$|"(EXIT|QUIT)" Return$/
+    if (keys == "Ctrl/C" && !on_screen) return "INT"
+    if (keys ~ /Ctrl\/Z$/) on_screen = 0
+    return keys ~ /GOLD "?[qQ]"?$|Alt\/[xq]$|"(EXIT|QUIT)" Return$/ ? "0" : ""
 }
 
 function play_screen(    i, row, ended) {
     if (block[1] ~ /^\$ kpe/) begin_session(substr(block[1], 3))
     else need_session()
+    if (!runs) on_screen = 1
     if (!runs && block[1] ~ /^\$ kpe-/) print "send: \"\""
     runs = 1
     row = 0
@@ -152,8 +160,8 @@ function play_screen(    i, row, ended) {
             row++
         }
     }
-    open = !ended
-    if (ended) print "status: 0"
+    open = ended == ""
+    if (!open) print "status: " ended
 }
 
 function play_shell(    i, wanted, command) {
@@ -162,7 +170,7 @@ function play_shell(    i, wanted, command) {
         if (block[i] !~ /^\$ /) fail("no command")
         command = substr(block[i], 3)
         wanted = ""
-        while (i < count && block[i + 1] !~ /^\$ /) wanted = wanted quoted(block[++i])
+        while (i < count && block[i + 1] !~ /^\$ [^E]/) wanted = wanted quoted(block[++i])
         print "shell:"
         print "        PATH=\"${KPE%/*}:$PATH\""
         print "        { " command "; } >../got 2>&1 || true"
@@ -175,6 +183,8 @@ BEGIN {
     split("Return RET Tab TAB Backspace BS Delete DEL Insert INS Home HOME End END PgUp PGUP PgDn PGDN Up UP " \
           "Down DOWN Left LEFT Right RIGHT KPenter ENTER F1 GOLD F2 PF2 F3 PF3 F4 PF4 PF1 GOLD Esc ESC", words, " ")
     for (i = 1; i in words; i += 2) NAMES[words[i]] = words[i + 1]
+    split("KP7 u KP8 i KP9 o KP- p KP4 j KP5 k KP6 l KP, ; KP1 m KP2 , KP3 . KPenter h KP0 n KP. /", words, " ")
+    for (i = 1; i <= 28; i += 2) LETTERS[words[i]] = words[i + 1]
 }
 
 /^```/ {

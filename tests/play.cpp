@@ -211,7 +211,10 @@ private:
 
     bool is_so(const Step& s) { return shell_status({"/bin/sh", "-e", "-c", s.command()}, "") == 0; }
 
-    void shell(const Step& s) { expect(is_so(s), "it failed: " + out_ + err_); }
+    void shell(const Step& s) {
+        const bool so = is_so(s);
+        expect(so, "it failed: " + out_ + err_);
+    }
 
     // The exit status as the shell gives it (128 and more: a signal; the time limit is SIGKILL); out_ and err_ are set.
     int shell_status(const Lines& words, const string& input) {
