@@ -1,13 +1,18 @@
-// Draws docs/keypad.svg: what the keypad and the editing keys do, plain and after GOLD, by the names that the
-// program itself uses. With any argument, it writes the table of docs/keypad.md, which names the keys that the picture
-// leaves out. Both go to standard output; tests compare them with the documents.
+// Draws docs/manual/keypad.svg: what the keypad and the editing keys do, plain and after GOLD, by the names that the
+// program itself uses. With the argument "table" it writes the table of docs/manual/keypad.md, which names the keys
+// that the picture leaves out; with "functions" the line of each function there that names its keys. All go to standard
+// output; tests compare them with the documents.
 
 #include <cstdio>
 #include <curses.h>
+#include <map>
 #include <string>
+#include <string_view>
 
+#include "editor/on_screen.h"
 #include "screen/key_layers.h"
 #include "screen/n3_kpe_keymap.h"
+#include "system/ascii.h"
 
 namespace {
 
@@ -117,6 +122,23 @@ void write_table() {
     write_row("Q", 'Q');
 }
 
+std::string lower(std::string text) {
+    for (char& c : text) c = kpe_to_lower(c);
+    return text;
+}
+
+void write_functions() {
+    std::map<std::string_view, std::string> keys;
+    for (const KeyFunction& key : kpe_key_functions()) {
+        std::string& all = keys[key.function];
+        const std::string name =
+            key.key.starts_with("KEY_") ? key.key.substr(4, 1) + lower(key.key.substr(5)) : key.key;
+        all += (all.empty() ? "" : ", ") + name;
+    }
+    for (const auto& [function, its_keys] : keys)
+        std::printf("    %s: %s\n", std::string(function).c_str(), its_keys.c_str());
+}
+
 void draw_picture() {
     const int keypad_left = MARGIN, editing_left = MARGIN + 4 * (CELL_WIDTH + GAP) + 3 * MARGIN, top = MARGIN + TITLE;
     const int width = editing_left + 3 * (CELL_WIDTH + GAP) - GAP + MARGIN;
@@ -135,7 +157,14 @@ void draw_picture() {
 
 }  // namespace
 
-int main(int argc, char**) {
-    argc > 1 ? write_table() : draw_picture();
+int main(int argc, char** argv) {
+    const std::string_view what = argc > 1 ? argv[1] : "";
+    if (what == "table") {
+        write_table();
+    } else if (what == "functions") {
+        write_functions();
+    } else {
+        draw_picture();
+    }
     return 0;
 }
