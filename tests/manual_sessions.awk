@@ -142,13 +142,14 @@ function press(keys,    all, count_of, rest) {
 function play_screen(    i, row, ended) {
     if (block[1] ~ /^\$ kpe/) begin_session(substr(block[1], 3))
     else need_session()
-    if (!runs) on_screen = 1
+    if (!runs) on_screen = block[1] !~ /kpe-keys/
     if (!runs && block[1] ~ /^\$ kpe-/) print "send: \"\""
     runs = 1
     row = 0
     for (i = block[1] ~ /^\$/ ? 2 : 1; i <= count; i++) {
         if (block[i] ~ /^Keys: /) {
             ended = press(substr(block[i], 7))
+            if (ended == "INT" && block[1] ~ /kpe-keys/) ended = "0"
             row = 0
         } else if (block[i] ~ /^ *\^$/) {
             print "cursor: " row - 1 "," length(block[i]) - 1
