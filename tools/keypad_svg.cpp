@@ -1,15 +1,19 @@
 // Draws docs/manual/keypad.svg: what the keypad and the editing keys do, plain and after GOLD, by the names that the
 // program itself uses. With the argument "table" it writes the table of docs/manual/keypad.md, which names the keys
-// that the picture leaves out; with "functions" the line of each function there that names its keys. All go to standard
-// output; tests compare them with the documents.
+// that the picture leaves out; with "functions" the line of each function there that names its keys; with "card"
+// docs/manual/card.svg, a page to print with keys and commands. All go to standard output; tests compare them with the
+// documents.
 
+#include <algorithm>
 #include <cstdio>
 #include <curses.h>
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "editor/on_screen.h"
+#include "editor/verb_help.h"
 #include "screen/key_layers.h"
 #include "screen/n3_kpe_keymap.h"
 #include "system/ascii.h"
@@ -139,19 +143,142 @@ void write_functions() {
         std::printf("    %s: %s\n", std::string(function).c_str(), its_keys.c_str());
 }
 
-void draw_picture() {
-    const int keypad_left = MARGIN, editing_left = MARGIN + 4 * (CELL_WIDTH + GAP) + 3 * MARGIN, top = MARGIN + TITLE;
-    const int width = editing_left + 3 * (CELL_WIDTH + GAP) - GAP + MARGIN;
-    const int height = top + 5 * (CELL_HEIGHT + GAP) - GAP + MARGIN;
+constexpr int EDITING_LEFT = MARGIN + 4 * (CELL_WIDTH + GAP) + 3 * MARGIN;
+constexpr int PICTURE_WIDTH = EDITING_LEFT + 3 * (CELL_WIDTH + GAP) - GAP + MARGIN;
+constexpr int PICTURE_HEIGHT = MARGIN + TITLE + 5 * (CELL_HEIGHT + GAP) - GAP + MARGIN;
+
+void begin_svg(const char* title, int width, int height) {
     std::printf("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%d\" height=\"%d\" viewBox=\"0 0 %d %d\">\n", width,
                 height, width, height);
-    std::printf("<title>The keypad of kpe</title>\n%s<rect class=\"paper\" width=\"%d\" height=\"%d\"/>\n", STYLE,
-                width, height);
-    draw_text("title", keypad_left, MARGIN + 16,
+    std::printf("<title>%s</title>\n%s<rect class=\"paper\" width=\"%d\" height=\"%d\"/>\n", title, STYLE, width,
+                height);
+}
+
+void draw_keys() {
+    const int top = MARGIN + TITLE;
+    draw_text("title", MARGIN, MARGIN + 16,
               "The numeric keypad, with Alt and with SET KEYPAD EDITING. Yellow: after GOLD (PF1).");
-    draw_text("title", editing_left, MARGIN + 16, "Editing and arrow keys");
-    for (const Key& key : KEYPAD) draw_key(key, keypad_left, top);
-    for (const Key& key : EDITING) draw_key(key, editing_left, top);
+    draw_text("title", EDITING_LEFT, MARGIN + 16, "Editing and arrow keys");
+    for (const Key& key : KEYPAD) draw_key(key, MARGIN, top);
+    for (const Key& key : EDITING) draw_key(key, EDITING_LEFT, top);
+}
+
+void draw_picture() {
+    begin_svg("The keypad of kpe", PICTURE_WIDTH, PICTURE_HEIGHT);
+    draw_keys();
+    std::printf("</svg>\n");
+}
+
+// --- The card: a page of A4, in pixels of 1/96 inch ---
+
+constexpr int CARD_WIDTH = 794, CARD_HEIGHT = 1123, CARD_MARGIN = 24;
+constexpr int LINE = 11, COLUMN = (CARD_WIDTH - 2 * CARD_MARGIN) / 2;
+
+// Takes as many words from the start of text as fit into so many characters, at least one.
+std::string take_words(std::string_view& text, size_t width) {
+    size_t end = text.size();
+    if (end > width) end = text.rfind(' ', width);
+    if (end == text.npos) end = std::min(text.find(' '), text.size());
+    const std::string words(text.substr(0, end));
+    text.remove_prefix(std::min(text.size(), end + 1));
+    return words;
+}
+
+// Returns where the next line goes.
+int draw_lines(const char* style, int x, int y, std::string_view text, size_t width) {
+    for (; !text.empty(); y += LINE) draw_text(style, x, y, take_words(text, width).c_str());
+    return y;
+}
+
+std::string_view first_sentence(std::string_view text) {
+    text = kpe_take_line(text);
+    const size_t end = text.find(". ");
+    return text.substr(0, end == text.npos ? end : end + 1);
+}
+
+bool is_setting(const VerbHelp& row) { return row.verb.starts_with("SET-") || row.verb.starts_with("SHOW-"); }
+
+// The first form of each command and what it does, in two columns. Returns where they end.
+int draw_commands(int top) {
+    constexpr int TEXT = 112;
+    constexpr size_t WIDTH = 58;
+    std::vector<const VerbHelp*> commands;
+    int lines = 0;
+    for (const VerbHelp& row : KPE_VERB_HELP) {
+        if (is_setting(row)) continue;
+        commands.push_back(&row);
+        for (std::string_view text = first_sentence(row.text); !text.empty(); ++lines) take_words(text, WIDTH);
+    }
+    int x = CARD_MARGIN, y = top, lowest = top;
+    for (const VerbHelp* row : commands) {
+        if (x == CARD_MARGIN && y - top >= (lines + 1) / 2 * LINE) {
+            x += COLUMN;
+            y = top;
+        }
+        const std::string form(row->syntax.substr(0, row->syntax.find('\n')));
+        const bool is_long = form.size() > 21;
+        draw_text("form", x, y, form.c_str());
+        y = draw_lines("text", x + TEXT, is_long ? y + LINE : y, first_sentence(row->text), WIDTH);
+        lowest = std::max(lowest, y);
+    }
+    return lowest;
+}
+
+// The names of the settings as HELP SET has them.
+std::string settings() {
+    std::string all;
+    for (const VerbHelp& row : KPE_VERB_HELP) {
+        if (!row.verb.starts_with("SET-")) continue;
+        for (std::string_view forms = row.syntax; !forms.empty();) {
+            const std::string_view form = kpe_take_line(forms);
+            if (form.starts_with("SET ")) all += (all.empty() ? "" : ", ") + std::string(form.substr(4));
+        }
+    }
+    return all;
+}
+
+// What Ctrl and a letter does.
+std::string control_keys() {
+    std::string all;
+    for (char letter = 'A'; letter <= 'Z'; ++letter) {
+        const char* const name = kpe_function_name(kpe_ctrl(letter), /*gold=*/false);
+        if (*name) all += (all.empty() ? "" : ", ") + std::string(1, letter) + " " + name;
+    }
+    return all;
+}
+
+void draw_card() {
+    constexpr size_t WIDTH = 148;
+    begin_svg("The card of kpe", CARD_WIDTH, CARD_HEIGHT);
+    std::printf(
+        "<style>text.form,text.text,text.head{font-size:8px;text-anchor:start}text.form{font-family:DejaVu Sans "
+        "Mono,monospace}text.head{font-weight:bold;font-size:10px}</style>\n");
+    const double scale = static_cast<double>(CARD_WIDTH - CARD_MARGIN) / PICTURE_WIDTH;
+    std::printf("<g transform=\"translate(%d,0) scale(%.3f)\">\n", CARD_MARGIN / 2, scale);
+    draw_keys();
+    std::printf("</g>\n");
+    const auto paragraph = [](int y, const char* head, const std::string& text) {
+        draw_text("head", CARD_MARGIN, y, head);
+        return draw_lines("text", CARD_MARGIN, y + LINE + 2, text, WIDTH) + 6;
+    };
+    int y = static_cast<int>(PICTURE_HEIGHT * scale) + 20;
+    y = paragraph(y, "With Ctrl", control_keys());
+    draw_text("head", CARD_MARGIN, y, "Commands at the prompt *");
+    y = draw_commands(y + LINE + 4) + 6;
+    y = paragraph(y, "SET ...; SHOW and the name shows it", settings());
+    y = paragraph(y, "Ranges",
+                  "12 | . this line | .+3, .-3 | BEGIN, END | two of these with : or THRU between them | WHOLE | REST "
+                  "from here to the end");
+    y = paragraph(
+        y, "Search strings",
+        "* any text | ? or % one character | [a-z] one of these | [^a-z] none of these | ^ beginning of a line | "
+        "$ end of a line | \\ makes the next one plain");
+    y = paragraph(
+        y, "Qualifiers",
+        "/QUERY asks | /GLOBAL everywhere | /STAY stays at the match | /BRIEF:n shows n characters | /SAVE saves "
+        "then | /NOTYPE shows nothing");
+    paragraph(y, "Leaving",
+              "EXIT saves and leaves | QUIT leaves | on the screen Ctrl/Z first | kpe-editor: Alt/x, Alt/q");
     std::printf("</svg>\n");
 }
 
@@ -163,6 +290,8 @@ int main(int argc, char** argv) {
         write_table();
     } else if (what == "functions") {
         write_functions();
+    } else if (what == "card") {
+        draw_card();
     } else {
         draw_picture();
     }
