@@ -17,26 +17,20 @@ function note(is_row, kind, pattern, text,    found) {
 }
 
 # The phrases that the form of a command stands for: "F[IND] text" for F and FIND, up to the first argument.
-function expand(done, rest,    word, before, inside, behind, n, choices, i) {
-    sub(/^ +/, "", rest)
-    word = rest
-    sub(/ .*/, "", word)
-    rest = substr(rest, length(word) + 1)
-    if (word == "" || word ~ /[a-z="\/;.0-9]/) {
-        if (done != "") manual["phrase", done] = 1
-    } else if (word ~ /^\[.*\]$/) {
-        expand(done, rest)
-        expand(done, substr(word, 2, length(word) - 2) rest)
-    } else if (match(word, /\[[A-Z]+\]/)) {
-        before = substr(word, 1, RSTART - 1)
-        inside = substr(word, RSTART + 1, RLENGTH - 2)
-        behind = substr(word, RSTART + RLENGTH)
-        expand(done, before behind rest)
-        expand(done, before inside behind rest)
-    } else {
-        n = split(word, choices, "|")
-        for (i = 1; i <= n; i++) expand(done (done == "" ? "" : " ") choices[i], rest)
+function expand(form,    before, inside, behind, n, choices, i) {
+    sub(/ *[^ ]*[a-z="\/;.0-9].*/, "", form)
+    if (!match(form, /\[[A-Z|]+\]/) && !match(form, /[A-Z]+\|[A-Z|]+/)) {
+        gsub(/ +/, " ", form)
+        sub(/ $/, "", form)
+        if (form != "") manual["phrase", form] = 1
+        return
     }
+    before = substr(form, 1, RSTART - 1)
+    inside = substr(form, RSTART, RLENGTH)
+    behind = substr(form, RSTART + RLENGTH)
+    if (gsub(/[][]/, "", inside)) expand(before behind)
+    n = split(inside, choices, "|")
+    for (i = 1; i <= n; i++) expand(before choices[i] behind)
 }
 
 # Whether the manual has the phrase with arguments behind it.
@@ -80,7 +74,7 @@ FILENAME ~ /cpp$/ && /getenv\(|env_|is_set_and_not_zero\(|RT_CONFIG|LC_ALL/ {
 }
 
 FILENAME ~ /commands.md$/ && /^(###|[^ ])/ { in_forms = /^###/ }
-FILENAME ~ /commands.md$/ && in_forms && /^    / { expand("", substr($0, 5)) }
+FILENAME ~ /commands.md$/ && in_forms && /^    / { expand(substr($0, 5)) }
 FILENAME ~ /commands.md$/ && /^\| `\// { note(0, "qualifier", "`/[A-Z]+", $0) }
 FILENAME ~ /keypad.md$/ && /^## / { in_words = /as words/ }
 FILENAME ~ /keypad.md$/ && in_words && split($0, cells, "|") > 3 { note(0, "word", "`[A-Z]+", cells[2]) }
