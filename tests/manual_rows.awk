@@ -5,7 +5,7 @@
 function note(is_row, kind, pattern, text,    found) {
     for (; match(text, pattern); text = substr(text, RSTART + RLENGTH)) {
         found = substr(text, RSTART, RLENGTH)
-        gsub(/^[{"` ]+|[,"` ]+$/, "", found)
+        gsub(/^[{"` ]+|[,;"` ]+$/, "", found)
         if (kind == "qualifier") sub(/^\//, "", found)
         if (is_row) {
             rows[kind, found] = 1
@@ -72,10 +72,17 @@ FILENAME ~ /cpp$/ && /getenv\(|env_|is_set_and_not_zero\(|RT_CONFIG|LC_ALL/ {
     gsub(/"_/, "\"KPE_")
     note(1, "variable", "\"[A-Z_]+[A-Z]\"", $0)
 }
+FILENAME ~ /line_editor.cpp/ && /&LineEditor::/ {
+    gsub(/kpe_ctrl\('/, "Ctrl/")
+    gsub(/KPE_ALT \+ '/, "Alt/")
+    note(1, "key at the prompt", "(CTRL|ALT)/[A-Z]", toupper($0))
+}
 
 FILENAME ~ /commands.md$/ && /^(###|[^ ])/ { in_forms = /^###/ }
 FILENAME ~ /commands.md$/ && in_forms && /^    / { expand(substr($0, 5)) }
 FILENAME ~ /commands.md$/ && /^\| `\// { note(0, "qualifier", "`/[A-Z]+", $0) }
+FILENAME ~ /commands.md$/ && /^## / { at_prompt = /at the prompt/ }
+at_prompt && split($0, cells, "|") > 3 { note(0, "key at the prompt", "(CTRL|ALT)/[A-Z][,; ]", toupper(cells[2])) }
 FILENAME ~ /keypad.md$/ && /^## / { in_words = /as words/ }
 FILENAME ~ /keypad.md$/ && in_words && split($0, cells, "|") > 3 { note(0, "word", "`[A-Z]+", cells[2]) }
 FILENAME ~ /kpe.1$/ && /^\.SH/ { section = $2 }
@@ -96,12 +103,12 @@ END {
         if (!known) complain("not in the manual", key)
     }
     rows["option", "-command"] = rows["phrase", "SET"] = rows["phrase", "SHOW"] = 1  # in no table
-    rows["option of kpe-editor", "--"] = rows["option of kpe-editor", "-"] = 1
+    rows["option of kpe-editor", "--"] = rows["option of kpe-editor", "-"] = rows["key at the prompt", "CTRL/C"] = 1
     for (key in manual) {
         split(key, parts, SUBSEP)
         if (!(key in rows || parts[1] == "phrase" && is_command(parts[2]))) complain("not in the program", key)
     }
-    n = split("phrase,prefix,qualifier,verb,word,option,option of kpe-editor,variable", kinds, ",")
+    n = split("phrase,prefix,qualifier,verb,word,option,option of kpe-editor,variable,key at the prompt", kinds, ",")
     for (i = 1; i <= n; i++) if (counts[kinds[i]] < 4) complain("the table was not found", kinds[i])
     exit bad
 }

@@ -179,7 +179,7 @@ std::string take_words(std::string_view& text, size_t width) {
     size_t end = text.size();
     if (end > width) end = text.rfind(' ', width);
     if (end == text.npos) end = std::min(text.find(' '), text.size());
-    const std::string words(text.substr(0, end));
+    std::string words(text.substr(0, end));
     text.remove_prefix(std::min(text.size(), end + 1));
     return words;
 }
