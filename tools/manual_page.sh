@@ -9,7 +9,7 @@ title=$(sed -n '1s/^# //p' "$page")
 if [ "$form" = html ]; then
     style='body { max-width: 50em; margin: 2em auto; padding: 0 1em; font-family: sans-serif; line-height: 1.4 }'
     style="$style pre { background: #f4f4f0; padding: .5em; overflow-x: auto; line-height: 1.2 }"
-    style="$style table { border-collapse: collapse } td, th { border: 1px solid #999; padding: .2em .6em; text-align: left }"
+    style="$style table { border-collapse: collapse } td, th { border: 1px solid #999; padding: .2em .6em }"
     style="$style img { max-width: 100% }"
     lowdown -s -Thtml -M title="$title" "$page" |
         sed -e "s|</head>|<style>$style</style></head>|" \
