@@ -57,16 +57,16 @@ function complain(where, key) {
 
 FILENAME ~ /cpp$/ && / = \{$/ { table = $0 }
 FILENAME ~ /cpp$/ && /^ *};/ { table = "" }
-table ~ / SPELLINGS/ { note(1, "phrase", "{\"[^\"]+\", ", $0) }
-table ~ /PREFIXES/ { note(1, "prefix", "{\"[^\"]+\", ", $0) }
-table ~ / QUALIFIERS/ { note(1, "qualifier", "{\"[^\"]+\"", $0) }
-table ~ / ROWS/ && FILENAME ~ /dispatch/ { note(1, "verb", "{\"[^\"]+\"", $0) }
+table ~ / SPELLINGS/ { note(1, "phrase", "[{]\"[^\"]+\", ", $0) }
+table ~ /PREFIXES/ { note(1, "prefix", "[{]\"[^\"]+\", ", $0) }
+table ~ / QUALIFIERS/ { note(1, "qualifier", "[{]\"[^\"]+\"", $0) }
+table ~ / ROWS/ && FILENAME ~ /dispatch/ { note(1, "verb", "[{]\"[^\"]+\"", $0) }
 table ~ / WORDS/ && split($0, strings, "\"") > 8 {
     split(strings[6] "|" strings[8], choices, "|")
     for (i in choices) if (choices[i] != "") rows["phrase", "SET " strings[2] " " choices[i]] = 1
 }
-table ~ /FlagForm|ValueForm/ { note(1, "option", "{\"[^\"]+\"", $0) }
-table ~ / Flag FLAGS/ { note(1, "option of kpe-editor", "{\"[^\"]+\"", $0) }
+table ~ /FlagForm|ValueForm/ { note(1, "option", "[{]\"[^\"]+\"", $0) }
+table ~ / Flag FLAGS/ { note(1, "option of kpe-editor", "[{]\"[^\"]+\"", $0) }
 FILENAME ~ /nokeypad/ && /^ *\{\{"/ { note(1, "word", "\"[A-Z]+\"", $0) }
 FILENAME ~ /cpp$/ && /getenv\(|env_|is_set_and_not_zero\(|RT_CONFIG|LC_ALL/ {
     gsub(/"_/, "\"KPE_")
