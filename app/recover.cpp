@@ -369,7 +369,7 @@ int show(const Request& request, const std::vector<Entry>& entries, const Entry&
     return complete ? 0 : FAILED;
 }
 
-int remove_all(const std::vector<Entry>& entries) {
+int remove_all(const std::vector<Entry>& entries, bool aloud) {
     size_t removed = 0;
     int status = entries.empty() ? NOTHING : 0;
     for (const Entry& entry : entries) {
@@ -378,7 +378,7 @@ int remove_all(const std::vector<Entry>& entries) {
         else
             status = fail(entry.kept.path + ": " + std::strerror(errno));
     }
-    if (isatty(STDOUT_FILENO) != 0) kpe_say(true, kpe_counted(removed, "file") + " removed");
+    if (aloud && isatty(STDOUT_FILENO) != 0) kpe_say(true, kpe_counted(removed, "file") + " removed");
     return status;
 }
 
@@ -386,7 +386,7 @@ RecoverResult act_on_file(const Request& request) {
     RecoverResult result;
     std::vector<Entry> entries = entries_for(request.file);
     if (request.action == Action::Discard) {
-        result.status = remove_all(entries);
+        result.status = remove_all(entries, /*aloud=*/false);
         return result;
     }
     const Entry* const entry = best_of(entries, request.file);
@@ -423,7 +423,7 @@ RecoverResult kpe_recover(int argc, char** argv) {
     else if (request.action == Action::List)
         result.status = list();
     else if (request.action == Action::Purge)
-        result.status = remove_all(all_entries());
+        result.status = remove_all(all_entries(), /*aloud=*/true);
     else
         result = act_on_file(request);
     kpe_flush();

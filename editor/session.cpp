@@ -63,10 +63,10 @@ int Editor::run() {
     if (recover_) try_recover_journal();
     if (policy_.begins_on_screen) message_ = told_of_file;  // what the commands of the startup file say is no news
     begin_recording();
-    if (policy_.recovers.empty())
-        tell_unsaved_changes();
-    else
+    if (!policy_.recovers.empty())
         take_recovered_text();
+    else if (!recover_)
+        tell_unsaved_changes();
     go_to_asked_place();
     if (policy_.begins_on_screen) begin_on_screen();
     return line_mode();
