@@ -11,6 +11,7 @@ DOCS = Path(__file__).resolve().parent.parent / "docs"
 COLOURS = {"kpe": "#c0392b", "vim": "#1f6fb2", "ed": "#7d5ba6", "ne": "#2e8b57", "nano": "#b8860b", "sed": "#555555",
            "floor": "#999999"}
 SECTIONS = ["load", "find", "edit", "language", "screen"]
+COLD = ", cold"
 TABLE_SIZES = {"1 MB", "115 MB", "1.15 GB", "5 KB", "10 MB", "100 MB"}
 
 
@@ -19,26 +20,26 @@ class Plot:
     file: str
     row: str        # of the benchmark
     title: str
-    tools: list     # in the order of the legend
-    memory: bool = True
+    tools: list     # in the order of the legend; "kpe, cold" stands for kpe's runs after a pause
 
 
 PLOTS = [
-    Plot("load", "start, load, quit", "Start and load", ["kpe", "vim", "ed", "floor"]),
-    Plot("first-screen", "first screen", "First screen", ["kpe", "vim", "ne", "nano"]),
+    Plot("load", "start, load, quit", "Start and load", ["kpe", "kpe, cold", "vim", "ed", "floor"]),
+    Plot("first-screen", "first screen", "First screen", ["kpe", "kpe, cold", "vim", "ne", "nano"]),
     Plot("key", "typed key", "A typed key in the middle of the file, median", ["kpe", "vim", "ne", "nano"]),
     Plot("page", "page down", "A page down in the middle of the file, median", ["kpe", "vim", "ne", "nano"]),
     Plot("undo", "undo of a typed key", "Undo of a typed key, median", ["kpe", "vim", "ne", "nano"]),
     Plot("replace", "replace a word everywhere, save", "Replace a word in every line, save",
-         ["kpe", "vim", "ed", "sed", "floor"]),
-    Plot("save", "change a line, save", "Load, change a line, save", ["kpe", "vim", "ed", "sed", "floor"]),
-    Plot("screen-save", "save", "Save from screen mode", ["kpe", "vim", "ne", "nano"]),
+         ["kpe", "kpe, cold", "vim", "ed", "sed", "floor"]),
+    Plot("save", "change a line, save", "Load, change a line, save",
+         ["kpe", "kpe, cold", "vim", "ed", "sed", "floor"]),
+    Plot("screen-save", "save", "Save from screen mode", ["kpe", "kpe, cold", "vim", "ne", "nano"]),
 ]
 
 
 def number(cell):
     """None for an empty cell and for a tool that was stopped."""
-    return float(cell) if cell and cell[0] != ">" else None
+    return float(cell.rstrip("~")) if cell and cell[0] != ">" else None
 
 
 # --- Plots: two panels side by side with logarithmic axes ---
@@ -74,8 +75,9 @@ class Panel:
         for tool, points in reversed(self.lines.items()):
             places = [self.at(*point) for point in points]
             path = "M" + "L".join(f"{x:.1f} {y:.1f}" for x, y in places)
-            colour, wide = COLOURS[tool], 2.6 if tool == "kpe" else 1.5
-            dashes = ' stroke-dasharray="5 4"' if tool == "floor" else ""
+            name = tool.removesuffix(COLD)
+            colour, wide = COLOURS[name], 2.6 if name == "kpe" else 1.5
+            dashes = ' stroke-dasharray="5 4"' if tool == "floor" or tool != name else ""
             yield f'<path d="{path}" fill="none" stroke="{colour}" stroke-width="{wide}"{dashes}/>'
             for x, y in places:
                 yield f'<circle cx="{x:.1f}" cy="{y:.1f}" r="{wide + 0.8:.1f}" fill="{colour}"/>'
@@ -93,7 +95,8 @@ class Panel:
                     heights[i + 1] += touching / 2
         for height, (_, tool) in zip(heights, ends):
             bold = ' font-weight="bold"' if tool == "kpe" else ""
-            yield (f'<text x="{self.x + PANEL_WIDTH + 8}" y="{height + 4:.1f}" fill="{COLOURS[tool]}"{bold}>'
+            colour = COLOURS[tool.removesuffix(COLD)]
+            yield (f'<text x="{self.x + PANEL_WIDTH + 8}" y="{height + 4:.1f}" fill="{colour}"{bold}>'
                    f'{self.shown(tool)}</text>')
 
     def shown(self, tool):
@@ -109,12 +112,16 @@ def memory_of(mb):
 
 
 def draw(plot, table):
-    rows = sorted((row for row in table if row["row"] == plot.row), key=lambda row: int(row["bytes"]))
+    by_size = sorted(table, key=lambda row: int(row["bytes"]))
+    rows = [row for row in by_size if row["row"] == plot.row]
+    cold = [row for row in by_size if row["row"] == plot.row + COLD]
     panels = []
     for column, title, unit_of in [("{}", "Time", time_of), ("{}_mb", "Most memory used", memory_of)]:
         lines = {}
         for tool in plot.tools:
-            points = [(int(row["bytes"]) / 1e6, number(row.get(column.format(tool), ""))) for row in rows]
+            name = tool.removesuffix(COLD)
+            points = [(int(row["bytes"]) / 1e6, number(row.get(column.format(name), "")))
+                      for row in (rows if tool == name else cold)]
             points = [point for point in points if point[1]]
             if points:
                 lines[tool] = points
@@ -142,10 +149,15 @@ def with_wanted(ratio, wanted):
     return f"{ratio} ({wanted})" if wanted else ratio
 
 
+def label(row):
+    cold = COLD if row["row"].endswith(COLD) else ""
+    return f"{row['row'].removesuffix(COLD)}, {row['size']}{cold}"
+
+
 def line_cells(row):
     best = row[f"{row['best']}_mb"] if row["best"] else ""
     times = [row[name] for name in ("kpe", "vim", "ed", "sed", "floor", "floor_name")]
-    return [f"{row['row']}, {row['size']}", *times,
+    return [label(row), *times,
             with_wanted(row["of_best"], row["wanted"]), with_wanted(row["of_sed"], row["wanted_sed"]),
             with_wanted(row["of_floor"], row["wanted_floor"]),
             f"{float(row['kpe_mb']):.0f}" + (f" / {float(best):.0f}" if best else ""), row["verdict"]]
@@ -155,7 +167,7 @@ def screen_cells(row):
     def figure(tool):
         return row[tool] + (f" / {row['kpe_p99']}" if tool == "kpe" and row["kpe_p99"] else
                             f" / {row['best_p99']}" if tool == row["best"] and row["best_p99"] else "")
-    return [f"{row['row']}, {row['size']}"] + [figure(tool) for tool in ("kpe", "vim", "ne", "nano")] + [
+    return [label(row)] + [figure(tool) for tool in ("kpe", "vim", "ne", "nano")] + [
         with_wanted(row["of_best"], row["wanted"]), f"{float(row['kpe_mb']):.0f}", row["verdict"]]
 
 
@@ -168,16 +180,20 @@ def markdown(head, lines):
 
 
 def tables(notes, table):
-    names = list(dict.fromkeys(row["row"] for row in table))
-    table = sorted((row for row in table if row["size"] in TABLE_SIZES),
-                   key=lambda row: (SECTIONS.index(row["section"]), names.index(row["row"]), int(row["bytes"])))
-    missed = [f"*{row['row']}, {row['size']}*" for row in table if row["verdict"] == "MISSED"]
+    names = list(dict.fromkeys(row["row"].removesuffix(COLD) for row in table))
+
+    def place(row):
+        return (SECTIONS.index(row["section"]), names.index(row["row"].removesuffix(COLD)), int(row["bytes"]),
+                row["row"].endswith(COLD))
+
+    table = sorted((row for row in table if row["size"] in TABLE_SIZES), key=place)
+    missed = [f"*{label(row)}*" for row in table if row["verdict"] == "MISSED"]
     judged = sum(row["verdict"] != "" for row in table)
     yield from ["Measured " + "; ".join(notes) + ".", "",
                 f"{judged - len(missed)} of {judged} rows with a wanted ratio reach it. Missed: "
-                + ("; ".join(missed) if missed else "none") + ".", "", "### Line mode (milliseconds)", ""]
+                + ("; ".join(missed) if missed else "none") + ".", "", "### Line mode (milliseconds, medians)", ""]
     yield from markdown(LINE_HEAD, [line_cells(row) for row in table if row["section"] != "screen"])
-    yield from ["", "### Screen mode (milliseconds; of keys the median / the 99th percentile)", ""]
+    yield from ["", "### Screen mode (milliseconds, medians; of keys the median / the 99th percentile)", ""]
     yield from markdown(SCREEN_HEAD, [screen_cells(row) for row in table if row["section"] == "screen"])
 
 

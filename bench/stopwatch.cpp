@@ -1,19 +1,20 @@
-// stopwatch RUNS SECONDS LIMIT INPUT OUTPUT PREPARE COMMAND...: runs the command with these files as standard input and
-// output, each time after the shell command PREPARE (may be empty): once uncounted and then RUNS times, but no more
-// once the runs took SECONDS together; a first run that took as much counts. Prints the shortest wall time in
-// seconds and the largest peak memory in kilobytes, or ">LIMIT 0" when a run took longer and was killed. Standard error
-// goes nowhere; the exit status does not count.
+// stopwatch RUNS SECONDS LIMIT PAUSE INPUT OUTPUT PREPARE COMMAND...: runs the command with these files as standard
+// input and output, each time after the shell command PREPARE (may be empty) and a sleep of PAUSE seconds: RUNS times,
+// but no more once the runs took SECONDS together. Without a pause one run goes ahead of them, and counts only if it
+// took as much. Prints the wall time in seconds and the peak memory in kilobytes of each run that counts, a line each;
+// or only
+// ">LIMIT 0" when a run took longer and was killed. Standard error goes nowhere; the exit status does not count.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
+#include <vector>
 
 namespace {
 
@@ -44,8 +45,9 @@ void open_as(int descriptor, const char* path, int flags) {
 }
 
 // Nothing when the limit was passed. SIGCHLD is blocked while the command runs, to be waited for.
-std::optional<Run> run(char** argv, long limit) {
+std::optional<Run> run(char** argv, long limit, unsigned pause) {
     if (*argv[2] && std::system(argv[2]) != 0) fail(argv[2]);
+    sleep(pause);
     sigset_t child, before;
     sigemptyset(&child);
     sigaddset(&child, SIGCHLD);
@@ -69,23 +71,22 @@ std::optional<Run> run(char** argv, long limit) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 8) return 2;
-    const long runs = std::strtol(argv[1], nullptr, 10), limit = std::strtol(argv[3], nullptr, 10);
+    if (argc < 9) return 2;
+    const long wanted = std::strtol(argv[1], nullptr, 10), limit = std::strtol(argv[3], nullptr, 10);
     const double budget = std::strtod(argv[2], nullptr);
-    double best = 1e9, all = 0;
-    long peak = 0;
-    bool counted = false;
-    for (long i = 0; i <= runs && !(counted && all >= budget); ++i) {
-        const std::optional<Run> one = run(argv + 4, limit);
+    const unsigned pause = static_cast<unsigned>(std::strtoul(argv[4], nullptr, 10));
+    std::vector<Run> runs;
+    double all = 0;
+    for (bool first = pause == 0; static_cast<long>(runs.size()) < wanted; first = false) {
+        const std::optional<Run> one = run(argv + 5, limit, pause);
         if (!one) {
             std::printf(">%ld 0\n", limit);
             return 0;
         }
         all += one->seconds;
-        peak = std::max(peak, one->peak_kb);
-        if (i == 0 && one->seconds < budget) continue;
-        best = std::min(best, one->seconds);
-        counted = true;
+        if (first && one->seconds < budget) continue;
+        runs.push_back(*one);
+        if (all >= budget) break;
     }
-    std::printf("%.6f %ld\n", best, peak);
+    for (const Run& one : runs) std::printf("%.6f %ld\n", one.seconds, one.peak_kb);
 }
