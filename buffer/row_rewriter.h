@@ -20,16 +20,23 @@ public:
         if (!block_ || block_->capacity() - block_->size() < bytes) {
             block_ = std::make_shared<Block>(std::max(bytes, next_size_));
             next_size_ = std::min(next_size_ * 4, LARGEST_BLOCK);
+            ready_ = 0;
         }
         block_->set_size(block_->size() + bytes);
+        while (ready_ < block_->size()) {
+            const size_t more = std::min(Block::MADE_READY, block_->capacity() - ready_);
+            block_->make_ready(ready_, more);
+            ready_ += more;
+        }
         return block_->data() + block_->size() - bytes;
     }
     const std::shared_ptr<Block>& block() const { return block_; }
 
 private:
-    static constexpr size_t FIRST_BLOCK = size_t{4} << 10, LARGEST_BLOCK = size_t{4} << 20;  // bytes
+    static constexpr size_t FIRST_BLOCK = size_t{4} << 10, LARGEST_BLOCK = size_t{16} << 20;  // bytes
     std::shared_ptr<Block> block_;
     size_t next_size_ = FIRST_BLOCK;
+    size_t ready_ = 0;  // bytes of block_ that have memory
 };
 
 // Gives new texts to rows of a LineStore, in one pass from the first to the last.

@@ -11,7 +11,7 @@
 namespace {
 
 constexpr size_t FIRST_ROOM = size_t{64} << 10;  // bytes, where the size is not known
-constexpr size_t MOST_AT_ONCE = size_t{16} << 20;
+constexpr size_t MOST_AT_ONCE = Block::MADE_READY;
 
 bool stopped(const volatile std::sig_atomic_t* abort) { return abort && *abort != 0; }
 
@@ -28,18 +28,20 @@ int open_patiently(const std::string& path, const volatile std::sig_atomic_t* ab
     }
 }
 
+bool is_sized(const struct stat& status) { return S_ISREG(status.st_mode) && status.st_size > 0; }
+
 // Room for the whole file, for the line end that its last line may lack, and for a byte that tells whether
 // there is more than the size says.
 size_t room_for(const struct stat& status) {
-    const bool sized = S_ISREG(status.st_mode) && status.st_size > 0;
-    return sized ? static_cast<size_t>(status.st_size) + 2 : FIRST_ROOM;
+    return is_sized(status) ? static_cast<size_t>(status.st_size) + 2 : FIRST_ROOM;
 }
 
-// Whether the end was reached; errno is set if not. One byte of the block stays free.
-bool read_to_end(int fd, Block& block, const volatile std::sig_atomic_t* abort) {
+// Whether the end was reached; errno is set if not. One byte of the block stays free. sized: all of it will be filled.
+bool read_to_end(int fd, Block& block, bool sized, const volatile std::sig_atomic_t* abort) {
     while (!stopped(abort)) {
         if (block.capacity() - block.size() < 2) block.reserve(block.capacity() * 2);
         const size_t room = std::min(block.capacity() - block.size() - 1, MOST_AT_ONCE);
+        if (sized) block.make_ready(block.size(), room);
         const ssize_t got = read(fd, block.data() + block.size(), room);
         if (got == 0) return true;
         if (got > 0)
@@ -72,7 +74,7 @@ FileContent kpe_read_file(const std::string& path, const volatile std::sig_atomi
     try {
         content.end = End::Broken;
         content.block->reserve(room_for(status));
-        if (read_to_end(file.fd(), *content.block, abort))
+        if (read_to_end(file.fd(), *content.block, is_sized(status), abort))
             content.end = End::Whole;
         else
             content.error = errno;

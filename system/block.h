@@ -6,8 +6,8 @@
 
 // A piece of memory that holds text. It is filled once; after that it is shared and never changed.
 //
-// The memory of a large block comes from the kernel in large pages. To fill it is fast because the kernel sets up few
-// pages, and to let it grow copies nothing. The memory of a small block comes from the heap.
+// The memory of a large block comes from the kernel, and to let it grow copies nothing. The memory of a small block
+// comes from the heap.
 class Block {
 public:
     explicit Block(size_t capacity);  // throws std::bad_alloc
@@ -24,6 +24,11 @@ public:
     void append(std::string_view bytes);          // size() + bytes.size() <= capacity()
     void reserve(size_t capacity);                // may move the bytes; throws std::bad_alloc
     void shrink() noexcept;                       // keeps one byte behind size(), frees the rest; may move the bytes
+    // Has the kernel set up the memory for bytes [from, from + count), which lie within the capacity and are about to
+    // be written. That is sooner done at once than page by page. Threads may call it at the same time, best each for
+    // large pages of its own: in multiples of MADE_READY from the start.
+    void make_ready(size_t from, size_t count) noexcept;
+    static constexpr size_t MADE_READY = size_t{2} << 20;
 
 private:
     void resize(size_t capacity);
