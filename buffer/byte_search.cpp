@@ -9,6 +9,8 @@
 #include <emmintrin.h>
 #endif
 
+#include "system/interrupts.h"
+
 namespace {
 
 constexpr size_t BLOCK = 64;  // places compared at a time: one bit each
@@ -49,7 +51,7 @@ private:
 }  // namespace
 
 bool Patience::ask() {
-    if (abort_ && *abort_ != 0) over_ = true;
+    if (kpe_is_set(abort_)) over_ = true;
     spent_ = over_ ? STEP : 0;
     return !over_;
 }

@@ -32,3 +32,26 @@ void kpe_each_line_break(char* begin, char* end, Found found) {
         begin = place + 1;
     }
 }
+
+// Where the next line begins (in), and where it goes (out): further to the front if bytes were dropped.
+struct LineCutPlace {
+    char *in, *out;
+};
+
+// Cuts the lines that end in [begin, end): calls add(length) for each of them. The first one begins at place.in.
+// Carriage returns in front of the line ends are dropped if drop is true; then the bytes behind them move up, so that
+// each line lies behind the one before, with a "\n" behind it. Returns the place behind the last line.
+template <class Add>
+LineCutPlace kpe_cut_lines(char* begin, char* end, LineCutPlace place, bool drop, Add add) {
+    char *in = place.in, *out = place.out;
+    kpe_each_line_break(begin, end, [&](char* line_end) {
+        size_t length = static_cast<size_t>(line_end - in);
+        if (drop && length > 0 && line_end[-1] == '\r') --length;
+        if (in != out) std::memmove(out, in, length);
+        out[length] = '\n';
+        add(length);
+        out += length + 1;
+        in = line_end + 1;
+    });
+    return {in, out};
+}

@@ -46,7 +46,7 @@ LineStore::LineStore(const std::vector<std::string>& lines) {
     for (const std::string& line : lines) bytes += line.size() + 1;
     const auto block = std::make_shared<Block>(bytes);
     LineTreeBuilder out;
-    SliceCutter cutter(out);
+    SliceCutter cutter(&out);
     cutter.start_at(block, block->data());
     for (const std::string& line : lines) {
         block->append(line);
@@ -65,24 +65,16 @@ LineStore LineStore::from_text(std::string_view text, Returns returns) {
     return cut(block, returns);
 }
 
-// Where a carriage return goes, the bytes behind it move up, so that lines always adjoin.
 LineStore LineStore::cut(const std::shared_ptr<Block>& block, Returns returns) {
-    char *in = block->data(), *out = in, *end = in + block->size();
-    if (in != end && end[-1] != '\n') *end++ = '\n';
+    char *begin = block->data(), *end = begin + block->size();
+    if (begin != end && end[-1] != '\n') *end++ = '\n';
     LineTreeBuilder tree;
-    SliceCutter cutter(tree);
-    cutter.start_at(block, in);
-    kpe_each_line_break(in, end, [&](char* line_end) {
-        size_t length = static_cast<size_t>(line_end - in);
-        if (returns == Returns::Drop && length > 0 && line_end[-1] == '\r') --length;
-        if (in != out) std::memmove(out, in, length);
-        out[length] = '\n';
-        cutter.add(length);
-        out += length + 1;
-        in = line_end + 1;
-    });
+    SliceCutter cutter(&tree);
+    cutter.start_at(block, begin);
+    const LineCutPlace behind =
+        kpe_cut_lines(begin, end, {begin, begin}, returns == Returns::Drop, [&](size_t length) { cutter.add(length); });
     cutter.finish();
-    block->set_size(static_cast<size_t>(out - block->data()));
+    block->set_size(static_cast<size_t>(behind.out - begin));
     return LineStore(tree.finish());
 }
 

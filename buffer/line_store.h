@@ -119,6 +119,7 @@ public:
 private:
     friend class RowRewriter;  // gives new texts to many rows at once
     friend class RowPairs;     // compares rows
+    friend class LineCutter;   // makes a store while its text is read
     explicit LineStore(std::shared_ptr<LineTree> tree) : tree_(std::move(tree)) {}
     static LineStore cut(const std::shared_ptr<Block>& block, Returns returns);
     struct Spot;

@@ -168,7 +168,11 @@ void SliceCutter::finish() {
         slice.starts = starts;
         slice.stride = 0;
     }
-    out_.add_new(std::make_shared<LineChunk>(std::move(slice), rows_));
+    auto chunk = std::make_shared<LineChunk>(std::move(slice), rows_);
+    if (out_)
+        out_->add_new(std::move(chunk));
+    else
+        chunks_.push_back(std::move(chunk));
     base_ += bytes_;
     rows_ = bytes_ = 0;
     alike_ = true;

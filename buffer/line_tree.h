@@ -83,7 +83,8 @@ private:
 // Takes lines that lie one behind the other in a block, and makes chunks of them.
 class SliceCutter {
 public:
-    explicit SliceCutter(LineTreeBuilder& out) : out_(out) {}
+    // The chunks go to a builder or, if there is none (null), to a list, from which take_chunks() has them.
+    explicit SliceCutter(LineTreeBuilder* out) : out_(out) {}
     // Says where the next line starts. If the line before did not end there, this calls finish() first.
     void start_at(const std::shared_ptr<const Block>& block, const char* at);
     // Adds the next line: length bytes and the "\n" behind them.
@@ -95,10 +96,12 @@ public:
         bytes_ += bytes;
         starts_[++rows_] = static_cast<uint16_t>(bytes_);  // not used if a single line is longer than 16 bits can say
     }
-    void finish();  // hands all lines so far to the builder
+    void finish();  // makes a chunk of the lines that are in none yet
+    std::vector<std::shared_ptr<LineChunk>> take_chunks() { return std::exchange(chunks_, {}); }
 
 private:
-    LineTreeBuilder& out_;
+    LineTreeBuilder* out_;
+    std::vector<std::shared_ptr<LineChunk>> chunks_;  // without a builder
     std::shared_ptr<const Block> block_;
     const char* base_ = nullptr;
     size_t rows_ = 0, bytes_ = 0, stride_ = 0;

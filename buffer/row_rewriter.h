@@ -90,7 +90,7 @@ private:
     std::shared_ptr<LineTree> old_;  // from the first row that is put to finish()
     size_t done_ = 0;                // rows of old_ that the new tree has or has replaced
     LineTreeBuilder out_;
-    SliceCutter cutter_{out_};
+    SliceCutter cutter_{&out_};
     Arena arena_;
 
     // What was put and is not in the new tree yet, all of one chunk.

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <new>
 
+#include "buffer/line_cutter.h"
 #include "files/file_reader.h"
 
 namespace {
@@ -44,7 +45,8 @@ bool TextBuffer::load(const std::string& path, const volatile std::sig_atomic_t*
     lines_ = one_empty_line();  // the old text makes room for the new one
     modified_ = false;
     load_state_ = Load::Broken;  // until it has been read
-    FileContent content = kpe_read_file(filename_, abort);
+    LineCutter cutter(ends == LineEnds::Same ? LineStore::Returns::Keep : LineStore::Returns::Drop);
+    const FileContent content = kpe_read_file(filename_, abort, &cutter);
     loaded_file_ = content.file;
     const bool opened = content.end == End::Whole || content.end == End::Broken;
     load_state_ = content.end == End::Missing ? Load::Missing : content.end == End::Whole ? Load::Whole : Load::Broken;
@@ -54,9 +56,10 @@ bool TextBuffer::load(const std::string& path, const volatile std::sig_atomic_t*
     final_newline_ = true;
     returns_dropped_ = ends == LineEnds::Same && each_end_has_return(bytes);
     try {
-        const auto returns =
-            ends == LineEnds::Same && !returns_dropped_ ? LineStore::Returns::Keep : LineStore::Returns::Drop;
-        if (!bytes.empty()) lines_ = LineStore::from_block(content.block, returns);
+        if (returns_dropped_)
+            lines_ = LineStore::from_block(content.block, LineStore::Returns::Drop);
+        else if (!bytes.empty())
+            lines_ = cutter.finish(content);
         final_newline_ = ends_line;
     } catch (const std::bad_alloc&) {
         load_state_ = Load::Broken;

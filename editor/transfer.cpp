@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "buffer/line_cutter.h"
 #include "buffer/write_rows.h"
 #include "editor/kpe.h"
 #include "editor/line_reader.h"
@@ -191,7 +192,8 @@ void Editor::include_file_command(const std::string& args, bool report) {
     const auto tell = [&](const std::string& line) { report ? kpe_say(true, line) : kpe_warn(line); };
     const AbortGuard guard;
     note_used_file(name);
-    FileContent content = kpe_read_file(name, &g_kpe_abort_requested);
+    LineCutter cutter(LineStore::Returns::Drop);
+    const FileContent content = kpe_read_file(name, &g_kpe_abort_requested, &cutter);
     if (check_abort(report)) return;
     if (content.end == End::Missing || content.end == End::Refused) {
         tell("Include file does not exist");
@@ -202,7 +204,7 @@ void Editor::include_file_command(const std::string& args, bool report) {
         return;
     }
     if (content.error == EISDIR && (report || g_curses_active)) tell_user("?" + kpe_why_unread(EISDIR, name));
-    const LineStore lines = LineStore::from_block(content.block);
+    const LineStore lines = cutter.finish(content);
     record_changes();
     if (content.end == End::Whole) record_source(name, content.file, lines);
     buffer_.insert_lines(cursor_row_, lines);

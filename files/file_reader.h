@@ -15,8 +15,29 @@ struct FileContent {
     int error = 0;                 // an errno: why it was not read to its end, or not at all. EISDIR for a directory
     FileState file;                // as it was before the first byte was read
     std::shared_ptr<Block> block;  // what was read; never null; has room for one more byte
+    bool in_steps = false;         // whether a FileStepUser was given all of it
 };
+
+// Uses the bytes of a large file while they are being read and lie in the caches of the processor.
+//
+// The file is read in parts of FILE_PART bytes, by several threads at once, and each part in steps. Bytes that were
+// given may be changed, but those to come must stay as they are.
+class FileStepUser {
+public:
+    virtual ~FileStepUser() = default;
+    // Comes first: the file has so many parts at most, and will be read to this block.
+    virtual void expect(const std::shared_ptr<Block>& block, size_t parts) = 0;
+    // The bytes [from, to) of the block were read. They follow those of the step before in the same part. Steps of
+    // different parts come at the same time from different threads.
+    virtual void step(size_t part, size_t from, size_t to) = 0;
+};
+constexpr size_t FILE_PART = Block::MADE_READY;
 
 // Reads a file of any kind to its end. It waits for a FIFO or a terminal as long as that takes. Once *abort (may be
 // null) is not 0, it stops and returns what it has read. A directory counts as an empty file.
-FileContent kpe_read_file(const std::string& path, const volatile std::sig_atomic_t* abort);
+//
+// A user (may be null) gets the steps of a file that is large enough. It must forget them unless in_steps says that
+// they are all of it, from the first byte to the last; steps behind the last byte do not count. What step() throws is
+// thrown on, except std::bad_alloc: it counts as if the memory for the file had ended.
+FileContent kpe_read_file(const std::string& path, const volatile std::sig_atomic_t* abort,
+                          FileStepUser* user = nullptr);

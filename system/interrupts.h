@@ -11,7 +11,15 @@ extern volatile std::sig_atomic_t g_kpe_abort_requested;
 // texts are whole (Editor::obey_end_signal).
 extern volatile std::sig_atomic_t g_kpe_end_signal;
 
-// Sets g_kpe_abort_requested and nothing else.
+// Whether a handler has set the flag (may be null: no). For threads that share work, as the handler runs in another
+// one.
+inline bool kpe_is_set(const volatile std::sig_atomic_t* flag) {
+    return flag && __atomic_load_n(flag, __ATOMIC_RELAXED) != 0;
+}
+
+// Sets g_kpe_abort_requested; for a signal handler.
+void kpe_request_abort();
+// The handler that does that and nothing else.
 void kpe_sigint_handler(int);
 // Sets g_kpe_abort_requested back to 0, unless the process has to end. For an interrupt that has had its effect or came
 // too late.

@@ -13,15 +13,14 @@
 namespace {
 
 // A sanitizer reports a crash by handlers of its own.
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool SANITIZED = true;
 #elif defined(__has_feature)
-constexpr bool SANITIZED = __has_feature(address_sanitizer);
+constexpr bool SANITIZED = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
 #else
 constexpr bool SANITIZED = false;
 #endif
 
-constexpr int CRASH_SIGNALS[] = {SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSYS, SIGTRAP};
 constexpr int MOST_SECONDS = 10;                        // for the end of the process, and for files that do not get on
 constexpr size_t CRASH_STACK_SIZE = size_t{256} << 10;  // bytes: rescue files are written on it
 
@@ -85,7 +84,7 @@ void ending_signal_handler(int signal_number) {
     const int error = errno;
     if (g_kpe_end_signal == 0) {
         g_kpe_end_signal = signal_number;
-        g_kpe_abort_requested = 1;
+        kpe_request_abort();
         limit_end();
     } else if (signal_number != SIGPIPE && may_end_at_once()) {
         end_at_once();
@@ -97,7 +96,7 @@ void ending_signal_handler(int signal_number) {
 void rescue_in_child() {
     const pid_t child = _Fork();
     if (child == 0) {
-        for (const int number : CRASH_SIGNALS) kpe_set_handler(number, SIG_DFL);
+        for (const int number : KPE_CRASH_SIGNALS) kpe_set_handler(number, SIG_DFL);
         g_end_status = 1;
         limit_end();
         g_rescue();
@@ -125,7 +124,7 @@ void install_crash_handlers() {
     stack.ss_sp = g_crash_stack;
     stack.ss_size = sizeof g_crash_stack;
     if (sigaltstack(&stack, nullptr) != 0) return;
-    for (const int number : CRASH_SIGNALS)
+    for (const int number : KPE_CRASH_SIGNALS)
         kpe_set_handler_unless_ignored(number, crash_handler, SA_ONSTACK | SA_NODEFER);
 }
 

@@ -21,6 +21,13 @@ const sigset_t& kpe_ending_signals() {
     return all;
 }
 
+sigset_t kpe_all_but_crashes() {
+    sigset_t all;
+    sigfillset(&all);
+    for (const int number : KPE_CRASH_SIGNALS) sigdelset(&all, number);
+    return all;
+}
+
 sigset_t kpe_ending_signals_and(std::initializer_list<int> more) {
     sigset_t all = kpe_ending_signals();
     for (const int number : more) sigaddset(&all, number);

@@ -7,6 +7,11 @@
 // other programs send them; kpe treats them all in the same way.
 const sigset_t& kpe_ending_signals();
 
+// The signals of a crash.
+inline constexpr int KPE_CRASH_SIGNALS[] = {SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSYS, SIGTRAP};
+// Every other signal.
+sigset_t kpe_all_but_crashes();
+
 // Has handler called when the signal comes. before (may be null) gets the action that was in force. System calls that
 // wait are interrupted by the signal.
 void kpe_set_handler(int number, void (*handler)(int), struct sigaction* before = nullptr);

@@ -7,11 +7,17 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-size_t g_failing_allocation = 0;
+std::atomic<size_t> g_failing_allocation = 0;
 
 namespace {
 
-bool fails() { return g_failing_allocation > 0 && --g_failing_allocation == 0; }
+// Threads may allocate at the same time: only one of them fails.
+bool fails() {
+    size_t left = g_failing_allocation;
+    while (left > 0 && !g_failing_allocation.compare_exchange_weak(left, left - 1)) {
+    }
+    return left == 1;
+}
 
 void* no_pages() {
     errno = ENOMEM;

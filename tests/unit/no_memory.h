@@ -1,10 +1,11 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <new>
 
 // Lets the allocation number nth of a change fail, be it of the heap or of pages: 1 is the first, 0 none.
-extern size_t g_failing_allocation;
+extern std::atomic<size_t> g_failing_allocation;
 
 // Makes the change with one allocation after the other failing, until it needs no more of them. unchanged() is called
 // after each failure.
