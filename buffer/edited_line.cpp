@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 #include <vector>
 
 namespace {
@@ -39,13 +40,24 @@ void EditedLine::thin(const std::shared_ptr<EditedLine>& newer, CommonEnds ends)
     block_.reset();
     newer_ = newer;
     ends_ = ends;
+    difference_ = true;
+}
+
+void EditedLine::restore() {
+    // One for all lines: they are few, and one may be part of another.
+    static std::mutex restoring;
+    const std::lock_guard lock(restoring);
+    if (!newer_) return;  // another thread has done it meanwhile
+    text_ = whole_text();
+    newer_.reset();
+    difference_.store(false, std::memory_order_release);
 }
 
 // The newer line may be a difference itself, and so on: from the first whole one back.
-void EditedLine::restore() {
+std::string EditedLine::whole_text() const {
     std::vector<const EditedLine*> differences;
     size_t most = 0;
-    EditedLine* whole = this;
+    const EditedLine* whole = this;
     for (; whole->newer_; whole = whole->newer_.get()) {
         differences.push_back(whole);
         most = std::max(most, whole->size());
@@ -53,7 +65,7 @@ void EditedLine::restore() {
     std::string text;
     text.reserve(most);
     const EditedLine& last = *differences.back();
-    const std::string_view from = whole->view();
+    const std::string_view from = whole->block_ ? whole->in_block_ : std::string_view(whole->text_);
     text.append(from.substr(0, last.ends_.head)).append(last.text_);
     text.append(from.substr(from.size() - last.ends_.tail));
     differences.pop_back();
@@ -61,6 +73,5 @@ void EditedLine::restore() {
         const EditedLine& line = *differences.back();
         text.replace(line.ends_.head, text.size() - line.ends_.both(), line.text_);
     }
-    text_ = std::move(text);
-    newer_.reset();
+    return text;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -34,8 +35,9 @@ public:
     // The bytes kept for this line alone: of a difference only those in the middle.
     size_t own_bytes() const { return newer_ ? text_.size() : size(); }
 
+    // Threads may call it at the same time for lines of one text.
     std::string_view view() {
-        if (newer_) restore();
+        if (difference_.load(std::memory_order_acquire)) restore();
         return block_ ? in_block_ : std::string_view(text_);
     }
     std::string& string();
@@ -46,7 +48,9 @@ public:
 
 private:
     void restore();
+    std::string whole_text() const;
 
+    std::atomic<bool> difference_ = false;  // whether there is a newer_; also for other threads
     std::string text_;  // the whole text; of a difference what lies between head and tail; unused with a block
     std::shared_ptr<const Block> block_;
     std::string_view in_block_;

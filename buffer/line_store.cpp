@@ -10,6 +10,7 @@ namespace {
 
 // Rows that are inserted as single lines; more become chunks of their own.
 constexpr size_t FEW_ROWS = 64;
+constexpr size_t FEW_SHARES = 8;
 constexpr size_t ROWS_AROUND = LineChunk::TINY_ROWS;  // see cut_around
 
 // A clone in place of what has other owners.
@@ -172,6 +173,26 @@ size_t LineStore::row_at(const LineRun& run, size_t offset) const {
             high = middle - 1;
     }
     return low;
+}
+
+// Each share is one leaf, or what the rows have of it. So few that threads would cost more than they save are one
+// share.
+std::vector<size_t> LineStore::shares(size_t first, size_t last) const {
+    std::vector<size_t> rows{first};
+    last = std::min(last, size());
+    if (first >= last) return rows;
+    const LineTree::Place at = tree_->locate(first);
+    for (size_t i = at.branch; i < tree_->entries.size(); ++i) {
+        const LineBranch& branch = *tree_->entries[i].part;
+        for (const auto& leaf : branch.entries) {
+            const size_t row = tree_->start(i) + leaf.end;
+            if (row >= last) break;
+            if (row > first) rows.push_back(row);
+        }
+    }
+    if (rows.size() < FEW_SHARES) rows.resize(1);
+    rows.push_back(last);
+    return rows;
 }
 
 // --- Changing ---

@@ -79,6 +79,10 @@ public:
     size_t row_at(const LineRun& run, size_t offset) const;
     static constexpr size_t RUN_LIMIT = size_t{4} << 20;
 
+    // Cuts rows [first, last), as far as they exist, into shares of about some megabytes each: the first row of each
+    // share, and last. They follow from the rows alone, so that what threads find in them does too.
+    std::vector<size_t> shares(size_t first, size_t last) const;
+
     // Replaces each place of what, which must not hold a line break, by the text by. Looks at rows first to last, both
     // inclusive, as far as they exist, from left to right in each. Rows that do not change stay shared. If patience
     // ends, only the places found until then are replaced.

@@ -1,24 +1,14 @@
 #include "buffer/match.h"
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
+#include <utility>
+#include <vector>
 
 #include "buffer/pattern.h"
 #include "buffer/text_buffer.h"
-
-struct Matcher::Program {
-    std::string needle;
-    bool exact = true;
-    const volatile std::sig_atomic_t* abort = nullptr;
-    bool wild = false, anchored = false;
-    Pattern pattern;
-
-    std::optional<Match> first(const Piece& line, size_t from, Patience& patience) const;
-    std::optional<Match> last(const Piece& line, size_t limit, Patience& patience) const;
-    std::optional<Match> at_line_start(const Piece& line, Patience& patience) const;
-    std::optional<Place> scan_forward(const LineStore& lines, size_t row, Patience& patience) const;
-    std::optional<Place> scan_backward(const LineStore& lines, size_t row, Patience& patience) const;
-};
+#include "system/threads.h"
 
 namespace {
 
@@ -32,26 +22,30 @@ std::optional<Matcher::Place> at_row(size_t row, const std::optional<Matcher::Ma
     return Matcher::Place{row, match->col, match->len};
 }
 
-constexpr size_t MIN_WORK = 16;  // what looking at a row costs at least, in bytes looked at
+constexpr size_t MIN_WORK = 16;             // what looking at a row costs at least, in bytes looked at
+constexpr size_t NEARBY = size_t{8} << 20;  // bytes that one thread looks at before others help
 
 struct Row {
     size_t row;
     std::string_view text;
 };
 
-// The rows in which a match may lie, in the order of a scan: those in which some string of bytes begins
-// that every match holds, or all rows if there is none. The string is searched over each run as it lies,
-// across the ends of its lines; so a row that is named may hold no match, but none is left out. Nothing
-// more is named once patience ended.
+// The rows in which a match may lie, in the order of a scan: those in which some string of bytes begins that every
+// match holds, or all rows if there is none. The string is searched over each run as it lies, across the ends of its
+// lines; so a row that is named may hold no match, but none is left out. Nothing more is named once patience ended, or
+// once so many bytes were looked at; what is left then begins at a run.
 class RowsBelow {
 public:
-    RowsBelow(const LineStore& lines, size_t row, const ByteSearch* key) : lines_(lines), key_(key), row_(row) {}
+    // Rows [begin, end), from the first to the last.
+    RowsBelow(const LineStore& lines, size_t begin, size_t end, const ByteSearch* key, size_t most = SIZE_MAX)
+        : lines_(lines), key_(key), row_(begin), end_(end), left_(most) {}
 
     std::optional<Row> next(Patience& patience) {
         if (!key_) {
-            if (row_ >= lines_.size() || !patience.spend(MIN_WORK)) return std::nullopt;
-            ++row_;
-            return Row{row_ - 1, lines_.view(row_ - 1)};
+            if (row_ >= end_ || left_ == 0 || !patience.spend(MIN_WORK)) return std::nullopt;
+            const std::string_view text = lines_.view(row_);
+            left_ -= std::min(left_, text.size() + MIN_WORK);
+            return Row{row_++, text};
         }
         while (!patience.over()) {
             const size_t hit = key_->find(run_.bytes, done_, patience);
@@ -61,58 +55,99 @@ public:
                 done_ = static_cast<size_t>(text.data() - run_.bytes.data()) + text.size() + 1;
                 return patience.spend(MIN_WORK) ? std::optional(Row{row, text}) : std::nullopt;
             }
-            if (row_ >= lines_.size() || !patience.ask()) break;
-            run_ = lines_.run_from(row_);
+            if (row_ >= end_ || left_ == 0 || !patience.ask()) break;
+            run_ = *lines_.runs(row_, end_).begin();
+            left_ -= std::min(left_, run_.bytes.size());
             row_ += run_.rows;
             done_ = 0;
         }
         return std::nullopt;
     }
 
+    static std::pair<size_t, size_t> share(const std::vector<size_t>& rows, size_t part) {
+        return {rows[part], rows[part + 1]};
+    }
+    std::pair<size_t, size_t> rest() const { return {row_, end_}; }  // [begin, end) of the rows not looked at
+
 private:
     const LineStore& lines_;
     const ByteSearch* key_;
     size_t row_;  // the first row behind run_
+    const size_t end_;
+    size_t left_;  // bytes
     LineRun run_;
     size_t done_ = 0;  // the bytes of run_ that need no further look
 };
 
 class RowsAbove {
 public:
-    // The rows above row.
-    RowsAbove(const LineStore& lines, size_t row, const ByteSearch* key) : lines_(lines), key_(key), row_(row) {}
+    // Rows [begin, end), from the last to the first.
+    RowsAbove(const LineStore& lines, size_t begin, size_t end, const ByteSearch* key, size_t most = SIZE_MAX)
+        : lines_(lines), key_(key), row_(end), begin_(begin), left_(most) {}
 
     std::optional<Row> next(Patience& patience) {
         if (!key_) {
-            if (row_ == 0 || !patience.spend(MIN_WORK)) return std::nullopt;
-            --row_;
-            return Row{row_, lines_.view(row_)};
+            if (row_ <= begin_ || left_ == 0 || !patience.spend(MIN_WORK)) return std::nullopt;
+            const std::string_view text = lines_.view(--row_);
+            left_ -= std::min(left_, text.size() + MIN_WORK);
+            return Row{row_, text};
         }
         while (!patience.over()) {
-            const size_t hit = key_->rfind(run_.bytes.substr(0, left_), 0, patience);
+            const size_t hit = key_->rfind(run_.bytes.substr(0, to_), 0, patience);
             if (hit != ByteSearch::NONE) {
                 const size_t row = lines_.row_at(run_, hit);
                 const std::string_view text = lines_.view(row);
-                left_ = static_cast<size_t>(text.data() - run_.bytes.data());
+                to_ = static_cast<size_t>(text.data() - run_.bytes.data());
                 return patience.spend(MIN_WORK) ? std::optional(Row{row, text}) : std::nullopt;
             }
-            if (row_ == 0 || !patience.ask()) break;
+            if (row_ <= begin_ || left_ == 0 || !patience.ask()) break;
             run_ = lines_.run_to(row_ - 1);
+            if (run_.first_row < begin_) {
+                run_.bytes.remove_prefix(static_cast<size_t>(lines_.view(begin_).data() - run_.bytes.data()));
+                run_.rows -= begin_ - run_.first_row;
+                run_.first_row = begin_;
+            }
+            left_ -= std::min(left_, run_.bytes.size());
             row_ = run_.first_row;
-            left_ = run_.bytes.size();
+            to_ = run_.bytes.size();
         }
         return std::nullopt;
     }
+
+    static std::pair<size_t, size_t> share(const std::vector<size_t>& rows, size_t part) {
+        return {rows[rows.size() - 2 - part], rows[rows.size() - 1 - part]};
+    }
+    std::pair<size_t, size_t> rest() const { return {begin_, row_}; }
 
 private:
     const LineStore& lines_;
     const ByteSearch* key_;
     size_t row_;  // the first row of run_, or the one behind it before any
+    const size_t begin_;
+    size_t left_;  // bytes
     LineRun run_;
-    size_t left_ = 0;  // the bytes of run_ still to be searched
+    size_t to_ = 0;  // the bytes of run_ still to be searched
 };
 
 }  // namespace
+
+struct Matcher::Program {
+    std::string needle;
+    bool exact = true;
+    const volatile std::sig_atomic_t* abort = nullptr;
+    bool wild = false, anchored = false;
+    Pattern pattern;
+
+    std::optional<Match> first(const Piece& line, size_t from, Patience& patience) const;
+    std::optional<Match> last(const Piece& line, size_t limit, Patience& patience) const;
+    std::optional<Match> at_line_start(const Piece& line, Patience& patience) const;
+    template <class Rows>
+    std::optional<Place> scan(Rows& rows, Patience& patience) const;
+    template <class Rows>
+    std::optional<Place> scan_all(const LineStore& lines, size_t begin, size_t end, Patience& patience) const;
+    std::optional<Match> in_row(const RowsBelow&, std::string_view line, Patience& patience) const;
+    std::optional<Match> in_row(const RowsAbove&, std::string_view line, Patience& patience) const;
+};
 
 Matcher::Matcher() : Matcher(std::string_view(), /*exact=*/true) {}
 
@@ -192,7 +227,7 @@ std::optional<Matcher::Place> Matcher::find_forward(const LineStore& lines, size
     if (needle().empty() || row >= lines.size() || !program_->pattern.possible()) return std::nullopt;
     if (!patience.ask()) return std::nullopt;
     if (const auto match = program_->first({lines.view(row)}, col, patience)) return at_row(row, match);
-    return program_->scan_forward(lines, row + 1, patience);
+    return program_->scan_all<RowsBelow>(lines, row + 1, lines.size(), patience);
 }
 
 std::optional<Matcher::Place> Matcher::find_backward(const LineStore& lines, size_t row, size_t col) const {
@@ -201,24 +236,52 @@ std::optional<Matcher::Place> Matcher::find_backward(const LineStore& lines, siz
     if (!patience.ask()) return std::nullopt;
     row = std::min(row, lines.size() - 1);
     if (const auto match = program_->last({lines.view(row)}, col, patience)) return at_row(row, match);
-    return program_->scan_backward(lines, row, patience);
+    return program_->scan_all<RowsAbove>(lines, 0, row, patience);
 }
 
-std::optional<Matcher::Place> Matcher::Program::scan_forward(const LineStore& lines, size_t row,
-                                                             Patience& patience) const {
-    RowsBelow rows(lines, row, pattern.key());
+std::optional<Matcher::Match> Matcher::Program::in_row(const RowsBelow&, std::string_view line,
+                                                       Patience& patience) const {
+    return first({line}, 0, patience);
+}
+
+std::optional<Matcher::Match> Matcher::Program::in_row(const RowsAbove&, std::string_view line,
+                                                       Patience& patience) const {
+    return last({line}, line.size(), patience);
+}
+
+// The match in the first of the rows that has one.
+template <class Rows>
+std::optional<Matcher::Place> Matcher::Program::scan(Rows& rows, Patience& patience) const {
     while (const auto candidate = rows.next(patience))
-        if (const auto match = first({candidate->text}, 0, patience)) return at_row(candidate->row, match);
+        if (const auto match = in_row(rows, candidate->text, patience)) return at_row(candidate->row, match);
     return std::nullopt;
 }
 
-std::optional<Matcher::Place> Matcher::Program::scan_backward(const LineStore& lines, size_t row,
-                                                              Patience& patience) const {
-    RowsAbove rows(lines, row, pattern.key());
-    while (const auto candidate = rows.next(patience))
-        if (const auto match = last({candidate->text}, candidate->text.size(), patience))
-            return at_row(candidate->row, match);
-    return std::nullopt;
+// The same of rows [begin, end). Where the match is not near, threads look at many shares at once; the answer is that
+// of the first share that has one.
+template <class Rows>
+std::optional<Matcher::Place> Matcher::Program::scan_all(const LineStore& lines, size_t begin, size_t end,
+                                                         Patience& patience) const {
+    Rows nearby(lines, begin, end, pattern.key(), NEARBY);
+    const auto near_match = scan(nearby, patience);
+    const auto [from, to] = nearby.rest();
+    if (near_match || patience.over() || from >= to) return near_match;
+
+    const std::vector<size_t> rows = lines.shares(from, to);
+    std::vector<std::optional<Place>> found(rows.size() - 1);
+    std::atomic<size_t> first_found = found.size();
+    kpe_share_work(found.size(), [&](size_t part) {
+        if (part > first_found) return;
+        const auto [first, last] = Rows::share(rows, part);
+        Rows share(lines, first, last, pattern.key());
+        Patience own(abort);
+        found[part] = scan(share, own);
+        size_t before = first_found;
+        while (found[part] && part < before && !first_found.compare_exchange_weak(before, part)) {
+        }
+    });
+    if (!patience.ask() || first_found == found.size()) return std::nullopt;
+    return found[first_found];
 }
 
 // --- The buffer's own operations ---

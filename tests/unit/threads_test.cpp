@@ -7,9 +7,11 @@
 #include <atomic>
 #include <csignal>
 #include <random>
+#include <set>
 #include <stdexcept>
 #include <thread>
 
+#include "buffer/match.h"
 #include "buffer/text_buffer.h"
 #include "unit/no_memory.h"
 #include "unit/scratch.h"
@@ -131,6 +133,40 @@ TEST_P(Threads, StopReadingWhereTheyAreInterruptedOrMemoryEnds) {
         EXPECT_EQ(read.text(), "");
     }
     EXPECT_TRUE(read.text() == text);
+}
+
+// --- Searching ---
+
+constexpr size_t ROWS = 300000;
+
+// Some 24 MB, with a word in these rows.
+LineStore text_with(std::string_view word, const std::set<size_t>& in) {
+    string text;
+    for (size_t row = 0; row < ROWS; ++row) {
+        text += "line " + std::to_string(row) + " of a text in which nothing is looked for in vain";
+        if (in.contains(row)) text += word;
+        text += '\n';
+    }
+    return LineStore::from_text(text);
+}
+
+TEST_P(Threads, FindTheNearestOfFarMatches) {
+    const LineStore lines = text_with(" Needle here", {9, 150000, 150001, 290000});
+    for (const auto& [needle, exact] : {std::pair("Needle", true), {"nEEDLE", false}, {"N*d?e here$", true}}) {
+        const Matcher matcher(needle, exact);
+        const auto below = matcher.find_forward(lines, 10, 0);
+        ASSERT_TRUE(below) << needle;
+        EXPECT_EQ(below->row, 150000) << needle;
+        EXPECT_EQ(lines.view(below->row).substr(below->col, 2), "Ne") << needle;
+        const auto above = matcher.find_backward(lines, 289999, 5);
+        ASSERT_TRUE(above) << needle;
+        EXPECT_EQ(above->row, 150001) << needle;
+        EXPECT_FALSE(matcher.find_forward(lines, 290001, 0)) << needle;
+    }
+    const Matcher row_by_row("[N][e]", true);
+    EXPECT_EQ(row_by_row.find_forward(lines, 10, 0).value().row, 150000);
+    volatile std::sig_atomic_t abort = 1;
+    EXPECT_FALSE(Matcher("Needle", true, &abort).find_forward(lines, 10, 0));
 }
 
 }  // namespace
