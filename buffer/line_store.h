@@ -125,6 +125,7 @@ private:
     friend class RowPairs;     // compares rows
     friend class LineCutter;   // makes a store while its text is read
     explicit LineStore(std::shared_ptr<LineTree> tree) : tree_(std::move(tree)) {}
+    Hits replace_in_part(size_t first, size_t last, const ByteSearch& what, std::string_view by, Patience& patience);
     static LineStore cut(const std::shared_ptr<Block>& block, Returns returns);
     struct Spot;
     Spot own_chunk(size_t row);

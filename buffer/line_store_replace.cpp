@@ -7,8 +7,11 @@
 #include "buffer/byte_search.h"
 #include "buffer/line_store.h"
 #include "buffer/row_rewriter.h"
+#include "system/threads.h"
 
 namespace {
+
+constexpr size_t SHARES_TOGETHER = 8;
 
 bool lies_in(const char* place, std::string_view line) {
     const std::less<> before;  // in whatever block
@@ -104,13 +107,18 @@ private:
     std::vector<Change> changes_;
 };
 
+// The places that were replaced in a part of the rows, and the rows themselves.
+struct ReplacedPart {
+    LineStore rows;
+    LineStore::Hits done;
+    bool stopped = false;  // patience ended
+};
+
 }  // namespace
 
-LineStore::Hits LineStore::replace(size_t first, size_t last, const ByteSearch& what, std::string_view by,
-                                   Patience& patience) {
-    last = std::min(last, size() - 1);
-    if (empty() || first > last) return {};
-    const LineStore rows = slice(first, last + 1);
+LineStore::Hits LineStore::replace_in_part(size_t first, size_t last, const ByteSearch& what, std::string_view by,
+                                           Patience& patience) {
+    const LineStore rows = slice(first, last);
     StringReplacer all(*this, what, by, patience);
     LineTree::Place at;
     do {
@@ -120,4 +128,46 @@ LineStore::Hits LineStore::replace(size_t first, size_t last, const ByteSearch& 
     } while (!patience.over() && rows.tree_->step_forward(at));
     all.finish();
     return all.done;
+}
+
+LineStore::Hits LineStore::replace(size_t first, size_t last, const ByteSearch& what, std::string_view by,
+                                   Patience& patience) {
+    last = std::min(last, size() - 1);
+    if (empty() || first > last) return {};
+    const std::vector<size_t> rows = shares(first, last + 1);
+    if (rows.size() == 2) return replace_in_part(first, last + 1, what, by, patience);
+
+    // Of a few shares, so that each part fills large blocks of memory.
+    const size_t parts = (rows.size() - 1 + SHARES_TOGETHER - 1) / SHARES_TOGETHER;
+    const auto start_of = [&](size_t part) { return rows[std::min(part * SHARES_TOGETHER, rows.size() - 1)]; };
+    std::vector<ReplacedPart> replaced(parts);
+    kpe_share_work(parts, [&](size_t part) {
+        ReplacedPart& mine = replaced[part];
+        Patience own = patience;
+        mine.rows = slice(start_of(part), start_of(part + 1));
+        if (own.ask()) mine.done = mine.rows.replace_in_part(0, mine.rows.size(), what, by, own);
+        mine.stopped = own.over();
+    });
+
+    // What comes behind a part that was stopped stays as it was.
+    Hits done;
+    LineTreeBuilder out;
+    out.add_rows(*tree_, 0, first);
+    size_t part = 0;
+    for (bool stopped = false; part < parts && !stopped; ++part) {
+        const ReplacedPart& next = replaced[part];
+        if (next.done.count > 0) {
+            done = {done.count + next.done.count, start_of(part) + next.done.last_row, next.done.last_col,
+                    done.changed || next.done.changed};
+        }
+        if (next.done.changed)
+            out.add_rows(*next.rows.tree_, 0, next.rows.size());
+        else
+            out.add_rows(*tree_, start_of(part), start_of(part + 1));
+        stopped = next.stopped;
+    }
+    out.add_rows(*tree_, start_of(part), size());
+    if (done.changed) tree_ = out.finish();
+    patience.ask();
+    return done;
 }

@@ -135,7 +135,7 @@ TEST_P(Threads, StopReadingWhereTheyAreInterruptedOrMemoryEnds) {
     EXPECT_TRUE(read.text() == text);
 }
 
-// --- Searching ---
+// --- Searching and replacing ---
 
 constexpr size_t ROWS = 300000;
 
@@ -167,6 +167,68 @@ TEST_P(Threads, FindTheNearestOfFarMatches) {
     EXPECT_EQ(row_by_row.find_forward(lines, 10, 0).value().row, 150000);
     volatile std::sig_atomic_t abort = 1;
     EXPECT_FALSE(Matcher("Needle", true, &abort).find_forward(lines, 10, 0));
+}
+
+string joined(const LineStore& lines) {
+    string text;
+    lines.append_text(text, 0, lines.size());
+    return text;
+}
+
+// The text with the first count places of "line" in rows [first, last] replaced.
+string replaced(const LineStore& lines, size_t first, size_t last, std::string_view by, size_t count) {
+    string text;
+    for (size_t row = 0; row < lines.size(); ++row) {
+        string line(lines.view(row));
+        if (first <= row && row <= last && count > 0) {
+            line.replace(0, 4, by);
+            --count;
+        }
+        text += line + "\n";
+    }
+    return text;
+}
+
+TEST_P(Threads, ReplaceInTheSameRows) {
+    const LineStore lines = text_with("", {});
+    const ByteSearch what("line ", false);
+    Patience patience(nullptr);
+    LineStore changed = lines;
+    const LineStore::Hits hits = changed.replace(1000, 299000, what, "row ", patience);
+    EXPECT_EQ(hits.count, 298001);
+    EXPECT_EQ(hits.last_row, 299000);
+    EXPECT_EQ(hits.last_col, 0);
+    EXPECT_TRUE(hits.changed);
+    EXPECT_TRUE(joined(changed) == replaced(lines, 1000, 299000, "row", hits.count));
+    EXPECT_FALSE(changed.replace(0, ROWS, what, "line ", patience).changed);
+
+    // Interrupted: what was replaced is what was counted, from the first row on.
+    volatile std::sig_atomic_t abort = 0;
+    std::thread interrupts([&] {
+        usleep(2000);
+        __atomic_store_n(&abort, 1, __ATOMIC_RELAXED);
+    });
+    LineStore partly = lines;
+    Patience short_patience(&abort);
+    const LineStore::Hits some = partly.replace(0, ROWS, what, "row ", short_patience);
+    interrupts.join();
+    EXPECT_TRUE(joined(partly) == replaced(lines, 0, ROWS, "row", some.count));
+
+    // Memory ends, in whatever thread.
+    LineStore whole = lines;
+    for (size_t nth = 1;; nth *= 3) {
+        g_failing_allocation = nth;
+        try {
+            whole.replace(0, ROWS, what, "row ", patience);
+            g_failing_allocation = 0;
+            break;
+        } catch (const std::bad_alloc&) {
+            g_failing_allocation = 0;
+            ASSERT_EQ(whole.view(ROWS - 1), lines.view(ROWS - 1));
+            ASSERT_EQ(whole.view(0), lines.view(0));
+        }
+    }
+    EXPECT_EQ(whole.view(ROWS / 2).substr(0, 4), "row ");
 }
 
 }  // namespace
