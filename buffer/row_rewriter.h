@@ -19,12 +19,12 @@ public:
     char* take(size_t bytes) {
         if (!block_ || block_->capacity() - block_->size() < bytes) {
             block_ = std::make_shared<Block>(std::max(bytes, next_size_));
-            next_size_ = std::min(next_size_ * 4, LARGEST_BLOCK);
+            next_size_ = std::min(next_size_ * 16, LARGEST_BLOCK);
             ready_ = 0;
         }
         block_->set_size(block_->size() + bytes);
         while (ready_ < block_->size()) {
-            const size_t more = std::min(Block::MADE_READY, block_->capacity() - ready_);
+            const size_t more = std::min(MADE_READY, block_->capacity() - ready_);
             block_->make_ready(ready_, more);
             ready_ += more;
         }
@@ -33,6 +33,7 @@ public:
     const std::shared_ptr<Block>& block() const { return block_; }
 
 private:
+    static constexpr size_t MADE_READY = size_t{256} << 10;  // at once: the rest of a block may never be used
     static constexpr size_t FIRST_BLOCK = size_t{4} << 10, LARGEST_BLOCK = size_t{16} << 20;  // bytes
     std::shared_ptr<Block> block_;
     size_t next_size_ = FIRST_BLOCK;
