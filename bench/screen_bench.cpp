@@ -51,12 +51,20 @@ std::string with_line(std::string text, size_t line) {
 }
 
 // The watching process and the editor on processors of their own: else the scheduler's choice decides the times.
-void pin_to(int processor) {
+// pid 0 is this process.
+void pin_to(int processor, pid_t pid = 0) {
     cpu_set_t only;
     CPU_ZERO(&only);
     CPU_SET(processor, &only);
-    sched_setaffinity(0, sizeof only, &only);
+    sched_setaffinity(pid, sizeof only, &only);
 }
+
+cpu_set_t allowed_processors() {
+    cpu_set_t all;
+    sched_getaffinity(0, sizeof all, &all);
+    return all;
+}
+const cpu_set_t PROCESSORS = allowed_processors();
 
 double percentile(std::vector<double> values, size_t percent) {
     const size_t nth = (values.size() - 1) * percent / 100;
@@ -72,6 +80,9 @@ public:
         pin_to(0);
         started_ = time((line > 1 ? with_line(kind.go, line) : "") + kind.open, start_);
     }
+
+    // Keeps the editor on one processor from now on: keys are timed more evenly. Starts and searches may use all.
+    void pin() { pin_to(1, pty_.pid()); }
 
     // From the start of the process to the last byte of the first screen.
     double started() const { return started_; }
@@ -97,9 +108,9 @@ public:
     }
 
 private:
-    // What starts on the editor's processor.
+    // What is started may use every processor.
     static Command command(const Kind& kind, const std::string& program, const std::string& file, size_t line) {
-        pin_to(1);
+        sched_setaffinity(0, sizeof PROCESSORS, &PROCESSORS);
         Command result{{program}, {}};
         for (const std::string& option : kind.options) result.words.push_back(with_line(option, line));
         result.words.push_back(file);
@@ -213,6 +224,7 @@ constexpr size_t TO_THE_EDGE = 20, OUTSIDE = 41;
 void keys(const Task& task, Figures& figures) {
     std::filesystem::copy_file(task.original, task.copy, std::filesystem::copy_options::overwrite_existing);
     Session session(task.kind, task.program, task.copy, task.lines / 2);
+    session.pin();
     const std::vector<double> pages = session.times(task.kind.page_down, PAGES);
     session.time(task.kind.text);
     std::vector<double> typed;
@@ -257,6 +269,7 @@ void keys(const Task& task, Figures& figures) {
 
 void type(const Task& task, Figures& figures) {
     Session session(task.kind, task.program, task.original, 2);
+    session.pin();
     session.time(task.kind.text);
     figures.add("typed key", session.times("x", TYPED), session.peak_kb());
 }
