@@ -13,13 +13,14 @@ using Place = SessionPolicy::Place;
 struct Flag {
     std::string_view form;
     bool EditorArguments::*flag;
-    bool ends;  // nothing behind it counts
+    bool ends;                   // nothing behind it counts
+    std::string_view help = {};  // without it the row is another spelling
 };
 constexpr Flag FLAGS[] = {
-    {"-R", &EditorArguments::never_writes, false},
+    {"-R", &EditorArguments::never_writes, false, "Write nothing"},
     {"-h", &EditorArguments::help, true},
-    {"--help", &EditorArguments::help, true},
-    {"--version", &EditorArguments::version, true},
+    {"--help", &EditorArguments::help, true, "Print a summary and leave"},
+    {"--version", &EditorArguments::version, true, "Print the version and leave"},
 };
 
 const Flag* flag_of(std::string_view argument) {
@@ -123,4 +124,10 @@ EditorArguments kpe_editor_arguments(int argc, char** argv) {
     if (arguments.text_from_input && arguments.files.size() > 1) arguments.wrong = "\"-\" stands alone";
     if (first && !arguments.places.empty()) arguments.places.front() = *first;
     return arguments;
+}
+
+std::vector<OptionForm> kpe_editor_option_forms() {
+    std::vector<OptionForm> forms;
+    for (const Flag& row : FLAGS) forms.push_back({row.form, row.help, /*takes_file=*/false});
+    return forms;
 }

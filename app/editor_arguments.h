@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "app/options.h"
 #include "editor/policy.h"
 
 // The command line of kpe-editor: the same program under the name by which other programs call it as $EDITOR.
@@ -20,5 +21,7 @@ struct EditorArguments {
 // Reads at most up to what is wrong, or to an option that asks for help or for the version. "FILE:N" and "FILE:N:C"
 // name a place in FILE unless a file has the whole name.
 EditorArguments kpe_editor_arguments(int argc, char** argv);
+
+std::vector<OptionForm> kpe_editor_option_forms();
 
 extern const char* const KPE_EDITOR_USAGE;

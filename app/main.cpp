@@ -10,91 +10,17 @@
 #include <vector>
 
 #include "app/editor_arguments.h"
+#include "app/options.h"
 #include "app/recover.h"
 #include "app/usage.h"
 #include "config/n3_rzconfig.h"
 #include "editor/kpe.h"
-#include "system/ascii.h"
 #include "system/process.h"
 #include "system/report.h"
 #include "system/terminal.h"
 #include "system/version.h"
 
 namespace {
-
-struct Options {
-    std::vector<std::string> files;
-    std::optional<std::string> command_file, output_file, journal;
-    bool read_only = false, recover = false, debug_keys = false, no_command = false, help = false;
-    bool version = false, stop = false, quiet = false;
-};
-
-using Value = std::optional<std::string> Options::*;
-
-// clang-format off
-
-// A form that begins with "-" is compared as typed, one that begins with "/" in any case.
-struct FlagForm { std::string_view form; bool Options::*flag; };
-constexpr FlagForm FLAGS[] = {
-    {"-d", &Options::debug_keys},       {"-k", &Options::debug_keys},
-    {"/DEBUG", &Options::debug_keys},   {"/DEBUG_KEYS", &Options::debug_keys},
-    {"-nocommand", &Options::no_command}, {"/NOCOMMAND", &Options::no_command},
-    {"-readonly", &Options::read_only}, {"-read_only", &Options::read_only},
-    {"/READ_ONLY", &Options::read_only}, {"/READONLY", &Options::read_only},
-    {"-recover", &Options::recover},    {"/RECOVER", &Options::recover},
-    {"-h", &Options::help},             {"--help", &Options::help},       {"/?", &Options::help},
-    {"--version", &Options::version},   {"-stop", &Options::stop},        {"-quiet", &Options::quiet},
-};
-// The value is what follows the form, in its own case.
-struct ValueForm { std::string_view form; Value value; };
-constexpr ValueForm VALUES[] = {
-    {"-command=", &Options::command_file}, {"-command:", &Options::command_file}, {"/COMMAND=", &Options::command_file},
-    {"-output=", &Options::output_file},   {"-output:", &Options::output_file},   {"/OUTPUT=", &Options::output_file},
-    {"-journal=", &Options::journal},      {"-journal:", &Options::journal},      {"/JOURNAL=", &Options::journal},
-};
-// clang-format on
-
-// An unknown option or qualifier. /tmp/x is a file, and so is /9.
-bool is_ignored(std::string_view argument) {
-    if (argument.starts_with('-')) return true;
-    return argument.size() > 1 && argument.front() == '/' && kpe_is_alpha(argument[1]) &&
-           argument.find('/', 1) == argument.npos;
-}
-
-bool take_option(const std::string& argument, Options& options) {
-    std::string upper = argument;
-    for (char& c : upper) c = kpe_to_upper(c);
-    const auto as_compared = [&](std::string_view form) -> const std::string& {
-        return form.front() == '/' ? upper : argument;
-    };
-    for (const FlagForm& row : FLAGS) {
-        if (as_compared(row.form) == row.form) return options.*row.flag = true;
-    }
-    for (const ValueForm& row : VALUES) {
-        if (!as_compared(row.form).starts_with(row.form)) continue;
-        options.*row.value = argument.substr(row.form.size());
-        return true;
-    }
-    return is_ignored(argument);
-}
-
-// Stops at a form that asks for help or for the version: it ends the program at once.
-Options parse_arguments(int argc, char** argv) {
-    Options options;
-    for (int i = 1; i < argc && !options.help && !options.version; ++i) {
-        const std::string argument = argv[i];
-        if (argument == "-command") {
-            if (i + 1 < argc) {
-                options.command_file = argv[++i];
-            } else {
-                kpe_warn("?Missing file after -command");
-            }
-        } else if (!take_option(argument, options)) {
-            options.files.push_back(argument);
-        }
-    }
-    return options;
-}
 
 bool is_set_and_not_zero(const char* name) {
     const char* const value = std::getenv(name);
@@ -241,7 +167,7 @@ int main(int argc, char** argv) {
     kpe_install_signal_handlers();
     redirect_tty();
     const bool versioning = configured_versioning();
-    Options options = parse_arguments(argc, argv);
+    Options options = kpe_options(argc, argv);
     if (options.version) {
         kpe_say(true, "kpe " + kpe_version_string());
         kpe_flush();
