@@ -14,7 +14,7 @@
 namespace n3rz {
 namespace {
 
-constexpr const char* RUNTIME_LIBRARIES[] = {"librzrtl.so"};
+[[maybe_unused]] constexpr const char* RUNTIME_LIBRARIES[] = {"librzrtl.so"};
 constexpr const char* BLANKS = " \t";
 
 // Upper case of the C locale, whatever the locale of the process is.
@@ -128,8 +128,10 @@ bool config_is_on(const std::string& v) {
 }
 
 bool runtime_present() {
+#ifndef KPE_STATIC  // a program without a dynamic linker can load no library
     for (const char* name : RUNTIME_LIBRARIES)
         if (dlopen(name, RTLD_LAZY)) return true;  // stays loaded
+#endif
     return false;
 }
 

@@ -49,6 +49,19 @@ quietly() {
     return 1
 }
 
+# The files that belong to the project, also those that are not committed yet.
+copy_sources() {
+    mkdir -p "$1"
+    git -C "$root" ls-files -z --cached --others --exclude-standard |
+        tar -C "$root" --null -T - -c | tar -x -C "$1"
+}
+
+# Exports the time of the last commit for builds that have to come out the same each time.
+need_commit_time() {
+    SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git -C "$root" log -1 --format=%ct)}
+    export SOURCE_DATE_EPOCH
+}
+
 # build PRESET TARGET [-DNAME=VALUE...]: the result is in build/PRESET.
 build() {
     preset=$1 target=$2
@@ -63,3 +76,5 @@ BUILD_PACKAGES="g++ cmake ninja-build pkg-config libncurses-dev libutf8proc-dev"
 TEST_PACKAGES="$BUILD_PACKAGES libgtest-dev libvterm-dev ncurses-term bubblewrap git less cron sudo mutt"
 LINT_PACKAGES="$TEST_PACKAGES libbenchmark-dev clang clang-format clang-tidy shellcheck pyflakes3 man-db lowdown"
 BENCH_PACKAGES="$BUILD_PACKAGES libbenchmark-dev python3 vim ed ne nano"
+LINT_PACKAGES="$LINT_PACKAGES desktop-file-utils appstream"
+STATIC_PACKAGES="$BUILD_PACKAGES binutils git tmux util-linux"
