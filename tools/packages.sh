@@ -77,4 +77,6 @@ TEST_PACKAGES="$BUILD_PACKAGES libgtest-dev libvterm-dev ncurses-term bubblewrap
 LINT_PACKAGES="$TEST_PACKAGES libbenchmark-dev clang clang-format clang-tidy shellcheck pyflakes3 man-db lowdown"
 BENCH_PACKAGES="$BUILD_PACKAGES libbenchmark-dev python3 vim ed ne nano"
 LINT_PACKAGES="$LINT_PACKAGES desktop-file-utils appstream"
+# Programs that read the package, and that try it in a system of its own; what is in that comes from debian/.
+PACKAGE_PACKAGES="git lintian mmdebstrap util-linux"
 STATIC_PACKAGES="$BUILD_PACKAGES binutils git tmux util-linux"
