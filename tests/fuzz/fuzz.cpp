@@ -214,7 +214,10 @@ public:
         const bool at_prompt = kind == "prompt" || (kind == "kills" && seed % 4 == 0);
         const auto typed = at_prompt ? typed_at_prompt : on_terminal_ ? keys : typed_lines;
         pieces_ = typed(chance, words);
-        if (kind == "kills") pieces_.resize(1 + chance.below(pieces_.size()));
+        if (kind == "kills") {  // what is pasted counts when the paste ends
+            pieces_.resize(1 + chance.below(pieces_.size()));
+            pieces_.emplace_back("\x1b[201~");
+        }
         for (const string& piece : pieces_) typed_ += piece;
         if (says("\x03")) sent_.insert(SIGINT);
         if (says("\x1c")) sent_.insert(SIGQUIT);
