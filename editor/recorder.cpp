@@ -79,6 +79,17 @@ void SessionRecorder::list_sources() {
         if (!sources_of_log_[number].path.empty()) sources_.add(number, sources_of_log_[number].text);
 }
 
+bool SessionRecorder::reads_back(const LineStore& text) const {
+    for (const LineRun& run : text.runs()) {
+        const auto known = sources_.find(text.view(run.first_row));
+        if (known && known->count >= run.rows) continue;
+        if (run.bytes.find('\r') != run.bytes.npos) return false;
+        const auto breaks = static_cast<size_t>(std::count(run.bytes.begin(), run.bytes.end(), '\n'));
+        if (breaks != (run.terminated ? run.rows : 0)) return false;
+    }
+    return true;
+}
+
 void SessionRecorder::forget_source(const std::string& path) {
     bool any = false, in_log = false;
     for (Source& source : sources_of_log_) {

@@ -26,6 +26,9 @@ public:
     void leave_out(const std::string& buffer, const LineStore& text);
     // A file that was read into a buffer: what the log says of its rows is where they stand in the file.
     void add_source(const std::string& path, const FileState& file, const LineStore& text);
+    // Whether a reader of the file that the text is written to gets these lines: none holds a line break or ends in a
+    // carriage return. Rows that were read from a file are not looked at.
+    bool reads_back(const LineStore& text) const;
     // The file path is about to be written, so that its rows will not be found there any more.
     void forget_source(const std::string& path);
     // Nothing is recorded any more. The log, if there is one, stays as it is.

@@ -17,17 +17,6 @@ namespace {
 // A log is repeated at the start, to see whether it says something new, if that takes no time.
 constexpr uint64_t SMALL_LOG = uint64_t{2} << 20, SMALL_TEXT = uint64_t{8} << 20;  // bytes
 
-// Whether a reader of the file that the text was written to gets these lines: none holds a line break or ends in a
-// carriage return.
-bool reads_back(const LineStore& text) {
-    for (const LineRun& run : text.runs()) {
-        if (run.bytes.find('\r') != run.bytes.npos) return false;
-        const auto breaks = static_cast<size_t>(std::count(run.bytes.begin(), run.bytes.end(), '\n'));
-        if (breaks != (run.terminated ? run.rows : 0)) return false;
-    }
-    return true;
-}
-
 // "14:05" for today, else with the date.
 std::string time_of(int64_t milliseconds) {
     const std::time_t then = milliseconds / 1000, now = std::time(nullptr);
@@ -67,7 +56,7 @@ void Editor::record_from(const std::string& path, const FileState& file, const L
 }
 
 void Editor::record_saved(const std::string& path, const FileState& file, const LineStore& text, bool as_it_is) {
-    if (recorder_.is_on()) record_from(path, file, text, as_it_is && !file.is_special() && reads_back(text));
+    if (recorder_.is_on()) record_from(path, file, text, as_it_is && !file.is_special() && recorder_.reads_back(text));
 }
 
 void Editor::record_changes() {
@@ -88,7 +77,7 @@ void Editor::commit_record() {
 }
 
 void Editor::record_source(const std::string& path, const FileState& file, const LineStore& text) {
-    if (!file.is_special() && reads_back(text)) recorder_.add_source(kpe_absolute_path(path), file, text);
+    if (!file.is_special()) recorder_.add_source(kpe_absolute_path(path), file, text);
 }
 
 void Editor::record_ahead(const TextBuffer& text) {
