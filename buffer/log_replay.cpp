@@ -1,5 +1,6 @@
 #include "buffer/log_replay.h"
 
+#include <sys/stat.h>
 #include <utility>
 
 #include "buffer/text_buffer.h"
@@ -12,7 +13,10 @@ namespace {
 
 constexpr size_t MOST_NUMBERS = 10000;  // buffers and sources of a session
 
+// A FIFO or a device that came to that place meanwhile is not read: that could last for ever.
 bool load(const std::string& path, TextBuffer::LineEnds ends, TextBuffer& text) {
+    struct stat status;
+    if (stat(path.c_str(), &status) == 0 && kpe_file_state(status).is_special()) return false;
     text.load(path, nullptr, ends);
     return text.load_state() == TextBuffer::Load::Whole;
 }
