@@ -414,7 +414,8 @@ private:
     enum class Recovery { AtTerminal, On, Off };
     void switch_recovery(Recovery how);
     void tell_unsaved_changes();
-    // Under a policy that recovers a text: it becomes that of the file, as a change that can be undone.
+    // Under a policy that recovers a text: it becomes that of the file, as a change that can be undone. The texts of
+    // other buffers come back as well.
     void take_recovered_text();
 
     // --- Journal: editor/journal.cpp ---

@@ -41,6 +41,8 @@ public:
     void note(const std::string& buffer, const LineStore& text);
     // Writes what was noted. Returns false with errno set if that failed; nothing is recorded then any more.
     bool commit();
+    // Waits until the log is on the disk. Returns false if it does not get there.
+    bool sync_now() { return log_.sync_now(); }
     // The text, which was noted before, is about to be written to its file.
     void note_saving(const LineStore& text);
     // The session ends, and its log with it. rescue_files: where the texts lie, for LogEnd::Rescued.

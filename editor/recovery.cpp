@@ -139,16 +139,18 @@ void Editor::tell_unsaved_changes() try {
 } catch (const std::bad_alloc&) {  // whoever has no memory for that has other worries
 }
 
-// The text is in the log of this session before the older log goes.
+// The texts are in the log of this session, and on the disk, before the older log goes.
 void Editor::take_recovered_text() {
     KeptText kept;
     if (!kpe_read_kept_text(policy_.recovers, kept, policy_.recovers_until))
         return set_error("Unable to recover from " + policy_.recovers);
     begin_undo_unit();
     buffer_.set_lines(kept.text);
+    for (const auto& [name, text] : kept.others) stored_buffer(name).set_lines(text);
     unit_open_ = false;
     message_ = "Recovered: " + kpe_counted(kept.changes, "change") + ". Not saved yet";
     if (!kept.obstacle.empty()) message_ = "?Recovered only in part: " + kept.obstacle;
     record_changes();
-    if (kept.is_log && kept.changes == kept.all_changes && recorder_.has_log()) unlink(policy_.recovers.c_str());
+    const bool all = kept.is_log && kept.obstacle.empty() && kept.changes == kept.all_changes;
+    if (all && recorder_.has_log() && recorder_.sync_now()) unlink(policy_.recovers.c_str());
 }

@@ -168,6 +168,11 @@ bool SessionLog::sync_later() {
     return kpe_sync_later(file_.fd()) && directory_synced_;
 }
 
+bool SessionLog::sync_now() {
+    const FileHandle directory(open(path_.substr(0, path_.rfind('/')).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return kpe_sync(file_.fd()) == 0 && (!directory.is_open() || kpe_sync(directory.fd()) == 0);
+}
+
 void SessionLog::end(LogEnd how) {
     if (!is_open()) return;
     write();

@@ -66,6 +66,8 @@ public:
     // Asks the kernel to write everything to disk and does not wait for it. Returns false if that has to be asked for
     // again later.
     bool sync_later();
+    // Writes everything to disk, and waits for it. Returns false with errno set if that failed.
+    bool sync_now();
 
     // Closes the file after a last sync, for which it waits, and gives it the name that says how the session ended.
     void end(LogEnd how);
