@@ -195,7 +195,8 @@ bool SessionRecorder::commit() {
     if (log_.size() == before) return true;
     sync_.ask(SYNC_DELAY);
     if (log_.size() > most_bytes_) renew();
-    return true;
+    errno = std::exchange(why_not_, 0);
+    return errno == 0;
 }
 
 // What matters is only the difference of each text to the one that the file holds: usually that is much less than what
@@ -209,11 +210,12 @@ void SessionRecorder::renew() {
     std::erase_if(buffers_, [](const auto& buffer) { return !buffer.second.left_out; });
     buffers_["MAIN"] = {0, head_.from_file ? base_ : empty_text(), true, false};
     for (const auto& [name, text] : texts) note(name, text);
-    if (on_ && log_.write()) {
+    if (on_ && log_.write() && (!log_.is_open() || log_.sync_now())) {
         most_bytes_ = std::max(most_bytes_, 2 * log_.size());
         older.remove();
         return;
     }
+    if (why_not_ == 0) why_not_ = errno;
     log_.remove();
     log_ = std::move(older);
     give_up();

@@ -69,6 +69,7 @@ Editor::Written Editor::write_lines_file(const std::string& path, const LineStor
     kpe_flush();  // the file may be the terminal or the pipe that the output goes to
     note_used_file(path);
     recorder_.forget_source(path);
+    commit_record();
     const FileWork work(path);
     FileWriter file;
     const bool edited = path == filename_ || same_file(path, filename_);
