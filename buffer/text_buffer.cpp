@@ -51,6 +51,7 @@ bool TextBuffer::load(const std::string& path, const volatile std::sig_atomic_t*
     const bool opened = content.end == End::Whole || content.end == End::Broken;
     load_state_ = content.end == End::Missing ? Load::Missing : content.end == End::Whole ? Load::Whole : Load::Broken;
     load_error_ = content.error;
+    too_large_ = content.too_large;
     const std::string_view bytes = content.block->bytes();
     const bool ends_line = bytes.empty() || bytes.back() == '\n';
     final_newline_ = true;

@@ -11,6 +11,7 @@
 #include "buffer/line_store.h"
 #include "buffer/match.h"
 #include "files/file_handle.h"
+#include "system/free_memory.h"
 
 class RowRewriter;
 
@@ -46,6 +47,8 @@ public:
     Load load_state() const { return load_state_; }
     // The errno that says why the last load() was not Whole, else 0. EISDIR for a directory, which counts as empty.
     int load_error() const { return load_error_; }
+    // What the file needed of the memory, if the last load() refused it because there was not so much; else none.
+    const std::optional<MemoryNeed>& too_large() const { return too_large_; }
     // The file as it was before it was read; all 0 if there was none.
     const FileState& loaded_file() const { return loaded_file_; }
     void set_filename(const std::string& name) { filename_ = name; }
@@ -150,5 +153,6 @@ private:
     size_t mark_row_ = 0, mark_col_ = 0;
     Load load_state_ = Load::Missing;
     int load_error_ = 0;
+    std::optional<MemoryNeed> too_large_;
     FileState loaded_file_;
 };

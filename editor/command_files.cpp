@@ -37,6 +37,10 @@ void Editor::tell_unreadable(const std::string& path) {
     if (access(path.c_str(), R_OK) != 0 && errno != ENOENT) tell_user("?" + kpe_why_unread(errno, path));
 }
 
+void Editor::tell_too_large(const TextBuffer& file) {
+    if (file.too_large()) tell_user("?" + kpe_too_large(*file.too_large()));
+}
+
 void Editor::abort_missing_command_file(const std::string& name) {
     kpe_safe_endwin();
     kpe_say(true, "Command file does not exist");
@@ -52,6 +56,7 @@ void Editor::run_startup_command_file(const std::string& path) {
     TextBuffer file;
     note_used_file(path);
     if (!file.load(path)) abort_missing_command_file(path);
+    tell_too_large(file);
     command_file_refusals_ = 0;
     const Nested startup(startup_file_depth_);
     const Nested run(command_file_depth_);
@@ -132,6 +137,7 @@ void Editor::run_command_file(const std::string& path, bool verbose) {
         tell_unreadable(path);
         return;
     }
+    tell_too_large(file);
     run_commands(file, verbose);
 }
 

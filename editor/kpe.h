@@ -435,6 +435,7 @@ private:
     [[noreturn]] void abort_missing_command_file(const std::string& name);
     // For a file of commands that could not be loaded: tells the user at a terminal why, if it is there.
     void tell_unreadable(const std::string& path);
+    void tell_too_large(const TextBuffer& file);  // tells the user if the memory has no room for it
     void run_startup_command_file(const std::string& path);
     void prescan_startup_versioning(const std::string& path);
     static bool file_exists(const std::string& p);  // whether it is a regular file

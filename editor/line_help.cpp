@@ -132,6 +132,7 @@ int print_file(const std::string& path, Pages& pages) {
     if (!S_ISREG(there.st_mode)) return ENOTSUP;  // to open a FIFO could take for ever
     const FileContent content = kpe_read_file(path, nullptr);
     if (content.end == FileContent::End::Missing || content.end == FileContent::End::Refused) return content.error;
+    if (content.too_large) return content.error;
     for (std::string_view rest = content.block->bytes(); !rest.empty();) pages.say(kpe_take_line(rest));
     return 0;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <string_view>
 #include <sys/stat.h>
@@ -37,6 +38,15 @@ std::string reason(int error, const std::string& path) {
     return text;
 }
 
+// "40 GB", "1.5 GB", "250 MB".
+std::string size_in_words(size_t bytes) {
+    const bool large = bytes >= 1'000'000'000;
+    const double size = static_cast<double>(bytes) / (large ? 1e9 : 1e6);
+    char words[64];
+    snprintf(words, sizeof words, "%.*f %s", size < 9.95 ? 1 : 0, size, large ? "GB" : "MB");
+    return words;
+}
+
 bool is_permission(int error) { return error == EACCES || error == EPERM; }
 
 std::string directory_of(const std::string& path) {
@@ -60,4 +70,10 @@ std::string kpe_why_unwritten(int error, const std::string& path) {
 std::string kpe_why_unread(int error, const std::string& path) {
     if (is_permission(error)) return "No permission to read " + path;
     return reason(error, path);
+}
+
+// The size of the file is what its user knows; if there would be room for that, what the index needs as well is told.
+std::string kpe_too_large(const MemoryNeed& need) {
+    const size_t size = need.file > need.free ? need.file : need.needed;
+    return "Too large for the memory here: " + size_in_words(size) + ", " + size_in_words(need.free) + " free";
 }

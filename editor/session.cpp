@@ -7,6 +7,7 @@
 
 #include "editor/kpe.h"
 #include "editor/line_reader.h"
+#include "editor/reasons.h"
 #include "system/interrupts.h"
 #include "system/process.h"
 #include "system/report.h"
@@ -96,8 +97,9 @@ void Editor::tell_unread() {
     if (error == 0 || buffer_.load_state() == TextBuffer::Load::Missing) return;
     const bool part = buffer_.line_count() > 1 || buffer_.length(0) > 0;
     const std::string reason = error == ENOMEM ? "not enough memory" : std::strerror(error);
-    const std::string told =
+    std::string told =
         (part ? "?Only a part of " + filename_ + " is shown: " : "?Unable to read " + filename_ + ": ") + reason;
+    if (buffer_.too_large()) told = "?" + kpe_too_large(*buffer_.too_large());
     if (policy_.begins_on_screen) message_ = told;  // the screen hides what was told before it
     tell_user(told);
 }

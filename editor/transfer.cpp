@@ -204,6 +204,7 @@ void Editor::include_file_command(const std::string& args, bool report) {
         return;
     }
     if (content.error == EISDIR && (report || g_curses_active)) tell_user("?" + kpe_why_unread(EISDIR, name));
+    if (content.too_large && (report || g_curses_active)) tell_user("?" + kpe_too_large(*content.too_large));
     const LineStore lines = cutter.finish(content);
     record_changes();
     if (content.end == End::Whole) record_source(name, content.file, lines);

@@ -17,8 +17,8 @@ namespace {
 
 constexpr size_t FIRST_ROOM = size_t{64} << 10;  // bytes, where the size is not known
 constexpr size_t MOST_AT_ONCE = Block::MADE_READY;
-// A smaller file is read by one thread.
-constexpr size_t IN_PARTS_FROM = size_t{16} << 20;
+// A smaller file is read by one thread, and nobody is asked for the memory that is free.
+constexpr size_t LARGE = size_t{16} << 20;
 constexpr size_t STEP = size_t{256} << 10;
 // For a file that becomes longer while it is read: a block whose bytes are used already must not move.
 constexpr size_t ROOM_TO_GROW = size_t{1} << 20;
@@ -42,6 +42,15 @@ bool is_sized(const struct stat& status) { return S_ISREG(status.st_mode) && sta
 // there is more than the size says.
 size_t room_for(const struct stat& status) {
     return is_sized(status) ? static_cast<size_t>(status.st_size) + 2 : FIRST_ROOM;
+}
+
+// The need of a large file that there is no room for. An index takes some three bytes a line; for lines of 25 bytes and
+// more an eighth of the file is enough.
+std::optional<MemoryNeed> too_large(const struct stat& status) {
+    const size_t size = is_sized(status) ? static_cast<size_t>(status.st_size) : 0;
+    if (size < LARGE) return std::nullopt;
+    const MemoryNeed need{size, size + size / 8, kpe_free_memory()};
+    return need.needed > need.free ? std::optional(need) : std::nullopt;
 }
 
 // Whether the end was reached; errno is set if not. One byte of the block stays free. sized: all of it will be filled.
@@ -142,7 +151,7 @@ private:
 
 FileContent kpe_read_file(const std::string& path, const volatile std::sig_atomic_t* abort, FileStepUser* user) {
     using End = FileContent::End;
-    FileContent content{End::Missing, 0, {}, std::make_shared<Block>(1)};
+    FileContent content{End::Missing, 0, {}, std::make_shared<Block>(1), false, {}};
     const FileHandle file(open_patiently(path, abort));
     if (!file.is_open()) {
         content.error = errno;
@@ -156,9 +165,15 @@ FileContent kpe_read_file(const std::string& path, const volatile std::sig_atomi
         content.error = EISDIR;
         return content;
     }
+    content.too_large = too_large(status);
+    if (content.too_large) {
+        content.end = End::Broken;
+        content.error = ENOMEM;
+        return content;
+    }
     try {
         content.end = End::Broken;
-        const bool in_parts = user && is_sized(status) && static_cast<size_t>(status.st_size) >= IN_PARTS_FROM;
+        const bool in_parts = user && is_sized(status) && static_cast<size_t>(status.st_size) >= LARGE;
         content.block->reserve(room_for(status) + (in_parts ? ROOM_TO_GROW : 0));
         if (in_parts) {
             PartReader reader(file.fd(), static_cast<size_t>(status.st_size), content.block, *user, abort);

@@ -2,10 +2,12 @@
 
 #include <csignal>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "files/file_handle.h"
 #include "system/block.h"
+#include "system/free_memory.h"
 
 // What was read of a file, and how the reading ended.
 struct FileContent {
@@ -16,6 +18,9 @@ struct FileContent {
     FileState file;                // as it was before the first byte was read
     std::shared_ptr<Block> block;  // what was read; never null; has room for one more byte
     bool in_steps = false;         // whether a FileStepUser was given all of it
+    // A large file that the memory has no room for, by what the system tells before it is read: nothing was read of it,
+    // and it counts as Broken with ENOMEM.
+    std::optional<MemoryNeed> too_large;
 };
 
 // Uses the bytes of a large file while they are being read and lie in the caches of the processor.
