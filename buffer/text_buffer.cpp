@@ -45,17 +45,19 @@ bool TextBuffer::load(const std::string& path, const volatile std::sig_atomic_t*
     lines_ = one_empty_line();  // the old text makes room for the new one
     modified_ = false;
     load_state_ = Load::Broken;  // until it has been read
-    LineCutter cutter(ends == LineEnds::Same ? LineStore::Returns::Keep : LineStore::Returns::Drop);
+    LineCutter cutter(ends == LineEnds::Same ? LineStore::Returns::Keep : LineStore::Returns::Drop,
+                      LineCutter::Clones::Take);
     const FileContent content = kpe_read_file(filename_, abort, &cutter);
     loaded_file_ = content.file;
     const bool opened = content.end == End::Whole || content.end == End::Broken;
     load_state_ = content.end == End::Missing ? Load::Missing : content.end == End::Whole ? Load::Whole : Load::Broken;
     load_error_ = content.error;
     too_large_ = content.too_large;
+    clone_ = content.block->file() ? content.block : nullptr;
     const std::string_view bytes = content.block->bytes();
     const bool ends_line = bytes.empty() || bytes.back() == '\n';
     final_newline_ = true;
-    returns_dropped_ = ends == LineEnds::Same && each_end_has_return(bytes);
+    returns_dropped_ = ends == LineEnds::Same && !clone_ && each_end_has_return(bytes);
     try {
         if (returns_dropped_)
             lines_ = LineStore::from_block(content.block, LineStore::Returns::Drop);

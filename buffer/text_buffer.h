@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -44,9 +46,10 @@ public:
     // Whether the last load() found a carriage return in front of each line end and dropped it. Only of LineEnds::Same.
     bool returns_dropped() const { return returns_dropped_; }
     // How the last load() ended. A file that exists but could not be opened counts as Broken.
-    Load load_state() const { return load_state_; }
+    // Nor is it Whole any more once bytes of the file turned out to be unreadable: they are zeros then.
+    Load load_state() const { return lost_bytes() ? Load::Broken : load_state_; }
     // The errno that says why the last load() was not Whole, else 0. EISDIR for a directory, which counts as empty.
-    int load_error() const { return load_error_; }
+    int load_error() const { return lost_bytes() ? EIO : load_error_; }
     // What the file needed of the memory, if the last load() refused it because there was not so much; else none.
     const std::optional<MemoryNeed>& too_large() const { return too_large_; }
     // The file as it was before it was read; all 0 if there was none.
@@ -131,6 +134,7 @@ public:
                                                            bool exact) const;
 
 private:
+    bool lost_bytes() const { return clone_ && clone_->file()->lost_bytes(); }
     bool is_blank() const;  // exactly one empty line
     void replace_lines(const LineStore& lines);
     template <typename Lines>
@@ -154,5 +158,6 @@ private:
     Load load_state_ = Load::Missing;
     int load_error_ = 0;
     std::optional<MemoryNeed> too_large_;
+    std::shared_ptr<const Block> clone_;  // of the file, if its text is read when it is needed
     FileState loaded_file_;
 };

@@ -1,6 +1,7 @@
 #include "buffer/write_rows.h"
 
 #include "files/file_handle.h"
+#include "system/file_mapping.h"
 
 namespace {
 
@@ -19,8 +20,10 @@ bool put_rows_with_returns(const LineStore& lines, size_t rows, const KpePut& pu
 }  // namespace
 
 bool kpe_write_rows(int fd, const LineStore& lines) {
-    for (const LineRun& run : lines.runs())
+    for (const LineRun& run : lines.runs()) {
+        FileMapping::touch(run.bytes);  // the rest of the text is worth more than nothing
         if (!kpe_write_all(fd, run.bytes, run.terminated ? "" : "\n")) return false;
+    }
     return true;
 }
 

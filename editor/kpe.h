@@ -137,6 +137,7 @@ private:
     void stop_after(size_t complaints);  // if the policy asks for it, and more than so many were made by now
     void load_current_file();            // reads filename_ into buffer_, and makes MAIN a copy
     void tell_unread();                  // tells the user if the file could not be read whole
+    void tell_lost_bytes();  // the same for a file that became unreadable later; it is not saved from then on
 
     // --- Text helpers of the command language: editor/text_helpers.cpp ---
     static std::string trim(const std::string& text);
@@ -582,8 +583,9 @@ private:
     std::optional<LineStore> edited_text_;  // what filename_ held when it was last read or written, if that is known
     bool walk_failed_ = false;              // NEXT or PREVIOUS could not save the file that they left
     bool begun_on_screen_ = false;
-    FileState edited_file_;         // filename_ as it was when it was last read or written
-    std::string broken_file_;       // filename_ if it could not be read whole
+    FileState edited_file_;    // filename_ as it was when it was last read or written
+    std::string broken_file_;  // filename_ if it could not be read whole
+    size_t lost_pages_told_ = 0;
     std::string why_unwritten_;     // of the last write that failed
     int interruptible_writes_ = 0;  // WRITE is one, which Ctrl/C ends; a save by EXIT is finished
     bool input_ended_ = false;      // the terminal has gone, or input ended in screen mode

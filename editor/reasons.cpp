@@ -25,6 +25,7 @@ constexpr Reason REASONS[] = {
     {ETXTBSY, "% is a program that is running"},
     {ESTALE, "Something else stands there now: %"},
     {ENOMEM, "Not enough memory"},
+    {EFAULT, "A part of the text cannot be read from the disk any more"},
     {ENXIO, "There is no device behind %"},
     {EPIPE, "Nobody reads % any more"},
 };

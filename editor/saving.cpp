@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include "editor/on_screen.h"
 #include "editor/reasons.h"
 #include "files/file_writer.h"
+#include "system/file_mapping.h"
 #include "system/file_work.h"
 #include "system/interrupts.h"
 #include "system/process.h"
@@ -85,10 +87,15 @@ Editor::Written Editor::write_lines_file(const std::string& path, const LineStor
     file.before_overwrite([&](const std::string& copy) {
         if (g_kpe_end_signal) tell_user("?Writing " + path + " where it stands; its old text is in " + copy);
     });
+    const size_t lost = FileMapping::lost_pages();
     const bool records = rms_fixed_ && rms_fixed_len_ > 0;
     const bool empty_text = !records && lines.size() == 1 && lines.view(0).empty();
     bool good = empty_text || apply_rms_lines(lines, form, [&](std::string_view bytes) { return file.write(bytes); });
     if (lines.empty()) good = file.write("\n");
+    if (good && FileMapping::lost_pages() != lost) {  // zeros were written instead
+        good = false;
+        errno = EFAULT;
+    }
     const bool own = edited || strip_vms_version(path) == strip_vms_version(filename_);
     if (good && own) recorder_.note_saving(lines);
     if (!good || !file.commit()) {
@@ -117,6 +124,7 @@ bool Editor::save_lines(const LineStore& lines, const TextForm& form, const std:
         path = resolve_write_path(name);
         why_unwritten_ = path.empty() ? "There is no name to write to" : "No name of a file holds a NUL";
         if (path.empty() || path.find('\0') != path.npos) return false;
+        tell_lost_bytes();
         // What could not be read whole must not be written over the rest of it.
         const bool broken = !broken_file_.empty() && (strip_vms_version(path) == strip_vms_version(broken_file_) ||
                                                       same_file(path, broken_file_));

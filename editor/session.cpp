@@ -8,6 +8,7 @@
 #include "editor/kpe.h"
 #include "editor/line_reader.h"
 #include "editor/reasons.h"
+#include "system/file_mapping.h"
 #include "system/interrupts.h"
 #include "system/process.h"
 #include "system/report.h"
@@ -104,6 +105,14 @@ void Editor::tell_unread() {
     tell_user(told);
 }
 
+void Editor::tell_lost_bytes() {
+    if (FileMapping::lost_pages() == lost_pages_told_) return;
+    lost_pages_told_ = FileMapping::lost_pages();
+    if (buffers_["MAIN"].load_state() != TextBuffer::Load::Broken || !broken_file_.empty()) return;
+    broken_file_ = filename_;
+    tell_user("?A part of " + filename_ + " cannot be read any more, and is shown as zeros");
+}
+
 void Editor::greet() const {
     kpe_say(true, "$ EDIT/KPE " + filename_);
     if (!file_existed_ && fnf_) {
@@ -131,6 +140,7 @@ int Editor::line_mode() {
     while (!input_ended_) {
         kpe_forget_interrupt();  // a late Ctrl/C belongs to the command before
         tell_unsaved_change();
+        tell_lost_bytes();
         const auto line = read_command();
         if (!line || g_kpe_end_signal) break;
         append_journal_line(*line);

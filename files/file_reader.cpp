@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <mutex>
 #include <new>
 
+#include "files/file_clone.h"
 #include "system/interrupts.h"
 #include "system/threads.h"
 
@@ -44,13 +46,11 @@ size_t room_for(const struct stat& status) {
     return is_sized(status) ? static_cast<size_t>(status.st_size) + 2 : FIRST_ROOM;
 }
 
-// The need of a large file that there is no room for. An index takes some three bytes a line; for lines of 25 bytes and
-// more an eighth of the file is enough.
-std::optional<MemoryNeed> too_large(const struct stat& status) {
+// Of a large file, else none. An index takes some three bytes a line; for lines of 25 bytes and more an eighth of the
+// file is enough.
+std::optional<MemoryNeed> need_of(const struct stat& status) {
     const size_t size = is_sized(status) ? static_cast<size_t>(status.st_size) : 0;
-    if (size < LARGE) return std::nullopt;
-    const MemoryNeed need{size, size + size / 8, kpe_free_memory()};
-    return need.needed > need.free ? std::optional(need) : std::nullopt;
+    return size < LARGE ? std::nullopt : std::optional(MemoryNeed{size, size + size / 8, kpe_free_memory()});
 }
 
 // Whether the end was reached; errno is set if not. One byte of the block stays free. sized: all of it will be filled.
@@ -147,6 +147,96 @@ private:
     int error_ = 0;
 };
 
+// Lets the user look at all bytes of a clone. Returns false if it has no use for the clone.
+class CloneReader {
+public:
+    CloneReader(const FileClone& clone, FileStepUser& user, const volatile std::sig_atomic_t* abort)
+        : clone_(clone), size_(clone.block->size()), user_(user), abort_(abort) {}
+
+    bool look() {
+        const size_t parts = (size_ + FILE_PART - 1) / FILE_PART;
+        user_.expect(clone_.block, parts);
+        kpe_share_work(parts, [&](size_t part) { look_at(part); });
+        if (refused_) return false;
+        if (end_ < size_) clone_.block->cut(end_);
+        return true;
+    }
+    int error() const { return error_; }  // as of PartReader
+
+private:
+    struct FreeBytes {
+        void operator()(char* bytes) const { std::free(bytes); }
+    };
+
+    void look_at(size_t part) {
+        thread_local const std::unique_ptr<char[], FreeBytes> bytes(
+            static_cast<char*>(std::aligned_alloc(FileClone::ALIGNED, FileClone::READ_AT_ONCE)));
+        if (!bytes) throw std::bad_alloc();
+        const size_t end = std::min((part + 1) * FILE_PART, size_);
+        for (size_t from = part * FILE_PART; from < end && from < end_ && !refused_;) {
+            const size_t got = read_step(bytes.get(), from);
+            if (got == 0) return;
+            if (!user_.look(part, from, bytes.get(), got)) refused_ = true;
+            from += got;
+        }
+    }
+
+    // Up to the next place from which may be read at once. Returns 0 after an error.
+    size_t read_step(char* bytes, size_t from) {
+        const size_t wanted = std::min(FileClone::READ_AT_ONCE, size_ - from);
+        size_t done = 0;
+        while (done < wanted && !kpe_is_set(abort_)) {
+            ssize_t got = pread(clone_.reader.fd(), bytes + done, FileClone::READ_AT_ONCE - done,
+                                static_cast<off_t>(from + done));
+            if (got < 0 && errno == EINVAL)  // it has to go through the cache
+                got = pread(clone_.block->file()->fd(), bytes + done, wanted - done, static_cast<off_t>(from + done));
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) return end_at(from, got < 0 ? errno : EIO);
+            done = std::min(done + static_cast<size_t>(got), wanted);
+        }
+        return done < wanted ? end_at(from, EINTR) : done;
+    }
+
+    size_t end_at(size_t place, int error) {
+        const std::lock_guard lock(mutex_);
+        if (place >= end_) return 0;
+        end_ = place;
+        error_ = error;
+        return 0;
+    }
+
+    const FileClone& clone_;
+    const size_t size_;
+    FileStepUser& user_;
+    const volatile std::sig_atomic_t* const abort_;
+    std::mutex mutex_;
+    std::atomic<size_t> end_ = size_;  // of what counts
+    std::atomic<bool> refused_ = false;
+    int error_ = 0;
+};
+
+// Whether a clone is better than what is read into memory; the kernel may hold a file so that it is read in no time,
+// and there may be memory for many of its kind.
+bool wants_clone(int fd, const MemoryNeed& need) {
+    if (need.file < FileClone::FROM || need.file / 16 > need.free) return false;  // its index has to fit
+    return need.needed > need.free / 4 || !kpe_lies_in_cache(fd, need.file);
+}
+
+// Whether the content is a clone of the open file now.
+bool read_clone(int fd, const MemoryNeed& need, const volatile std::sig_atomic_t* abort, FileStepUser& user,
+                FileContent& content) {
+    if (!wants_clone(fd, need)) return false;
+    const FileClone clone = kpe_clone_file(fd);
+    if (!clone.block) return false;
+    CloneReader reader(clone, user, abort);
+    if (!reader.look()) return false;
+    content.block = clone.block;
+    content.in_steps = true;
+    content.error = reader.error();
+    content.end = content.error == 0 ? FileContent::End::Whole : FileContent::End::Broken;
+    return true;
+}
+
 }  // namespace
 
 FileContent kpe_read_file(const std::string& path, const volatile std::sig_atomic_t* abort, FileStepUser* user) {
@@ -165,15 +255,16 @@ FileContent kpe_read_file(const std::string& path, const volatile std::sig_atomi
         content.error = EISDIR;
         return content;
     }
-    content.too_large = too_large(status);
-    if (content.too_large) {
-        content.end = End::Broken;
-        content.error = ENOMEM;
-        return content;
-    }
     try {
         content.end = End::Broken;
-        const bool in_parts = user && is_sized(status) && static_cast<size_t>(status.st_size) >= LARGE;
+        const std::optional<MemoryNeed> need = need_of(status);
+        if (need && user && user->takes_clones() && read_clone(file.fd(), *need, abort, *user, content)) return content;
+        if (need && need->needed > need->free) {
+            content.too_large = need;
+            content.error = ENOMEM;
+            return content;
+        }
+        const bool in_parts = user && need;
         content.block->reserve(room_for(status) + (in_parts ? ROOM_TO_GROW : 0));
         if (in_parts) {
             PartReader reader(file.fd(), static_cast<size_t>(status.st_size), content.block, *user, abort);

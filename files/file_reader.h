@@ -35,6 +35,13 @@ public:
     // The bytes [from, to) of the block were read. They follow those of the step before in the same part. Steps of
     // different parts come at the same time from different threads.
     virtual void step(size_t part, size_t from, size_t to) = 0;
+    // Whether look() may come in place of step().
+    virtual bool takes_clones() const = 0;
+    // In place of step() where the file is so large that a clone of it is mapped (FileClone): the block, which must not
+    // be written to, has these bytes from its offset from on. They lie somewhere else, where they may be written to
+    // until look() returns. If it returns false the user has no use for the clone, and the file is read instead, from
+    // another expect() on.
+    virtual bool look(size_t part, size_t from, char* bytes, size_t count) = 0;
 };
 constexpr size_t FILE_PART = Block::MADE_READY;
 

@@ -47,6 +47,7 @@ void Editor::screen_loop() {
     for (bool done = false; !done && !input_ended_;) {
         screen_stale_ = true;
         tell_unsaved_change();
+        tell_lost_bytes();
         const int key = read_key();
         if (input_ended_) return;
         if (debug_keys_) last_key_debug_ = key_debug_name(key);

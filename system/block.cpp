@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -78,7 +79,17 @@ void release(char* data, size_t capacity) {
 
 Block::Block(size_t capacity) : capacity_(capacity > 0 ? capacity : 1) { data_ = allocate(capacity_); }
 
-Block::~Block() { release(data_, capacity_); }
+Block::Block(std::unique_ptr<FileMapping> file, size_t size)
+    : file_(std::move(file)), data_(file_->data()), size_(size), capacity_(size + 1) {}
+
+Block::~Block() {
+    if (!file_) release(data_, capacity_);
+}
+
+void Block::cut(size_t size) {
+    file_->put_line_end(size);
+    size_ = size;
+}
 
 void Block::append(std::string_view bytes) {
     if (!bytes.empty()) std::memcpy(data_ + size_, bytes.data(), bytes.size());
@@ -102,6 +113,7 @@ void Block::make_ready(size_t from, size_t count) noexcept {
 }
 
 void Block::shrink() noexcept {
+    if (file_) return;
     const size_t needed = size_ + 1;
     const bool same_pages = is_mapped(needed) && mapped_size(needed) == mapped_size(capacity_);
     if (needed >= capacity_ || same_pages) return;
