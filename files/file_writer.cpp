@@ -1,5 +1,6 @@
 #include "files/file_writer.h"
 
+#include <algorithm>
 #include <climits>
 #include <ctime>
 #include <fcntl.h>
@@ -8,11 +9,14 @@
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
+#include <utility>
 
 #include "files/file_attributes.h"
 #include "files/file_handle.h"
 #include "files/new_text.h"
 #include "files/safety_copy.h"
+#include "system/file_mapping.h"
+#include "system/file_work.h"
 #include "system/signals.h"
 
 // How a regular file is saved:
@@ -28,12 +32,21 @@
 namespace {
 
 constexpr size_t GATHERED_SIZE = size_t{1} << 20;
+// Untouched bytes of a file that is mapped: fewer in a row are written, as a file in many pieces becomes slow.
+constexpr size_t SHARED_SIZE = size_t{1} << 20;
+constexpr size_t SHARED_AT_ONCE = size_t{128} << 20;
 constexpr int LONGEST_LINK_CHAIN = 40;  // the kernel's own limit
 constexpr mode_t OWNER_ONLY = 0600, NEW_FILE = 0666;
 constexpr size_t LONGEST_LABEL = 100;  // bytes: the target's name may be as long as names can be
 
 // Errors that mean "not in this directory" rather than "not at all".
 bool refused() { return errno == EACCES || errno == EPERM || errno == EROFS || errno == EBUSY || errno == EXDEV; }
+
+// The size of the pieces of a disk in which files can share bytes; at least one byte.
+size_t piece_of_disk(int fd) {
+    struct statfs fs;
+    return fstatfs(fd, &fs) == 0 && fs.f_bsize > 0 ? static_cast<size_t>(fs.f_bsize) : 1;
+}
 
 // Whether links in this directory lead to open files, whatever their text says.
 bool on_proc(int directory) {
@@ -81,7 +94,9 @@ struct FileWriter::State {
     bool through_proc = false;  // one of the links was the kernel's name of an open file
     NewText text;
     std::string gathered;
-    std::string kept;  // a copy of the old text, which could not be put back
+    std::string_view untouched;  // behind what was gathered: bytes of a file that is mapped
+    off_t position = 0;          // of the new text: so many bytes of it are written
+    std::string kept;            // a copy of the old text, which could not be put back
     std::optional<FileState> known;
     KpeToldOfCopy before_overwrite;
     std::string changed;  // a copy of the file that was there instead of the known one
@@ -95,7 +110,10 @@ struct FileWriter::State {
     // A name to know a copy by, cut so that it leaves room for digits.
     std::string label() const { return base.substr(0, LONGEST_LABEL) + "."; }
 
+    bool add(std::string_view bytes);
     bool put(std::string_view last);
+    bool put_untouched();
+    size_t share(const FileMapping& file, std::string_view bytes);
     bool commit();
     bool commit_plain();
     bool commit_new();
@@ -170,12 +188,67 @@ bool FileWriter::State::open_existing() {
 bool FileWriter::State::put(std::string_view last) {
     const bool sent = way == Way::Plain ? write_to_pipe(target.fd(), gathered, last, abort)
                                         : kpe_write_all(text.fd(), gathered, last, gives_up ? abort : nullptr);
+    position += static_cast<off_t>(gathered.size() + last.size());
     gathered.clear();
     return sent;
 }
 
+// Bytes to be shared wait for those that lie behind them in the same file.
+bool FileWriter::State::add(std::string_view bytes) {
+    const bool goes_on = !untouched.empty() && untouched.data() + untouched.size() == bytes.data();
+    const bool may_begin = way != Way::Plain && bytes.size() >= SHARED_SIZE;
+    const bool shared = (goes_on || may_begin) && FileMapping::holding(bytes);
+    if (shared && goes_on) {
+        untouched = {untouched.data(), untouched.size() + bytes.size()};
+        return true;
+    }
+    if (!put_untouched()) return false;
+    if (shared) {
+        untouched = bytes;
+        return true;
+    }
+    if (gathered.size() + bytes.size() >= GATHERED_SIZE) return put(bytes);
+    gathered.append(bytes);
+    return true;
+}
+
+// Shares what it can with the mapped file. What lies there and here at different places in a piece of the disk has to
+// be written, and so has what fills no piece.
+bool FileWriter::State::put_untouched() {
+    if (untouched.empty()) return true;
+    std::string_view rest = std::exchange(untouched, {});
+    const FileMapping* const file = FileMapping::holding(rest);
+    const size_t piece = file ? piece_of_disk(text.fd()) : 1;
+    const auto behind_piece = [&](size_t place) { return place % piece; };
+    const size_t here = static_cast<size_t>(position) + gathered.size();
+    if (file && behind_piece(here) == behind_piece(static_cast<size_t>(rest.data() - file->data()))) {
+        const size_t head = (piece - behind_piece(here)) % piece;
+        if (rest.size() >= head + SHARED_SIZE) {
+            if (!put(rest.substr(0, head))) return false;
+            rest.remove_prefix(head);
+            rest.remove_prefix(share(*file, rest.substr(0, rest.size() / piece * piece)));
+        }
+    }
+    return put(rest);
+}
+
+// How many bytes the new text got; it gets the others by being written.
+size_t FileWriter::State::share(const FileMapping& file, std::string_view bytes) {
+    off_t from = bytes.data() - file.data();
+    size_t shared = 0;
+    while (shared < bytes.size() && !(gives_up && abort && *abort)) {
+        const size_t most = std::min(SHARED_AT_ONCE, bytes.size() - shared);
+        const ssize_t got = kpe_retry([&] { return copy_file_range(file.fd(), &from, text.fd(), nullptr, most, 0); });
+        if (got <= 0) break;
+        FileWork::progress();
+        shared += static_cast<size_t>(got);
+        position += got;
+    }
+    return shared;
+}
+
 bool FileWriter::State::commit() {
-    if (!put({})) return false;
+    if (!put_untouched() || !put({})) return false;
     if (way == Way::Plain) return commit_plain();
     if (!target.is_open()) return commit_new();
     return way == Way::InPlace ? overwrite() : commit_over();
@@ -278,11 +351,7 @@ bool FileWriter::open(const std::string& path, Existing existing, const volatile
 
 bool FileWriter::write(std::string_view bytes) {
     if (!state_ || state_->error != 0 || state_->done) return false;
-    if (state_->gathered.size() + bytes.size() < GATHERED_SIZE) {
-        state_->gathered.append(bytes);
-        return true;
-    }
-    if (state_->put(bytes)) return true;
+    if (state_->add(bytes)) return true;
     state_->error = errno;
     return false;
 }

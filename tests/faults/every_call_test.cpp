@@ -29,6 +29,12 @@ const std::string LARGE = [] {  // more than is written at once
     return text;
 }();
 
+const std::string CLONED = [] {  // large enough to be cloned
+    std::string text(size_t{65} << 20, 'x');
+    for (size_t at = 999; at < text.size(); at += 1000) text[at] = '\n';
+    return text + '\n';
+}();
+
 struct Target {
     const char* name;
     const char* files;  // shell commands before each run; d/t is edited
@@ -37,8 +43,10 @@ struct Target {
     bool version = false, as_user = false, own_disk = false, overwritten = false, is_private = false;
     rlim_t limit = RLIM_INFINITY;
     const char* without = "";
+    bool cloned = false;  // from a file system that can share bytes; only the calls for that fail
 
     std::string saved_as() const { return version ? "d/t;5" : "d/t"; }
+    bool lets_fail(std::string_view call) const { return !cloned || call == "copy_file_range" || call == "ioctl"; }
     bool fits() const { return !own_disk && limit == RLIM_INFINITY; }
 };
 
@@ -67,6 +75,8 @@ const Target TARGETS[] = {
     {.name = "SizeLimit", .files = "", .old = LONG, .limit = 20000},
     {.name = "SizeLimitHardLink", .files = "ln d/t link", .old = LONG, .added = ADDED, .overwritten = true,
      .limit = 60000},
+    {.name = "Cloned", .files = "dd if=/dev/null of=d/t oflag=nocache conv=notrunc,fdatasync count=0 status=none",
+     .old = CLONED, .whole = "y" + CLONED.substr(1), .edit = "S/x/y/", .cloned = true},
 };
 // clang-format on
 
@@ -78,12 +88,12 @@ struct Fault {
 };
 // Being killed after a call is being killed before the next one.
 constexpr Fault FAULTS[] = {
-    {"ENOSPC", "open link rename write pwrite writev fsync ftruncate close"},
+    {"ENOSPC", "open link rename write pwrite writev copy_file_range fsync ftruncate close"},
     {"EIO", {}},
-    {"EINTR", "open read pread write pwrite writev fsync ftruncate close"},
+    {"EINTR", "open read pread write pwrite writev copy_file_range fsync ftruncate close"},
     {"EACCES", "open link rename fchown fchmod"},
-    {"short", "write pwrite writev"},
-    {"full", "write pwrite writev open link"},
+    {"short", "write pwrite writev copy_file_range"},
+    {"full", "write pwrite writev copy_file_range open link"},
     {"dead", {}},
     {"before", {}},
 };
@@ -118,14 +128,19 @@ protected:
         fs::permissions(io.path("log"), fs::perms(0666));
         for (const Scratch* scratch : {&dir, &io}) fs::permissions(scratch->root(), fs::perms::all);
         fs::create_directory(dir.path("d"));
-        if (!target.own_disk) return;
+        if (!target.own_disk && !target.cloned) return;
         if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
             GTEST_SKIP() << "no file system of one's own here";
+        const std::string disk = io.path("disk");
+        const std::string make_disk = "exec 2>&1 >/dev/null; truncate -s 400M " + disk + " && mkfs.xfs -q " + disk +
+                                      " && mount -o loop " + disk + " " + dir.path("d");
+        if (target.cloned && std::system(make_disk.c_str()) != 0) GTEST_SKIP() << "no such file system here";
+        if (target.cloned) return;
         ASSERT_EQ(mount("none", dir.path("d").c_str(), "tmpfs", 0, "size=64k"), 0);
     }
     void TearDown() override {
         fs::permissions(dir.path("d"), fs::perms::all);
-        if (target.own_disk) umount(dir.path("d").c_str());
+        if (target.own_disk || target.cloned) umount(dir.path("d").c_str());
     }
     void make_files() {
         fs::permissions(dir.path("d"), fs::perms::all);
@@ -275,7 +290,7 @@ void EveryCall::judge_order(const std::vector<Call>& calls) const {
     bool synced = true, named = false;
     for (const Call& call : calls) {
         const bool journal = call.file.ends_with(".jou");
-        if (call.is_one_of("write pwrite writev") && !journal) synced = false;
+        if (call.is_one_of("write pwrite writev copy_file_range") && !journal) synced = false;
         if (call.name == "fsync") synced = true;
         named = call.name != "fsync" && (named || call.is_one_of("link rename"));
         EXPECT_TRUE(synced || !call.is_one_of("link rename unlink")) << call.name << " " << call.file;
@@ -294,6 +309,7 @@ TEST_P(EveryCall, MayFail) {
     for (size_t n = 1; n <= calls.size(); n += STEP) {
         const Call& call = calls[n - 1];
         for (const Fault& fault : FAULTS) {
+            if (!target.lets_fail(call.name)) continue;
             if (!fault.calls.empty() && !call.is_one_of(fault.calls)) continue;
             SCOPED_TRACE(std::string(fault.name) + " at call " + std::to_string(n) + ", " + call.name + " " +
                          call.file);

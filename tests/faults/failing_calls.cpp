@@ -1,6 +1,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/aio_abi.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
@@ -231,6 +232,21 @@ ssize_t writev(int fd, const iovec* pieces, int count) {
         const iovec& piece = pieces[pieces[0].iov_len == 0 && count > 1 ? 1 : 0];
         return NEXT(write)(fd, piece.iov_base, (piece.iov_len + 1) / 2);
     });
+}
+
+ssize_t copy_file_range(int from, off_t* from_at, int fd, off_t* at, size_t size, unsigned flags) {
+    const Decision decision = decide("copy_file_range", Place(fd), Kind::Write, exposed(fd));
+    return make(decision, [&] {
+        return NEXT(copy_file_range)(from, from_at, fd, at, decision.half ? (size + 1) / 2 : size, flags);
+    });
+}
+
+int ioctl(int fd, unsigned long request, ...) {
+    va_list more;
+    va_start(more, request);
+    void* const argument = va_arg(more, void*);
+    va_end(more);
+    return make(decide("ioctl", Place(fd)), [&] { return NEXT(ioctl)(fd, request, argument); });
 }
 
 long syscall(long number, ...) {
