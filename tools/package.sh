@@ -17,7 +17,7 @@ inside() {
     tree=$scratch/$1
     shift
     # shellcheck disable=SC2016  # for the inner shell
-    unshare --mount --pid --fork sh -c '
+    unshare --mount --pid --fork --kill-child sh -c '
         mount --rbind /dev "$0/dev" && mount -t proc proc "$0/proc" &&
             exec chroot "$0" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 TERM=dumb \
                 DEBIAN_FRONTEND=noninteractive SOURCE_DATE_EPOCH="$SOURCE_DATE_EPOCH" "$@"' "$tree" "$@"
