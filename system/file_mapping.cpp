@@ -111,8 +111,10 @@ std::unique_ptr<FileMapping> FileMapping::make(int fd, size_t size) {
         return nullptr;
     }
     char* const data = static_cast<char*>(place);
-    std::unique_ptr<FileMapping> mapping(new (std::nothrow) FileMapping(fd, data, size));
-    if (!mapping) {
+    std::unique_ptr<FileMapping> mapping;
+    try {
+        mapping.reset(new FileMapping(fd, data, size));
+    } catch (const std::bad_alloc&) {
         munmap(place, all);
         close(fd);
         return nullptr;
