@@ -25,7 +25,7 @@ try_alone() {
     cp "$1" "$scratch/alone/kpe"
     printf 'one\ntwo\n' >"$scratch/alone/text"
     printf 'SUBSTITUTE/two/\303\244/ WHOLE\nEXIT\n' |
-        env -i HOME=/ LANG=C.UTF-8 unshare --map-root-user --root="$scratch/alone" /kpe -quiet /text >"$scratch/answers"
+        env -i HOME=/ LANG=C.UTF-8 unshare --map-root-user --root="$scratch/alone" /kpe -quiet text >"$scratch/answers"
     printf 'one\n\303\244\n' | diff - "$scratch/alone/text"
 }
 
