@@ -66,18 +66,41 @@ int fail(const std::string& why) {
 
 // --- The command line ---
 
-enum Form { AT = 'a', BUFFER = 'b', DISCARD = 'd', EDIT = 'e', HELP = 'h', PURGE = 'p', VERSION = 'v', WRITE = 'w' };
-constexpr option OPTIONS[] = {
-    {"at", required_argument, nullptr, AT},
-    {"buffer", required_argument, nullptr, BUFFER},
-    {"discard", no_argument, nullptr, DISCARD},
-    {"edit", no_argument, nullptr, EDIT},
-    {"help", no_argument, nullptr, HELP},
-    {"purge", no_argument, nullptr, PURGE},
-    {"version", no_argument, nullptr, VERSION},
-    {"write", required_argument, nullptr, WRITE},
-    {nullptr, 0, nullptr, 0},
+struct Row {
+    OptionForm shown;  // to those who type it
+    const char* name;
+    bool has_value;
+    char code;
 };
+enum Form : char {
+    AT = 'a',
+    BUFFER = 'b',
+    DISCARD = 'd',
+    EDIT = 'e',
+    HELP = 'h',
+    PURGE = 'p',
+    VERSION = 'v',
+    WRITE = 'w'
+};
+constexpr Row ROWS[] = {
+    {{"--write=", "Write the text to another file", true}, "write", true, WRITE},
+    {{"--edit", "Open the file with the text as an unsaved change", false}, "edit", false, EDIT},
+    {{"--at=", "The text as it was at that time", false}, "at", true, AT},
+    {{"--buffer=", "The text of another buffer", false}, "buffer", true, BUFFER},
+    {{"--discard", "Remove what is kept for the file", false}, "discard", false, DISCARD},
+    {{"--purge", "Remove everything that is kept", false}, "purge", false, PURGE},
+    {{"--help", "Print a summary and leave", false}, "help", false, HELP},
+    {{"--version", "Print the version and leave", false}, "version", false, VERSION},
+};
+
+// As getopt_long(3) wants them.
+std::vector<option> long_options() {
+    std::vector<option> options;
+    for (const Row& row : ROWS)
+        options.push_back({row.name, row.has_value ? required_argument : no_argument, nullptr, row.code});
+    options.push_back({nullptr, 0, nullptr, 0});
+    return options;
+}
 
 // A status if there is nothing left to do.
 std::optional<int> read_arguments(int argc, char** argv, Request& request) {
@@ -85,12 +108,13 @@ std::optional<int> read_arguments(int argc, char** argv, Request& request) {
         kpe_warn(USAGE);
         return FAILED;
     };
+    const std::vector<option> options = long_options();
     int actions = 0;
     const auto act = [&](Action action) {
         request.action = action;
         ++actions;
     };
-    for (int form = 0; (form = getopt_long(argc, argv, "h", OPTIONS, nullptr)) != -1;) {
+    for (int form = 0; (form = getopt_long(argc, argv, "h", options.data(), nullptr)) != -1;) {
         switch (form) {
             case AT:
                 request.at = optarg;
@@ -428,4 +452,10 @@ RecoverResult kpe_recover(int argc, char** argv) {
         result = act_on_file(request);
     kpe_flush();
     return result;
+}
+
+std::vector<OptionForm> kpe_recover_option_forms() {
+    std::vector<OptionForm> forms;
+    for (const Row& row : ROWS) forms.push_back(row.shown);
+    return forms;
 }

@@ -2,6 +2,9 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
+
+#include "app/options.h"
 
 // kpe-recover: shows and brings back texts that were not saved. It is the same program under that name.
 
@@ -16,3 +19,4 @@ struct RecoverResult {
     int64_t edit_until = 0;  // see SessionPolicy::recovers_until
 };
 RecoverResult kpe_recover(int argc, char** argv);
+std::vector<OptionForm> kpe_recover_option_forms();

@@ -8,6 +8,7 @@
 
 #include "app/editor_arguments.h"
 #include "app/options.h"
+#include "app/recover.h"
 
 namespace {
 
@@ -31,6 +32,7 @@ std::vector<Program> programs() {
     return {
         {"kpe", offered(kpe_option_forms()), true},
         {"kpe-editor", offered(kpe_editor_option_forms()), true},
+        {"kpe-recover", offered(kpe_recover_option_forms()), true},
         {"kpe-keys", common, false},
     };
 }

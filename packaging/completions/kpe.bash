@@ -6,6 +6,7 @@ _kpe() {
     case ${COMP_WORDS[0]##*/} in
         kpe) forms="-d -nocommand -readonly -recover --help --version -stop -quiet -command= -output= -journal=" ;;
         kpe-editor) forms="-R --help --version" ;;
+        kpe-recover) forms="--write= --edit --at= --buffer= --discard --purge --help --version" ;;
         kpe-keys) forms="--help --version" ;;
     esac
     # All else are files, which bash completes and quotes itself.
@@ -15,4 +16,5 @@ _kpe() {
 }
 complete -o default -F _kpe kpe
 complete -o default -F _kpe kpe-editor
+complete -o default -F _kpe kpe-recover
 complete -F _kpe kpe-keys

@@ -16,6 +16,15 @@ complete -c kpe-editor -s R -d 'Write nothing'
 complete -c kpe-editor -l help -d 'Print a summary and leave'
 complete -c kpe-editor -l version -d 'Print the version and leave'
 
+complete -c kpe-recover -n 'string match -q -- "-*" (commandline -ct)' -a --write= -d 'Write the text to another file'
+complete -c kpe-recover -l edit -d 'Open the file with the text as an unsaved change'
+complete -c kpe-recover -l at= -d 'The text as it was at that time'
+complete -c kpe-recover -l buffer= -d 'The text of another buffer'
+complete -c kpe-recover -l discard -d 'Remove what is kept for the file'
+complete -c kpe-recover -l purge -d 'Remove everything that is kept'
+complete -c kpe-recover -l help -d 'Print a summary and leave'
+complete -c kpe-recover -l version -d 'Print the version and leave'
+
 complete -c kpe-keys -f
 complete -c kpe-keys -l help -d 'Print a summary and leave'
 complete -c kpe-keys -l version -d 'Print the version and leave'
