@@ -332,6 +332,16 @@ int write_other(const Request& request, const KeptText& kept) {
     return good ? 0 : fail(request.other + ": " + std::strerror(errno));
 }
 
+// A log has served its purpose when the file holds all that it leads to.
+void remove_taken(const Request& request, const Entry& entry, const KeptText& kept) {
+    const bool is_main = request.buffer.empty() || request.buffer == "MAIN";
+    const bool others = std::any_of(kept.others.begin(), kept.others.end(), [](const auto& other) {
+        return other.first != "PASTE" && (other.second.size() > 1 || other.second.length(0) > 0);
+    });
+    if (!kept.is_log || !is_main || others || kept.changes != kept.all_changes || request.other == "-") return;
+    if (kpe_absolute_path(request.other) == entry.file) unlink(entry.kept.path.c_str());
+}
+
 // FILE may have been the name of a log.
 std::string edited_file(const Request& request, const Entry& entry) {
     const bool known = entry.kept.kind == KeptFile::Kind::Log && request.file == entry.kept.path;
@@ -421,7 +431,10 @@ RecoverResult act_on_file(const Request& request) {
         result.status = show(request, entries, *entry);
     } else if (KeptText kept; find_text(request, *entry, kept, result.status)) {
         const bool complete = tell_obstacle(kept, request.file);
-        if (request.action == Action::Write) result.status = write_other(request, kept);
+        if (request.action == Action::Write) {
+            result.status = write_other(request, kept);
+            if (result.status == 0 && complete) remove_taken(request, *entry, kept);
+        }
         if (result.status == 0 && !complete) result.status = FAILED;
         if (request.action == Action::Edit) {
             const bool log = entry->kept.kind == KeptFile::Kind::Log;
