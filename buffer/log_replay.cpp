@@ -168,7 +168,7 @@ std::vector<std::string> LogReplay::added_text() const {
         if (from.number() > 0) continue;
         for (const AddedText& added : kpe_added_text(from.left())) {
             if (added.text.empty()) continue;
-            if (added.row != last_row) lines.push_back(std::to_string(added.row + 1) + ": ");
+            if (lines.empty() || added.row != last_row) lines.push_back(std::to_string(added.row + 1) + ": ");
             lines.back() += added.text;
             last_row = added.row;
         }

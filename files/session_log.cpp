@@ -123,7 +123,8 @@ bool SessionLog::make(const std::string& directory, const std::string& edited) {
     if (!file_.is_open()) return false;
     path_ = directory + name + ".log";
     fchmod(file_.fd(), 0600);  // whatever the umask
-    flock(file_.fd(), LOCK_EX | LOCK_NB);
+    // Somebody who looks whether the session lives may hold the lock, but only for a moment.
+    kpe_retry([&] { return flock(file_.fd(), LOCK_EX); });
     directory_synced_ = false;
     size_ = 0;
     gathered_ = KPE_LOG_MAGIC;
