@@ -396,7 +396,7 @@ private:
 
     // --- The recovery log: editor/recovery.cpp ---
     bool wants_recording() const;
-    // From now on changes of the file that was loaded are recorded. Other buffers are recorded once they change.
+    // From now on changes of the file that was loaded are recorded, and the texts of other buffers.
     void begin_recording();
     void record_from(const std::string& path, const FileState& file, const LineStore& text, bool from_file);
     // The file path, which is that of this session, holds the text now; as_it_is: and nothing else, such as records.
@@ -404,9 +404,10 @@ private:
     // Records what has changed since the last call. It is called before kpe waits for a key or a line, so that whatever
     // the screen shows is in the log.
     void record_changes();
-    // Records what the current buffer will hold when the lines that are being typed are inserted.
-    void record_ahead(const TextBuffer& text);
+    // Records what the buffer will hold when the lines that are being typed have come to their end.
+    void record_ahead(const std::string& name, const TextBuffer& text);
     void commit_record();
+    void give_up_recording();  // there is no memory for it
     // The file was read, and holds this text: what is copied from it is not repeated in the log.
     void record_source(const std::string& path, const FileState& file, const LineStore& text);
     bool discards_text() const;  // whether a text, PASTE aside, would be gone if the session ended now

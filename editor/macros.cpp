@@ -4,6 +4,7 @@
 #include "editor/line_reader.h"
 #include "editor/on_screen.h"
 #include "system/ascii.h"
+#include "system/input.h"
 #include "system/nested.h"
 #include "system/report.h"
 
@@ -78,6 +79,10 @@ std::vector<std::string> Editor::read_macro_commands(const std::string& name, bo
         const std::string word = upper(trim(*line));
         if (word.empty() || word == "END DEFINE" || word == "END") break;
         commands.push_back(std::move(*line));
+        if (!recorder_.is_on() || kpe_typed_ahead()) continue;
+        TextBuffer ahead;  // with the lines so far, so that those are not lost by a crash
+        ahead.set_text(join_lines_as_text(commands));
+        record_ahead(name, ahead);
     }
     if (report) kpe_end_line();
     return commands;

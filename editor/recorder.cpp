@@ -56,7 +56,7 @@ void SessionRecorder::begin(LogHead head, const LineStore& text) {
     for (Source& source : sources_of_log_) source.in_log = false;
     list_sources();
     std::erase_if(buffers_, [](const auto& buffer) { return !buffer.second.left_out; });
-    buffers_["MAIN"] = {0, head_.from_file ? base_ : empty_text(), true, false};
+    buffers_["MAIN"] = {0, base_, true, !head_.from_file};
     most_bytes_ = 0;
     hashed_rows_ = 0;
     hash_ = 0;
@@ -121,6 +121,11 @@ bool SessionRecorder::make() {
     if (head_.from_file && head_.file.size <= LARGEST_HASHED) hashing_.ask(SYNC_DELAY);
     tidying_.ask(TIDY_DELAY);
     if (most_bytes_ == 0) most_bytes_ = std::max(SMALLEST_LIMIT, 2 * bytes_of(base_));
+    // A text that no file holds is logged as a whole, but not before something has changed.
+    if (Buffer& main = buffers_["MAIN"]; std::exchange(main.left_out, false)) {
+        main.text = empty_text();
+        add_change("MAIN", main, base_);
+    }
     return true;
 }
 
@@ -208,7 +213,7 @@ void SessionRecorder::renew() {
     SessionLog older = std::exchange(log_, SessionLog());
     for (Source& source : sources_of_log_) source.in_log = false;
     std::erase_if(buffers_, [](const auto& buffer) { return !buffer.second.left_out; });
-    buffers_["MAIN"] = {0, head_.from_file ? base_ : empty_text(), true, false};
+    buffers_["MAIN"] = {0, base_, true, !head_.from_file};
     for (const auto& [name, text] : texts) note(name, text);
     if (on_ && log_.write() && (!log_.is_open() || log_.sync_now())) {
         most_bytes_ = std::max(most_bytes_, 2 * log_.size());

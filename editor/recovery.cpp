@@ -41,7 +41,6 @@ void Editor::begin_recording() {
     const bool whole = buffer_.load_state() != TextBuffer::Load::Broken && !edited_file_.is_special();
     const bool from_file = whole && policy_.read_from.empty() && loaded != on_disk_.end();
     record_from(filename_, edited_file_, from_file ? loaded->second : buffer_.lines(), from_file);
-    for (const auto& [name, text] : buffers_) recorder_.leave_out(name, newest_text(name).lines());
 }
 
 void Editor::record_from(const std::string& path, const FileState& file, const LineStore& text, bool from_file) {
@@ -56,7 +55,10 @@ void Editor::record_from(const std::string& path, const FileState& file, const L
 }
 
 void Editor::record_saved(const std::string& path, const FileState& file, const LineStore& text, bool as_it_is) {
-    if (recorder_.is_on()) record_from(path, file, text, as_it_is && !file.is_special() && recorder_.reads_back(text));
+    if (!recorder_.is_on()) return;
+    // An empty last line without a line end cannot be told from none.
+    const bool lost_line = file_form_.open_end && text.size() > 1 && text.length(text.size() - 1) == 0;
+    record_from(path, file, text, as_it_is && !file.is_special() && !lost_line && recorder_.reads_back(text));
 }
 
 void Editor::record_changes() {
@@ -67,9 +69,13 @@ void Editor::record_changes() {
             if (name != current_buffer_name_) recorder_.note(name, text.lines());
         commit_record();
     } catch (const std::bad_alloc&) {
-        recorder_.give_up();
-        tell_user("?No recovery log from here on: not enough memory");
+        give_up_recording();
     }
+}
+
+void Editor::give_up_recording() {
+    recorder_.give_up();
+    tell_user("?No recovery log from here on: not enough memory");
 }
 
 void Editor::commit_record() {
@@ -80,10 +86,12 @@ void Editor::record_source(const std::string& path, const FileState& file, const
     if (!file.is_special()) recorder_.add_source(kpe_absolute_path(path), file, text);
 }
 
-void Editor::record_ahead(const TextBuffer& text) {
+void Editor::record_ahead(const std::string& name, const TextBuffer& text) try {
     if (!recorder_.is_on()) return;
-    recorder_.note(current_buffer_name_, text.lines());
+    recorder_.note(name, text.lines());
     commit_record();
+} catch (const std::bad_alloc&) {
+    give_up_recording();
 }
 
 bool Editor::discards_text() const {

@@ -65,6 +65,7 @@ int Editor::run() {
     if (recover_) try_recover_journal();
     if (policy_.begins_on_screen) message_ = told_of_file;  // what the commands of the startup file say is no news
     begin_recording();
+    for (const auto& [name, text] : buffers_) recorder_.leave_out(name, newest_text(name).lines());
     if (!policy_.recovers.empty())
         take_recovered_text();
     else if (!recover_)

@@ -226,7 +226,7 @@ void Editor::insert_multiline(bool report) {
         if (line->ends_with('\r')) line->pop_back();
         if (ends_insertion(*line)) break;
         ahead.insert_text(row, col, apply_case_mode((lines.empty() ? "" : "\n") + *line));
-        if (!kpe_typed_ahead() || lines.size() % MOST_AT_ONCE == 0) record_ahead(ahead);
+        if (!kpe_typed_ahead() || lines.size() % MOST_AT_ONCE == 0) record_ahead(current_buffer_name_, ahead);
         lines.push_back(std::move(*line));
         if (report && policy_.shows_prompts) prompt = "_";
     }
