@@ -21,6 +21,11 @@ bool load(const std::string& path, TextBuffer::LineEnds ends, TextBuffer& text) 
     return text.load_state() == TextBuffer::Load::Whole;
 }
 
+// A change begins with the milliseconds since the one before. The sum of hostile ones wraps around.
+int64_t later(int64_t time, std::string_view change) {
+    return static_cast<int64_t>(static_cast<uint64_t>(time) + Unpacker(change).number());
+}
+
 }  // namespace
 
 bool LogReplay::open(const std::string& path) {
@@ -36,7 +41,7 @@ bool LogReplay::open(const std::string& path) {
         if (record->kind == LogRecord::Rescued) rescue_files_.emplace_back(record->content);
         if (record->kind != LogRecord::Change) continue;
         ++changes_;
-        newest_ += static_cast<int64_t>(Unpacker(record->content).number());
+        newest_ = later(newest_, record->content);
     }
     unread_ = records.unread();
     damaged_ = records.is_damaged();
@@ -79,7 +84,7 @@ bool LogReplay::replay(int64_t until) {
         obstacle_ = "the file has changed since";
         return false;
     }
-    sources_.push_back(&file_);
+    sources_.push_back(begin_ == 0 ? &file_ : nullptr);  // behind a save the file is another text
     texts_["MAIN"] = file_;
     LogReader records(bytes_->bytes());
     int64_t time = head_.started;
@@ -87,7 +92,7 @@ bool LogReplay::replay(int64_t until) {
     while (const auto record = records.next()) {
         const bool skipped = index++ < begin_;
         if (record->kind == LogRecord::Change) {
-            time += static_cast<int64_t>(Unpacker(record->content).number());
+            time = later(time, record->content);
             if (time > until) return true;
             if (skipped) {
                 ++repeated_;
