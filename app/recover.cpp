@@ -23,6 +23,7 @@
 #include "files/file_writer.h"
 #include "files/kept_files.h"
 #include "files/rescue_file.h"
+#include "system/ascii.h"
 #include "system/pages.h"
 #include "system/report.h"
 #include "system/version.h"
@@ -255,6 +256,13 @@ std::optional<int64_t> until_when(const Request& request, const Entry& entry) {
     return request.at.empty() ? std::numeric_limits<int64_t>::max() : time_named(request.at, entry.newest);
 }
 
+// In the list each entry is one line, whatever its name is.
+std::string harmless(std::string name) {
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, '?');
+    return name;
+}
+
 // --- The actions ---
 
 int list() {
@@ -275,9 +283,9 @@ int list() {
                           changes.c_str());
             pages.say(front.data() + where);
         } else {
-            pages.say(entry.file + "\t" + written_time(seconds, "%Y-%m-%dT%H:%M:%S") + "\t" +
+            pages.say(harmless(entry.file) + "\t" + written_time(seconds, "%Y-%m-%dT%H:%M:%S") + "\t" +
                       (log ? std::to_string(entry.changes) : "-") + "\t" + why_kept(entry.kept) + "\t" +
-                      entry.kept.path);
+                      harmless(entry.kept.path));
         }
     }
     if (!entries.empty()) pages.tell("kpe-recover FILE shows what has changed.");
@@ -397,7 +405,8 @@ int show(const Request& request, const std::vector<Entry>& entries, const Entry&
     status = show_difference(edited_file(request, entry), kept, pages);
     if (status == NOTHING) pages.tell(request.file + " holds this text already.");
     if (status != 0) return status;
-    pages.tell("To take it: kpe-recover --edit " + request.file + ", or kpe-recover --write OTHER " + request.file);
+    const std::string word = kpe_shell_word(request.file);
+    pages.tell("To take it: kpe-recover --edit " + word + ", or kpe-recover --write OTHER " + word);
     if (entries.size() > 1)
         pages.tell("There is more: see kpe-recover, and name a log or a copy in place of the file.");
     return complete ? 0 : FAILED;

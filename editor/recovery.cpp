@@ -10,6 +10,7 @@
 #include "buffer/log_replay.h"
 #include "editor/kpe.h"
 #include "files/file_place.h"
+#include "system/ascii.h"
 #include "system/report.h"
 
 namespace {
@@ -138,8 +139,8 @@ void Editor::tell_unsaved_changes() try {
         if (small && replay.replay() && replay.obstacle().empty() && replay.says_nothing_new()) continue;
         if (log.end == LogEnd::Discarded) kpe_note_log_told(log.path);
 
-        const std::string message =
-            "?Unsaved changes of " + time_of(replay.newest()) + " in " + filename_ + ": kpe-recover " + filename_;
+        const std::string message = "?Unsaved changes of " + time_of(replay.newest()) + " in " + filename_ +
+                                    ": kpe-recover " + kpe_shell_word(filename_);
         tell_user(message);
         if (policy_.begins_on_screen && message_.empty()) message_ = message;
         return;

@@ -1,5 +1,6 @@
 #include "system/ascii.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 std::string_view kpe_trim(std::string_view text) {
@@ -60,4 +61,14 @@ std::optional<int> kpe_take_int(std::string_view& text) {
     const auto number = converted<int>(text, [&](const std::string& s) { return std::stoi(s, &end); });
     text.remove_prefix(end);
     return number;
+}
+
+std::string kpe_shell_word(std::string_view text) {
+    const auto plain = [](char c) {
+        return kpe_is_alpha(c) || kpe_is_digit(c) || std::string_view("_./+-@%,:=").find(c) != std::string_view::npos;
+    };
+    if (!text.empty() && std::all_of(text.begin(), text.end(), plain)) return std::string(text);
+    std::string word = "'";
+    for (const char c : text) word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return word + "'";
 }

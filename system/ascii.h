@@ -31,3 +31,5 @@ std::optional<long> kpe_stol(std::string_view text);
 std::optional<unsigned long> kpe_stoul(std::string_view text);
 // As kpe_stoi, but also removes what it has read from the start of text. Without a number text stays as it is.
 std::optional<int> kpe_take_int(std::string_view& text);
+// The text as one word of a shell's command line: in quotes if it holds what a shell would take for more than itself.
+std::string kpe_shell_word(std::string_view text);
