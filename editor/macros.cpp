@@ -4,7 +4,6 @@
 #include "editor/line_reader.h"
 #include "editor/on_screen.h"
 #include "system/ascii.h"
-#include "system/input.h"
 #include "system/nested.h"
 #include "system/report.h"
 
@@ -79,7 +78,7 @@ std::vector<std::string> Editor::read_macro_commands(const std::string& name, bo
         const std::string word = upper(trim(*line));
         if (word.empty() || word == "END DEFINE" || word == "END") break;
         commands.push_back(std::move(*line));
-        if (!recorder_.is_on() || kpe_typed_ahead()) continue;
+        if (!recorder_.is_on()) continue;
         TextBuffer ahead;  // with the lines so far, so that those are not lost by a crash
         ahead.set_text(join_lines_as_text(commands));
         record_ahead(name, ahead);

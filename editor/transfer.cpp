@@ -28,7 +28,6 @@
 namespace {
 
 constexpr char CTRL_Z = 26;
-constexpr size_t MOST_AT_ONCE = 64;  // lines that come faster than they are shown, before they are recorded
 
 // What system() does, but with signals in the child as they are for any other command. The command's wait
 // status, or -1 if it could not be run.
@@ -226,7 +225,7 @@ void Editor::insert_multiline(bool report) {
         if (line->ends_with('\r')) line->pop_back();
         if (ends_insertion(*line)) break;
         ahead.insert_text(row, col, apply_case_mode((lines.empty() ? "" : "\n") + *line));
-        if (!kpe_typed_ahead() || lines.size() % MOST_AT_ONCE == 0) record_ahead(current_buffer_name_, ahead);
+        record_ahead(current_buffer_name_, ahead);
         lines.push_back(std::move(*line));
         if (report && policy_.shows_prompts) prompt = "_";
     }
