@@ -262,12 +262,13 @@ public:
         if (WIFEXITED(status) && WEXITSTATUS(status) < 2) return dir_.get(WEXITSTATUS(status) == 0 ? "r.txt" : "t.txt");
         return std::nullopt;
     }
-    string rescued() const {
+    // Nothing if the text was empty, or stored in a file.
+    std::optional<string> rescued() const {
         const string rescue = ".local/state/kpe/rescue";
         if (std::filesystem::exists(dir_.path(rescue)))
             for (const string& name : dir_.names(rescue))
                 if (name.starts_with("t.txt-MAIN-")) return dir_.get(rescue + "/" + name);
-        return dir_.get("t.txt");
+        return std::nullopt;
     }
     string why_unrecovered() const { return dir_.get("why"); }
 
@@ -388,7 +389,8 @@ string fault_of_kill(unsigned long seed) {
     if (!text) return "not recovered: " + killed.why_unrecovered();
     if (early.count() > 0 || !twin.killed_by(SIGTERM, 0us)) return "";
     const auto plain = [](const string& bytes) { return bytes == "\n" ? "" : bytes; };
-    return plain(*text) == plain(twin.rescued()) ? "" : "recovered is\n" + *text + "\nand not\n" + twin.rescued();
+    const auto held = twin.rescued();
+    return !held || plain(*text) == plain(*held) ? "" : "recovered is\n" + *text + "\nand not\n" + *held;
 }
 
 // In the sandbox.
