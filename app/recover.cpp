@@ -53,7 +53,7 @@ constexpr std::string_view USAGE =
 
 constexpr int NOTHING = 1, FAILED = 2;
 
-enum class Action { List, Show, Write, Edit, Discard, Purge };
+enum class Action { List, Show, Write, Edit, Discard, Purge, Help, Version };
 
 struct Request {
     Action action = Action::List;
@@ -70,35 +70,26 @@ int fail(const std::string& why) {
 struct Row {
     OptionForm shown;  // to those who type it
     const char* name;
-    bool has_value;
     char code;
-};
-enum Form : char {
-    AT = 'a',
-    BUFFER = 'b',
-    DISCARD = 'd',
-    EDIT = 'e',
-    HELP = 'h',
-    PURGE = 'p',
-    VERSION = 'v',
-    WRITE = 'w'
+    std::optional<Action> action;           // what it asks for
+    std::string Request::*value = nullptr;  // where its value goes, if it takes one
 };
 constexpr Row ROWS[] = {
-    {{"--write=", "Write the text to another file", true}, "write", true, WRITE},
-    {{"--edit", "Open the file with the text as an unsaved change", false}, "edit", false, EDIT},
-    {{"--at=", "The text as it was at that time", false}, "at", true, AT},
-    {{"--buffer=", "The text of another buffer", false}, "buffer", true, BUFFER},
-    {{"--discard", "Remove what is kept for the file", false}, "discard", false, DISCARD},
-    {{"--purge", "Remove everything that is kept", false}, "purge", false, PURGE},
-    {{"--help", "Print a summary and leave", false}, "help", false, HELP},
-    {{"--version", "Print the version and leave", false}, "version", false, VERSION},
+    {{"--write=", "Write the text to another file", true}, "write", 'w', Action::Write, &Request::other},
+    {{"--edit", "Open the file with the text as an unsaved change", false}, "edit", 'e', Action::Edit},
+    {{"--at=", "The text as it was at that time", false}, "at", 'a', std::nullopt, &Request::at},
+    {{"--buffer=", "The text of another buffer", false}, "buffer", 'b', std::nullopt, &Request::buffer},
+    {{"--discard", "Remove what is kept for the file", false}, "discard", 'd', Action::Discard},
+    {{"--purge", "Remove everything that is kept", false}, "purge", 'p', Action::Purge},
+    {{"--help", "Print a summary and leave", false}, "help", 'h', Action::Help},
+    {{"--version", "Print the version and leave", false}, "version", 'v', Action::Version},
 };
 
 // As getopt_long(3) wants them.
 std::vector<option> long_options() {
     std::vector<option> options;
     for (const Row& row : ROWS)
-        options.push_back({row.name, row.has_value ? required_argument : no_argument, nullptr, row.code});
+        options.push_back({row.name, row.value ? required_argument : no_argument, nullptr, row.code});
     options.push_back({nullptr, 0, nullptr, 0});
     return options;
 }
@@ -111,40 +102,16 @@ std::optional<int> read_arguments(int argc, char** argv, Request& request) {
     };
     const std::vector<option> options = long_options();
     int actions = 0;
-    const auto act = [&](Action action) {
-        request.action = action;
+    for (int code = 0; (code = getopt_long(argc, argv, "h", options.data(), nullptr)) != -1;) {
+        const Row* const row =
+            std::find_if(std::begin(ROWS), std::end(ROWS), [code](const Row& each) { return each.code == code; });
+        if (row == std::end(ROWS)) return wrong();
+        if (row->value) request.*row->value = optarg;
+        if (!row->action) continue;
         ++actions;
-    };
-    for (int form = 0; (form = getopt_long(argc, argv, "h", options.data(), nullptr)) != -1;) {
-        switch (form) {
-            case AT:
-                request.at = optarg;
-                break;
-            case BUFFER:
-                request.buffer = optarg;
-                break;
-            case DISCARD:
-                act(Action::Discard);
-                break;
-            case EDIT:
-                act(Action::Edit);
-                break;
-            case PURGE:
-                act(Action::Purge);
-                break;
-            case WRITE:
-                act(Action::Write);
-                request.other = optarg;
-                break;
-            case HELP:
-                kpe_say_lines(USAGE);
-                return 0;
-            case VERSION:
-                kpe_say(true, "kpe-recover " + kpe_version_string());
-                return 0;
-            default:
-                return wrong();
-        }
+        request.action = *row->action;
+        if (request.action == Action::Help) return kpe_say_lines(USAGE), 0;
+        if (request.action == Action::Version) return kpe_say(true, "kpe-recover " + kpe_version_string()), 0;
     }
     if (optind < argc) request.file = argv[optind++];
     if (optind < argc || actions > 1) return wrong();

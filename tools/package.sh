@@ -8,8 +8,7 @@ root=$(dirname "$(dirname "$(readlink -f "$0")")")
 cd "$root"
 . tools/packages.sh
 need_commit_time
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
+need_scratch
 log=$root/build/package.log
 
 # inside TREE COMMAND...: runs it there, with processes and mounts of its own that end with it.

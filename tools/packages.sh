@@ -56,6 +56,12 @@ copy_sources() {
         tar -C "$root" --null -T - -c | tar -x -C "$1"
 }
 
+# Makes $scratch, a folder that is removed when the script ends.
+need_scratch() {
+    scratch=$(mktemp -d)
+    trap 'rm -rf "$scratch"' EXIT
+}
+
 # Exports the time of the last commit for builds that have to come out the same each time.
 need_commit_time() {
     SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git -C "$root" log -1 --format=%ct)}

@@ -6,8 +6,7 @@ root=$(dirname "$(dirname "$(readlink -f "$0")")")
 cd "$root"
 . tools/packages.sh
 need_commit_time
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
+need_scratch
 version=$(sed -n 's/^project(kpe VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 name=kpe-$version-linux-$(uname -m)
 
