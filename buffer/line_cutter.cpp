@@ -6,6 +6,9 @@ namespace {
 
 constexpr size_t MANY_RETURNS = size_t{64} << 10;
 
+// Never negative, so that no byte is taken for the absence of one.
+int byte_at(const char* place) { return static_cast<unsigned char>(*place); }
+
 }  // namespace
 
 void LineCutter::expect(const std::shared_ptr<Block>& block, size_t parts) {
@@ -52,8 +55,8 @@ bool LineCutter::look(size_t number, size_t from, char* bytes, size_t count) {
     if (!part.first_line) {
         if (from > 0) {
             char* const line_break = static_cast<char*>(std::memchr(begin, '\n', count));
-            part.before_first = line_break && line_break > bytes ? line_break[-1] : part.last;
-            part.last = end[-1];
+            part.before_first = line_break && line_break > bytes ? byte_at(line_break - 1) : part.last;
+            part.last = byte_at(end - 1);
             if (!line_break) return true;
             begin = line_break + 1;
         }
@@ -64,10 +67,11 @@ bool LineCutter::look(size_t number, size_t from, char* bytes, size_t count) {
     }
     kpe_each_line_break(begin, end, [&](char* line_break) {
         char* const line_end = place + (line_break - bytes);
-        add_line(part, static_cast<size_t>(line_end - part.next.in), line_break > bytes ? line_break[-1] : part.last);
+        add_line(part, static_cast<size_t>(line_end - part.next.in),
+                 line_break > bytes ? byte_at(line_break - 1) : part.last);
         part.next.in = line_end + 1;
     });
-    part.last = end[-1];
+    part.last = byte_at(end - 1);
     // Where returns are kept unless all line ends have one, the first line decides.
     const bool keeps = returns_ == LineStore::Returns::Keep;
     return keeps ? number > 0 || part.returns.empty() || part.returns[0] > 0 : returns_found_ < MANY_RETURNS;

@@ -33,6 +33,7 @@ string text_of_parts(size_t size) {
     text.resize(size);
     for (const size_t place : {FILE_PART - 1, 2 * FILE_PART - 2, 3 * FILE_PART, FILE_PART + MB - 1})
         text.replace(place, 2, "\r\n");
+    text.replace(size / FILE_PART * FILE_PART - 1, 4, "\rx\xff\n");  // no carriage return in front of a line end
     return text;
 }
 
