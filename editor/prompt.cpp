@@ -1,17 +1,15 @@
 #include <algorithm>
-#include <filesystem>
 #include <iterator>
 #include <new>
 #include <set>
-#include <system_error>
+#include <sys/stat.h>
 
 #include "editor/kpe.h"
 #include "editor/line_reader.h"
+#include "files/file_place.h"
 #include "system/ascii.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 // What stands behind the beginning of a command.
 enum class Names { Files, Buffers, Macros, Verbs };
@@ -64,15 +62,15 @@ std::vector<std::string> files_like(const std::string& start, bool one_word) {
     const size_t name_at = start.rfind('/') == start.npos ? 0 : start.rfind('/') + 1;
     const std::string directory = start.substr(0, name_at), name = start.substr(name_at);
     std::vector<std::string> files;
-    std::error_code failed;
-    for (fs::directory_iterator entry(directory.empty() ? "." : directory, failed), end; !failed && entry != end;
-         entry.increment(failed)) {
-        const std::string found = entry->path().filename().string();
-        if (!found.starts_with(name) || (name.empty() && found.starts_with('.'))) continue;
-        if (!can_be_typed(found, one_word)) continue;
-        std::error_code unknown;
-        files.push_back(directory + found + (entry->is_directory(unknown) ? "/" : ""));
-    }
+    kpe_each_entry(directory.empty() ? "." : directory, [&](int fd, const char* entry) {
+        const std::string found = entry;
+        if (!found.starts_with(name) || (name.empty() && found.starts_with('.')) || found == "." || found == "..")
+            return;
+        if (!can_be_typed(found, one_word)) return;
+        struct stat st;
+        const bool is_directory = fstatat(fd, entry, &st, 0) == 0 && S_ISDIR(st.st_mode);
+        files.push_back(directory + found + (is_directory ? "/" : ""));
+    });
     std::sort(files.begin(), files.end());
     return files;
 }

@@ -2,6 +2,8 @@
 
 #include <climits>
 #include <cstdlib>
+#include <dirent.h>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -51,4 +53,10 @@ std::string kpe_absolute_path(const std::string& path) {
     if (realpath(path.c_str(), real)) return real;
     const Parts parts(path);
     return realpath(parts.directory.c_str(), real) ? std::string(real) + "/" + parts.name : path;
+}
+
+void kpe_each_entry(const std::string& directory, const std::function<void(int fd, const char* name)>& visit) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(directory.c_str()), closedir);
+    while (const dirent* const entry = entries ? readdir(entries.get()) : nullptr)
+        visit(dirfd(entries.get()), entry->d_name);
 }

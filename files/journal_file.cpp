@@ -4,11 +4,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <fcntl.h>
-#include <filesystem>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "files/file_place.h"
 #include "files/rescue_file.h"
 #include "files/safety_copy.h"
 #include "files/state_directory.h"
@@ -62,8 +62,7 @@ std::string not_private(int fd) {
 std::string kpe_private_journal(const std::string& edited) {
     const std::vector<std::string> directories = kpe_state_directories();
     if (directories.empty()) return "/dev/null";
-    std::error_code error;
-    const std::string whole = std::filesystem::absolute(edited, error).lexically_normal().string();
+    const std::string whole = kpe_absolute_path(edited);
     char digits[20];
     std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(hash_of(whole)));
     const std::string name = kpe_safe_name(whole.substr(whole.rfind('/') + 1)).substr(0, LONGEST_LABEL);

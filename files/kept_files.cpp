@@ -1,14 +1,13 @@
 #include "files/kept_files.h"
 
 #include <algorithm>
-#include <dirent.h>
 #include <fcntl.h>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "files/file_place.h"
 #include "files/rescue_file.h"
 #include "files/state_directory.h"
 
@@ -48,19 +47,18 @@ bool take_copy_name(std::string name, KeptFile& file) {
 
 void add_files(const std::string& directory, KeptFile::Kind kind, bool (*take_name)(std::string, KeptFile&),
                std::vector<KeptFile>& files) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(directory.c_str()), closedir);
-    while (const dirent* const entry = entries ? readdir(entries.get()) : nullptr) {
+    kpe_each_entry(directory, [&](int fd, const char* name) {
         KeptFile file;
         struct stat st;
-        if (fstatat(dirfd(entries.get()), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode) ||
-            st.st_uid != geteuid() || !take_name(entry->d_name, file))
-            continue;
+        if (fstatat(fd, name, &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode) || st.st_uid != geteuid() ||
+            !take_name(name, file))
+            return;
         file.kind = kind;
-        file.path = directory + entry->d_name;
+        file.path = directory + name;
         file.changed = st.st_mtim;
         file.size = static_cast<uint64_t>(st.st_size);
         files.push_back(std::move(file));
-    }
+    });
 }
 
 }  // namespace

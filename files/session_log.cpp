@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <memory>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "files/file_place.h"
 #include "files/rescue_file.h"
 #include "files/state_directory.h"
 #include "files/sync_later.h"
@@ -220,12 +220,10 @@ std::optional<LogReader::Record> LogReader::next() {
 
 std::vector<LogFile> kpe_list_logs(const std::string& directory, const std::string& edited) {
     std::vector<LogFile> logs;
-    const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(directory.c_str()), closedir);
-    if (!entries) return logs;
-    while (const dirent* const entry = readdir(entries.get())) {
-        if (!edited.empty() && !belongs_to(entry->d_name, edited)) continue;
-        if (auto log = log_file(dirfd(entries.get()), directory, entry->d_name)) logs.push_back(std::move(*log));
-    }
+    kpe_each_entry(directory, [&](int fd, const char* name) {
+        if (!edited.empty() && !belongs_to(name, edited)) return;
+        if (auto log = log_file(fd, directory, name)) logs.push_back(std::move(*log));
+    });
     std::sort(logs.begin(), logs.end(), [](const LogFile& a, const LogFile& b) { return later(a.changed, b.changed); });
     return logs;
 }
