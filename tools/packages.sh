@@ -77,9 +77,10 @@ build() {
 }
 
 BUILD_PACKAGES="g++ cmake ninja-build pkg-config libncurses-dev libutf8proc-dev"
-# Terminal entries for the screen tests, the terminal that they look at, and the sandbox for sessions made by chance.
-# Then programs that call an editor; where one of them is missing its sessions are left out.
-TEST_PACKAGES="$BUILD_PACKAGES libgtest-dev libvterm-dev ncurses-term bubblewrap git less cron sudo mutt"
+# Terminal entries for the screen tests, the terminal that they look at, the sandbox for sessions made by chance, and a
+# file system that can clone files. Then programs that call an editor. Where one of them is missing, or a disk cannot be
+# mounted, its sessions are left out.
+TEST_PACKAGES="$BUILD_PACKAGES libgtest-dev libvterm-dev ncurses-term bubblewrap btrfs-progs git less cron sudo mutt"
 LINT_PACKAGES="$TEST_PACKAGES libbenchmark-dev clang clang-format clang-tidy shellcheck pyflakes3 man-db lowdown"
 BENCH_PACKAGES="$BUILD_PACKAGES libbenchmark-dev python3 vim ed ne nano"
 LINT_PACKAGES="$LINT_PACKAGES desktop-file-utils appstream"
