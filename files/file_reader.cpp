@@ -70,6 +70,26 @@ bool read_to_end(int fd, Block& block, bool sized, const volatile std::sig_atomi
     return false;
 }
 
+// The first place at which a thread could not go on; nothing behind it counts.
+class FirstEnd {
+public:
+    explicit FirstEnd(size_t size) : place_(size) {}
+    size_t place() const { return place_; }
+    int error() const { return error_; }  // an errno: why not all was read; 0 at the end of the file
+    void set(size_t place, int error) {
+        const std::lock_guard lock(mutex_);
+        if (place >= place_) return;
+        place_ = place;
+        error_ = error;
+    }
+    void move_out() { place_ = SIZE_MAX; }
+
+private:
+    std::mutex mutex_;
+    std::atomic<size_t> place_;
+    int error_ = 0;
+};
+
 // Reads a file in parts.
 class PartReader {
 public:
@@ -83,17 +103,17 @@ public:
     // first byte to the last.
     bool read() {
         kpe_share_work(parts_, [&](size_t part) { read_part(part); });
-        if (error_ == ESPIPE) return false;
-        block_.set_size(end_);
-        return end_ < size_ || read_more();
+        if (end_.error() == ESPIPE) return false;
+        block_.set_size(end_.place());
+        return end_.place() < size_ || read_more();
     }
-    int error() const { return error_; }  // an errno: why not all was read; 0 at the end of the file
+    int error() const { return end_.error(); }
 
 private:
     void read_part(size_t part) {
         const size_t end = std::min((part + 1) * FILE_PART, size_);
         size_t from = part * FILE_PART;
-        if (from >= end_) return;
+        if (from >= end_.place()) return;
         block_.make_ready(from, end - from);
         while (from < end) {
             const size_t got = read_step(from, std::min(STEP, end - from), part);
@@ -112,22 +132,14 @@ private:
             user_.step(part, from, from + static_cast<size_t>(got));
             return static_cast<size_t>(got);
         }
-        end_at(from, got < 0 ? errno : 0);
+        end_.set(from, got < 0 ? errno : 0);
         return 0;
-    }
-
-    // Nothing behind this place counts.
-    void end_at(size_t place, int error) {
-        const std::lock_guard lock(mutex_);
-        if (place >= end_) return;
-        end_ = place;
-        error_ = error;
     }
 
     // What was added to the file since its size was asked. One byte of the block stays free.
     bool read_more() {
         size_t from = size_;
-        end_ = SIZE_MAX;
+        end_.move_out();
         while (block_.capacity() - from >= 2) {
             const size_t got = read_step(from, block_.capacity() - from - 1, parts_);
             from += got;
@@ -142,9 +154,7 @@ private:
     Block& block_;
     FileStepUser& user_;
     const volatile std::sig_atomic_t* const abort_;
-    std::mutex mutex_;
-    std::atomic<size_t> end_ = size_;  // of what counts
-    int error_ = 0;
+    FirstEnd end_{size_};
 };
 
 // Lets the user look at all bytes of a clone. Returns false if it has no use for the clone.
@@ -158,10 +168,10 @@ public:
         user_.expect(clone_.block, parts);
         kpe_share_work(parts, [&](size_t part) { look_at(part); });
         if (refused_) return false;
-        if (end_ < size_) clone_.block->cut(end_);
+        if (end_.place() < size_) clone_.block->cut(end_.place());
         return true;
     }
-    int error() const { return error_; }  // as of PartReader
+    int error() const { return end_.error(); }
 
 private:
     struct FreeBytes {
@@ -173,7 +183,7 @@ private:
             static_cast<char*>(std::aligned_alloc(FileClone::ALIGNED, FileClone::READ_AT_ONCE)));
         if (!bytes) throw std::bad_alloc();
         const size_t end = std::min((part + 1) * FILE_PART, size_);
-        for (size_t from = part * FILE_PART; from < end && from < end_ && !refused_;) {
+        for (size_t from = part * FILE_PART; from < end && from < end_.place() && !refused_;) {
             const size_t got = read_step(bytes.get(), from);
             if (got == 0) return;
             if (!user_.look(part, from, bytes.get(), got)) refused_ = true;
@@ -191,28 +201,19 @@ private:
             if (got < 0 && errno == EINVAL)  // it has to go through the cache
                 got = pread(clone_.block->file()->fd(), bytes + done, wanted - done, static_cast<off_t>(from + done));
             if (got < 0 && errno == EINTR) continue;
-            if (got <= 0) return end_at(from, got < 0 ? errno : EIO);
+            if (got <= 0) return end_.set(from, got < 0 ? errno : EIO), 0;
             done = std::min(done + static_cast<size_t>(got), wanted);
         }
-        return done < wanted ? end_at(from, EINTR) : done;
-    }
-
-    size_t end_at(size_t place, int error) {
-        const std::lock_guard lock(mutex_);
-        if (place >= end_) return 0;
-        end_ = place;
-        error_ = error;
-        return 0;
+        if (done < wanted) return end_.set(from, EINTR), 0;
+        return done;
     }
 
     const FileClone& clone_;
     const size_t size_;
     FileStepUser& user_;
     const volatile std::sig_atomic_t* const abort_;
-    std::mutex mutex_;
-    std::atomic<size_t> end_ = size_;  // of what counts
+    FirstEnd end_{size_};
     std::atomic<bool> refused_ = false;
-    int error_ = 0;
 };
 
 // Whether a clone is better than what is read into memory; the kernel may hold a file so that it is read in no time,
