@@ -51,15 +51,17 @@ void Editor::append_journal_line(const std::string& line) {
     using Result = JournalFile::Result;
     const std::string path = journal_path();
     if (is_comment_or_blank(line) || ended_journals_.contains(path)) return;
-    if (!journal_.is_at(path) && is_used_file(path)) return end_journal("it is a file of this session");
-    if (policy_.private_journal && !journal_.is_at(path)) kpe_make_directories(path);
-    switch (journal_.open(path)) {
-        case Result::Refused:
-            return end_journal(journal_.reason());
-        case Result::Failed:
-            return end_journal("");
-        case Result::Done:
-            break;
+    if (!journal_.is_at(path)) {
+        if (is_used_file(path)) return end_journal("it is a file of this session");
+        if (policy_.private_journal) kpe_make_directories(path);
+        switch (journal_.open(path)) {
+            case Result::Refused:
+                return end_journal(journal_.reason());
+            case Result::Failed:
+                return end_journal("");
+            case Result::Done:
+                break;
+        }
     }
     if (journal_.append(line) != Result::Done) return end_journal(std::strerror(errno));
     journal_sync_.ask(SYNC_DELAY);

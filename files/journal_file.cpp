@@ -82,14 +82,13 @@ JournalFile::Result JournalFile::refuse(const std::string& reason) {
     return Result::Refused;
 }
 
-bool JournalFile::is_at(const std::string& path) const {
-    struct stat named, opened;
-    return is_open() && stat(path.c_str(), &named) == 0 && fstat(file_.fd(), &opened) == 0 &&
-           named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
+bool JournalFile::leads_here(const std::string& path) const {
+    struct stat named;
+    return is_open() && stat(path.c_str(), &named) == 0 && state_.is_file(kpe_file_state(named));
 }
 
 JournalFile::Result JournalFile::open(const std::string& path, bool make) {
-    if (path == path_ && is_at(path)) return Result::Done;
+    if (is_at(path)) return Result::Done;
     close();
     if (is_foreign_link(path)) return refuse(std::string("it ") + FOREIGN_LINK);
     for (int tries = 0; tries < TRIES; ++tries) {
@@ -102,9 +101,10 @@ JournalFile::Result JournalFile::open(const std::string& path, bool make) {
         if (!reason.empty()) return refuse("it " + reason);
         if (flock(file_.fd(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
             return refuse("another session is using it");
-        if (!is_at(path)) continue;  // whoever had it locked has removed it
         struct stat now;
         if (fstat(file_.fd(), &now) != 0) return Result::Failed;
+        state_ = kpe_file_state(now);
+        if (!leads_here(path)) continue;  // whoever had it locked has removed it
         if ((now.st_mode & 07777) != 0600) fchmod(file_.fd(), 0600);
         path_ = path;
         made_ = new_name;

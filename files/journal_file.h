@@ -31,12 +31,13 @@ public:
 
     const std::string& reason() const { return reason_; }
     bool is_open() const { return file_.is_open(); }
-    // Whether path leads to the open file.
-    bool is_at(const std::string& path) const;
+    // Whether the file is open by that name, and the name leads to it still.
+    bool is_at(const std::string& path) const { return path == path_ && leads_here(path); }
 
 private:
     Result open(const std::string& path, bool make);
     Result refuse(const std::string& reason);
+    bool leads_here(const std::string& path) const;
 
     // What is remembered of a file that was closed. If it has the same size when it is opened again, nobody has added
     // to it meanwhile.
@@ -46,6 +47,7 @@ private:
     };
 
     FileHandle file_;
+    FileState state_;  // of the open file, as it was opened
     std::string path_, reason_;
     std::map<std::string, Left> left_;  // by path
     off_t old_size_ = 0;                // bytes that the file held before this process opened it
