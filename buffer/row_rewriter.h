@@ -23,8 +23,8 @@ public:
             ready_ = 0;
         }
         block_->set_size(block_->size() + bytes);
-        while (ready_ < block_->size()) {
-            const size_t more = std::min(MADE_READY, block_->capacity() - ready_);
+        while (ready_ < block_->size()) {  // in steps: the rest of a block may never be used
+            const size_t more = std::min(Block::MADE_READY, block_->capacity() - ready_);
             block_->make_ready(ready_, more);
             ready_ += more;
         }
@@ -33,7 +33,6 @@ public:
     const std::shared_ptr<Block>& block() const { return block_; }
 
 private:
-    static constexpr size_t MADE_READY = size_t{256} << 10;  // at once: the rest of a block may never be used
     static constexpr size_t FIRST_BLOCK = size_t{4} << 10, LARGEST_BLOCK = size_t{16} << 20;  // bytes
     std::shared_ptr<Block> block_;
     size_t next_size_ = FIRST_BLOCK;

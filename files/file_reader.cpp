@@ -18,10 +18,9 @@
 namespace {
 
 constexpr size_t FIRST_ROOM = size_t{64} << 10;  // bytes, where the size is not known
-constexpr size_t MOST_AT_ONCE = Block::MADE_READY;
 // A smaller file is read by one thread, and nobody is asked for the memory that is free.
 constexpr size_t LARGE = size_t{16} << 20;
-constexpr size_t STEP = size_t{256} << 10;
+constexpr size_t STEP = Block::MADE_READY;
 // For a file that becomes longer while it is read: a block whose bytes are used already must not move.
 constexpr size_t ROOM_TO_GROW = size_t{1} << 20;
 
@@ -57,7 +56,7 @@ std::optional<MemoryNeed> need_of(const struct stat& status) {
 bool read_to_end(int fd, Block& block, bool sized, const volatile std::sig_atomic_t* abort) {
     while (!kpe_is_set(abort)) {
         if (block.capacity() - block.size() < 2) block.reserve(block.capacity() * 2);
-        const size_t room = std::min(block.capacity() - block.size() - 1, MOST_AT_ONCE);
+        const size_t room = std::min(block.capacity() - block.size() - 1, STEP);
         if (sized) block.make_ready(block.size(), room);
         const ssize_t got = read(fd, block.data() + block.size(), room);
         if (got == 0) return true;
@@ -114,9 +113,10 @@ private:
         const size_t end = std::min((part + 1) * FILE_PART, size_);
         size_t from = part * FILE_PART;
         if (from >= end_.place()) return;
-        block_.make_ready(from, end - from);
         while (from < end) {
-            const size_t got = read_step(from, std::min(STEP, end - from), part);
+            const size_t most = std::min(STEP, end - from);
+            block_.make_ready(from, most);
+            const size_t got = read_step(from, most, part);
             if (got == 0) return;
             from += got;
         }

@@ -43,7 +43,7 @@ public:
     // another expect() on.
     virtual bool look(size_t part, size_t from, char* bytes, size_t count) = 0;
 };
-constexpr size_t FILE_PART = Block::MADE_READY;
+constexpr size_t FILE_PART = size_t{2} << 20;
 
 // Reads a file of any kind to its end. It waits for a FIFO or a terminal as long as that takes. Once *abort (may be
 // null) is not 0, it stops and returns what it has read. A directory counts as an empty file.

@@ -30,10 +30,11 @@ public:
     void reserve(size_t capacity);                // may move the bytes; throws std::bad_alloc
     void shrink() noexcept;                       // keeps one byte behind size(), frees the rest; may move the bytes
     // Has the kernel set up the memory for bytes [from, from + count), which lie within the capacity and are about to
-    // be written. That is sooner done at once than page by page. Threads may call it at the same time, best each for
-    // large pages of its own: in multiples of MADE_READY from the start.
+    // be written. That is sooner done at once than page by page, and best for MADE_READY bytes: these are written while
+    // the processor still has them in its cache. Threads may call it at the same time, best more than a large page (2
+    // MB) apart.
     void make_ready(size_t from, size_t count) noexcept;
-    static constexpr size_t MADE_READY = size_t{2} << 20;
+    static constexpr size_t MADE_READY = size_t{256} << 10;
 
     // Makes a mapped block end there; a "\n" is put behind it. size <= size()
     void cut(size_t size);

@@ -1,5 +1,6 @@
 #include "system/threads.h"
 
+#include <malloc.h>
 #include <pthread.h>
 #include <sched.h>
 #include <unistd.h>
@@ -85,6 +86,8 @@ private:
         if (hired_ >= threads || pthread_attr_init(&attributes) != 0) return std::min(hired_, threads);
         pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
         pthread_attr_setstacksize(&attributes, STACK_SIZE);
+        // From one heap: that of a further thread grows page by page, and each time all threads wait for the kernel.
+        mallopt(M_ARENA_MAX, 1);
         const SignalHold hold(kpe_all_but_crashes());  // a new thread inherits the mask
         const auto start = [](void* crew) -> void* { static_cast<Crew*>(crew)->wait_for_work(); };
         for (pthread_t thread; hired_ < threads; ++hired_)
