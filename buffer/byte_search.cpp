@@ -48,6 +48,15 @@ private:
     size_t work_ = 0;
 };
 
+// For the places that the rest of a text brings if it is like its first bytes. A vector that grows by itself would copy
+// a million places a dozen times. A rest that is not like them costs a bounded amount of address space.
+void make_room(std::vector<const char*>& places, size_t searched, size_t bytes) {
+    constexpr size_t MANY = 4096, MOST_GROWTH = 32;
+    if (places.size() < MANY || places.size() * 2 < places.capacity()) return;
+    const size_t expected = places.size() * std::min(bytes / searched + 1, MOST_GROWTH);
+    if (expected > places.capacity() * 2) places.reserve(expected);
+}
+
 }  // namespace
 
 bool Patience::ask() {
@@ -212,6 +221,7 @@ void ByteSearch::find_all(std::string_view text, std::vector<const char*>& place
         }
         if (!patience.spend(stop - start)) return;
         start = stop;
+        make_room(places, start, end);
     }
 }
 
