@@ -6,7 +6,7 @@
 #include <cstring>
 
 #if defined(__SSE2__)
-#include <emmintrin.h>
+#include <immintrin.h>
 #endif
 
 #include "system/interrupts.h"
@@ -134,6 +134,38 @@ uint64_t ByteSearch::block(const char* place) const {
 
 #endif
 
+// How many of so many blocks hold no place at which both rare bytes agree, up to the first one that does. All of their
+// places are places of the text. Registers of 32 bytes take two thirds of the time for that.
+#if defined(__x86_64__)
+
+__attribute__((target("avx2"))) size_t ByteSearch::empty_blocks(const char* place, size_t blocks) const {
+    const __m256i low0 = _mm256_set1_epi8(static_cast<char>(rare_[0].low));
+    const __m256i low1 = _mm256_set1_epi8(static_cast<char>(rare_[1].low));
+    const __m256i mask0 = _mm256_set1_epi8(static_cast<char>(rare_[0].mask));
+    const __m256i mask1 = _mm256_set1_epi8(static_cast<char>(rare_[1].mask));
+    for (size_t block = 0; block < blocks; ++block, place += BLOCK) {
+        __m256i both = _mm256_setzero_si256();
+        for (const char* p = place; p != place + BLOCK; p += sizeof both) {
+            const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + rare_[0].at));
+            const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + rare_[1].at));
+            both = _mm256_or_si256(both, _mm256_and_si256(_mm256_cmpeq_epi8(_mm256_or_si256(a, mask0), low0),
+                                                          _mm256_cmpeq_epi8(_mm256_or_si256(b, mask1), low1)));
+        }
+        if (_mm256_movemask_epi8(both) != 0) return block;
+    }
+    return blocks;
+}
+
+bool ByteSearch::can_skip() { return __builtin_cpu_supports("avx2") != 0; }
+
+#else
+
+size_t ByteSearch::empty_blocks(const char*, size_t) const { return 0; }
+
+bool ByteSearch::can_skip() { return false; }
+
+#endif
+
 // The same for count places from place on, 1 <= count <= 64; all of them are places of the text.
 inline uint64_t ByteSearch::candidates(std::string_view text, size_t place, size_t count) const {
     const size_t places = text.size() - size() + 1;
@@ -190,9 +222,13 @@ size_t ByteSearch::rfind(std::string_view text, size_t from, Patience& patience)
 }
 
 size_t ByteSearch::find_within(std::string_view text, size_t first, size_t last) const {
+    static const bool skips = can_skip();
     Effort effort;
     for (size_t at = first; at <= last; at += BLOCK) {
-        uint64_t bits = candidates(text, at, std::min(BLOCK, last - at + 1));
+        const size_t places = last - at + 1;
+        uint64_t bits = candidates(text, at, std::min(BLOCK, places));
+        if (bits == 0 && skips && places > BLOCK)
+            at += BLOCK * empty_blocks(text.data() + at + BLOCK, places / BLOCK - 1);
         for (; bits != 0; bits &= bits - 1) {
             const size_t place = at + static_cast<size_t>(std::countr_zero(bits));
             const size_t agreed = agreement(text.data() + place);

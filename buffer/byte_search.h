@@ -60,6 +60,8 @@ private:
     void choose_probes();
     bool probe(const char* place) const;
     uint64_t block(const char* place) const;
+    size_t empty_blocks(const char* place, size_t blocks) const;
+    static bool can_skip();  // whether there are registers for empty_blocks()
     uint64_t candidates(std::string_view text, size_t place, size_t count) const;
     size_t agreement(const char* p) const;
     size_t window() const;
