@@ -116,6 +116,7 @@ public:
     std::string pack() {
         const LineStore::Difference difference = now_.difference_to(old_);
         if (difference.none()) return "";
+        first_ = difference.first;
         last_ = difference.first + difference.rows;
         edits_.assign(CHECK_SIZE, '\0');
         kpe_pack(edits_, uint64_t{now_.size()});
@@ -254,20 +255,26 @@ private:
         return Copied{Piece::Old, 0, at->second, std::min({was.rows, is.rows, last_ - row})};
     }
 
-    // Where text of some size moves, it moves in whole runs but for their ends.
-    static constexpr size_t MANY_ROWS = 4096, LARGE_RUN = size_t{4} << 10;
+    // Where text of some size moves, it moves in whole runs but for their ends. Only so many runs are looked at that
+    // this is no dearer than to pack the text that came: a text that was typed may have a million.
+    static constexpr size_t MANY_ROWS = 4096, LARGE_RUN = size_t{4} << 10, BYTES_A_RUN = 16;
     void find_old_runs() {
         old_runs_.emplace(nullptr, 0);
-        for (const LineRun& run : old_.runs())
+        size_t most = 0;
+        for (const LineRun& run : now_.runs(first_, last_)) most += run.bytes.size() / BYTES_A_RUN;
+        if (most == 0) return;
+        for (const LineRun& run : old_.runs()) {
             if (run.bytes.size() >= LARGE_RUN || run.rows > 1) old_runs_.emplace(run.bytes.data(), run.first_row);
+            if (--most == 0) return;
+        }
     }
 
     const LineStore &old_, &now_;
     const SourceTexts& sources_;
     std::vector<size_t>& used_;
     std::string edits_;
-    size_t last_ = 0;  // behind the rows that changed
-    size_t done_ = 0;  // rows of now_ that are behind the last edit
+    size_t first_ = 0, last_ = 0;  // the first row that changed, the one behind the last
+    size_t done_ = 0;              // rows of now_ that are behind the last edit
     bool any_ = false;
     size_t checked_row_ = 0, checked_column_ = 0;
     PlaceFinder places_;
