@@ -152,14 +152,11 @@ void LogReplay::add_source(std::string_view content) {
     }
 }
 
-bool LogReplay::says_nothing_new() const {
-    if (!obstacle_.empty()) return false;
-    for (const auto& [name, text] : texts_) {
-        const bool same = name == "MAIN" ? kpe_text_hash(text) == kpe_text_hash(file_)
-                                         : name == "PASTE" || (text.size() == 1 && text.length(0) == 0);
-        if (!same) return false;
-    }
-    return true;
+std::optional<uint64_t> LogReplay::only_text() const {
+    if (!obstacle_.empty()) return std::nullopt;
+    for (const auto& [name, text] : texts_)
+        if (name != "MAIN" && name != "PASTE" && (text.size() > 1 || text.length(0) > 0)) return std::nullopt;
+    return kpe_text_hash(text());
 }
 
 std::vector<std::string> LogReplay::added_text() const {

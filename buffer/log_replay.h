@@ -5,6 +5,7 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,8 +35,9 @@ public:
     const LineStore& file() const { return file_; }  // the text of the file now
     const LineStore& text() const { return texts_.at("MAIN"); }
     const std::map<std::string, LineStore>& texts() const { return texts_; }  // by buffer; MAIN is the file's
-    // Whether the file holds the text that the log leads to, and no other buffer held a text.
-    bool says_nothing_new() const;
+    // The hash (kpe_text_hash) of the text that the log leads to, if it leads to nothing else: all changes were
+    // repeated, and no other buffer held a text.
+    std::optional<uint64_t> only_text() const;
     size_t repeated() const { return repeated_; }  // how many changes
     // Why not all of them were repeated, in words that follow "because"; "" if all were.
     const std::string& obstacle() const { return obstacle_; }

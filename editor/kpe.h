@@ -415,7 +415,8 @@ private:
     void end_recording_rescued();
     enum class Recovery { AtTerminal, On, Off };
     void switch_recovery(Recovery how);
-    void tell_unsaved_changes();
+    // tell: the user, if an earlier session has left changes that are in no file
+    void look_for_unsaved_changes(bool tell = true);
     // Under a policy that recovers a text: it becomes that of the file, as a change that can be undone. The texts of
     // other buffers come back as well.
     void take_recovered_text();
@@ -587,6 +588,13 @@ private:
     FileState edited_file_;    // filename_ as it was when it was last read or written
     std::string broken_file_;  // filename_ if it could not be read whole
     size_t lost_pages_told_ = 0;
+    // The newest log of an earlier session, and the hash of its text. Once the file holds that text nobody has to be
+    // told of the log.
+    struct OlderLog {
+        std::string path;
+        uint64_t text;
+    };
+    std::optional<OlderLog> older_log_;
     std::string why_unwritten_;     // of the last write that failed
     int interruptible_writes_ = 0;  // WRITE is one, which Ctrl/C ends; a save by EXIT is finished
     bool input_ended_ = false;      // the terminal has gone, or input ended in screen mode

@@ -8,6 +8,7 @@
 
 #include "buffer/kept_text.h"
 #include "buffer/log_replay.h"
+#include "buffer/text_hash.h"
 #include "editor/kpe.h"
 #include "files/file_place.h"
 #include "system/ascii.h"
@@ -56,6 +57,10 @@ void Editor::record_from(const std::string& path, const FileState& file, const L
 }
 
 void Editor::record_saved(const std::string& path, const FileState& file, const LineStore& text, bool as_it_is) {
+    if (older_log_ && as_it_is && older_log_->text == kpe_text_hash(text)) {  // by the journal, or typed once more
+        kpe_note_log_told(older_log_->path);
+        older_log_.reset();
+    }
     if (!recorder_.is_on()) return;
     // An empty last line without a line end cannot be told from none.
     const bool lost_line = file_form_.open_end && text.size() > 1 && text.length(text.size() - 1) == 0;
@@ -126,17 +131,21 @@ void Editor::switch_recovery(Recovery how) {
 }
 
 // One line and no question: whoever wants to go on at once is not held up.
-void Editor::tell_unsaved_changes() try {
+void Editor::look_for_unsaved_changes(bool tell) try {
+    older_log_.reset();
     if (!wants_recording() || !at_terminal_ || isatty(STDERR_FILENO) == 0 || filename_.empty()) return;
     if (!broken_file_.empty()) return;  // there are worse news
     const std::string path = kpe_absolute_path(filename_), directory = kpe_recovery_directory(path);
     if (directory.empty()) return;
     for (const LogFile& log : kpe_list_logs(directory, path)) {
-        if (log.live || (log.end == LogEnd::Discarded && kpe_is_log_told(log.path))) continue;
+        if (log.live || kpe_is_log_told(log.path)) continue;
         LogReplay replay;
         if (!replay.open(log.path) || replay.head().path != path || replay.changes() == 0) continue;
         const bool small = log.size <= SMALL_LOG && edited_file_.size <= static_cast<off_t>(SMALL_TEXT);
-        if (small && replay.replay() && replay.obstacle().empty() && replay.says_nothing_new()) continue;
+        const auto text = small && replay.replay() ? replay.only_text() : std::nullopt;
+        if (text && *text == kpe_text_hash(replay.file())) continue;
+        if (text) older_log_ = {log.path, *text};
+        if (!tell) return;
         if (log.end == LogEnd::Discarded) kpe_note_log_told(log.path);
 
         const std::string message = "?Unsaved changes of " + time_of(replay.newest()) + " in " + filename_ +

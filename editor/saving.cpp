@@ -247,7 +247,7 @@ void Editor::walk_to_file(size_t index, bool verbose) {
     undo_stack_.clear();
     redo_stack_.clear();
     begin_recording();
-    tell_unsaved_changes();
+    look_for_unsaved_changes();
     go_to_asked_place();
     if (!verbose) return;
     kpe_say(true, filename_);

@@ -68,8 +68,8 @@ int Editor::run() {
     for (const auto& [name, text] : buffers_) recorder_.leave_out(name, newest_text(name).lines());
     if (!policy_.recovers.empty())
         take_recovered_text();
-    else if (!recover_)
-        tell_unsaved_changes();
+    else
+        look_for_unsaved_changes(/*tell=*/!recover_);
     go_to_asked_place();
     if (policy_.begins_on_screen) begin_on_screen();
     return line_mode();
